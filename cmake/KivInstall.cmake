@@ -1,0 +1,19 @@
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+install(TARGETS kivfll EXPORT kivfllTargets
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
+  INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(DIRECTORY include/kiv DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(EXPORT kivfllTargets NAMESPACE kiv:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/kivfll)
+
+configure_package_config_file(cmake/kivfllConfig.cmake.in
+  ${CMAKE_CURRENT_BINARY_DIR}/kivfllConfig.cmake
+  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/kivfll)
+write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/kivfllConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kivfllConfig.cmake
+  ${CMAKE_CURRENT_BINARY_DIR}/kivfllConfigVersion.cmake
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/kivfll)

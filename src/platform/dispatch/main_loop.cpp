@@ -1,0 +1,86 @@
+#include "kiv/platform/main_loop.hpp"
+
+#include <asio/executor_work_guard.hpp>
+#include <asio/io_context.hpp>
+#include <asio/post.hpp>
+#include <asio/steady_timer.hpp>
+#include <atomic>
+#include <chrono>
+#include <list>
+#include <mutex>
+#include <thread>
+
+namespace kiv {
+
+struct MainLoop::Impl {
+  struct Pending {
+    OwnerToken owner;
+    DelayedTaskHandle handle;
+    std::shared_ptr<asio::steady_timer> timer;
+  };
+
+  asio::io_context context;
+  asio::executor_work_guard<asio::io_context::executor_type> work{context.get_executor()};
+  std::atomic<std::thread::id> runner{};
+  std::mutex mutex;
+  std::list<Pending> pending;  // delayed tasks not yet run or dropped
+};
+
+MainLoop::MainLoop() : impl_(std::make_shared<Impl>()) {}
+
+MainLoop::~MainLoop() { stop(); }
+
+void MainLoop::run() {
+  impl_->runner = std::this_thread::get_id();
+  impl_->context.restart();
+  impl_->context.run();
+  impl_->runner = std::thread::id{};
+}
+
+void MainLoop::stop() { impl_->context.stop(); }
+
+void MainLoop::post(Task task) {
+  asio::post(impl_->context, [task = std::move(task)] { task(); });
+}
+
+DelayedTaskHandle MainLoop::postAfter(double seconds, Task task, OwnerToken owner) {
+  DelayedTaskHandle handle(std::make_shared<std::atomic<bool>>(false));
+  auto timer = std::make_shared<asio::steady_timer>(impl_->context);
+  std::list<Impl::Pending>::iterator entry;
+  {
+    std::lock_guard lock(impl_->mutex);
+    entry = impl_->pending.insert(impl_->pending.end(), Impl::Pending{owner, handle, timer});
+  }
+  // The timer is armed on the loop's own thread: Asio timers are not safe to
+  // touch from two threads at once.
+  std::weak_ptr<Impl> weak = impl_;
+  auto delay = std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+      std::chrono::duration<double>(seconds < 0 ? 0 : seconds));
+  asio::post(impl_->context, [weak, timer, delay, handle, entry, task = std::move(task)]() mutable {
+    timer->expires_after(delay);
+    timer->async_wait([weak, handle, entry, task = std::move(task)](const std::error_code& error) {
+      auto impl = weak.lock();
+      if (!impl) return;
+      {
+        std::lock_guard lock(impl->mutex);
+        impl->pending.erase(entry);
+      }
+      if (!error && !handle.isCancelled()) task();
+    });
+  });
+  return handle;
+}
+
+void MainLoop::cancelAll(OwnerToken owner) {
+  std::lock_guard lock(impl_->mutex);
+  for (auto& p : impl_->pending) {
+    if (p.owner != owner) continue;
+    p.handle.cancel();
+    // Fire the timer now so the task (and what it captured) is released.
+    asio::post(impl_->context, [timer = p.timer] { timer->cancel(); });
+  }
+}
+
+bool MainLoop::isCurrent() const { return impl_->runner.load() == std::this_thread::get_id(); }
+
+}  // namespace kiv

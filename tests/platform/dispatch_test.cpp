@@ -1,0 +1,111 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "kiv/platform/main_loop.hpp"
+#include "platform/dispatch/manual_main_loop.hpp"
+#include "platform/dispatch/thread_task_pool.hpp"
+
+namespace kiv {
+namespace {
+
+class ManualMainLoopTest : public ::testing::Test {
+ protected:
+  std::shared_ptr<FakeClock> clock = std::make_shared<FakeClock>();
+  ManualMainLoop loop{clock};
+  std::vector<std::string> ran;
+};
+
+TEST_F(ManualMainLoopTest, DelayedTaskRunsAtItsDueTimeAndNotBefore) {
+  loop.postAfter(3.0, [&] { ran.push_back("hold"); });
+  loop.advance(2.999);
+  EXPECT_TRUE(ran.empty());
+  loop.advance(0.001);
+  EXPECT_EQ(ran, std::vector<std::string>{"hold"});
+  EXPECT_EQ(loop.pendingDelayedCount(), 0u);
+}
+
+TEST_F(ManualMainLoopTest, CancelledTasksNeverRun) {
+  auto handle = loop.postAfter(3.0, [&] { ran.push_back("cancelled"); });
+  int owner = 0;
+  loop.postAfter(1.0, [&] { ran.push_back("owned"); }, &owner);
+  loop.postAfter(2.0, [&] { ran.push_back("kept"); });
+  handle.cancel();
+  loop.cancelAll(&owner);
+  loop.advance(10.0);
+  EXPECT_EQ(ran, std::vector<std::string>{"kept"});
+}
+
+TEST_F(ManualMainLoopTest, AdvanceRunsDelayedTasksInTimeOrderWithTheClockAtEachDueTime) {
+  const auto start = clock->now();
+  std::vector<double> at;
+  loop.postAfter(2.0, [&] {
+    ran.push_back("2");
+    at.push_back(secondsBetween(start, clock->now()));
+    loop.post([&] { ran.push_back("posted by 2"); });
+  });
+  loop.postAfter(1.0, [&] {
+    ran.push_back("1");
+    at.push_back(secondsBetween(start, clock->now()));
+    loop.postAfter(0.5, [&] { ran.push_back("1.5"); });
+  });
+  loop.postAfter(1.0, [&] { ran.push_back("1 again"); });
+  loop.advance(5.0);
+  EXPECT_EQ(ran, (std::vector<std::string>{"1", "1 again", "1.5", "2", "posted by 2"}));
+  EXPECT_EQ(at, (std::vector<double>{1.0, 2.0}));
+  EXPECT_EQ(secondsBetween(start, clock->now()), 5.0);
+}
+
+TEST_F(ManualMainLoopTest, NothingRunsUntilAskedAndPostsFromOtherThreadsArrive) {
+  loop.post([&] { ran.push_back("a"); });
+  EXPECT_TRUE(ran.empty());
+  EXPECT_TRUE(loop.isCurrent());
+  bool otherIsCurrent = true;
+  std::jthread other([&] {
+    otherIsCurrent = loop.isCurrent();
+    loop.post([&] { ran.push_back("from other thread"); });
+  });
+  EXPECT_TRUE(loop.runUntil([&] { return ran.size() == 2; }));
+  EXPECT_FALSE(otherIsCurrent);
+}
+
+TEST(MainLoop, RunsPostedAndDelayedTasksOnItsThreadUntilStopped) {
+  MainLoop loop;
+  std::vector<std::string> ran;
+  std::atomic<bool> onLoop{true};
+  int owner = 0;
+  loop.postAfter(0.05, [&] { ran.push_back("cancelled"); }, &owner);
+  loop.cancelAll(&owner);
+  loop.postAfter(0.02, [&] {
+    ran.push_back("delayed");
+    loop.stop();
+  });
+  std::jthread poster([&] { loop.post([&] { onLoop = onLoop && loop.isCurrent(); ran.push_back("posted"); }); });
+  poster.join();
+  loop.run();
+  EXPECT_EQ(ran, (std::vector<std::string>{"posted", "delayed"}));
+  EXPECT_TRUE(onLoop);
+  EXPECT_FALSE(loop.isCurrent());
+}
+
+TEST(ThreadTaskPool, SerialQueuesKeepOrderAndWaitIdleCoversNestedTasks) {
+  ThreadTaskPool pool(4);
+  auto queue = pool.makeSerialQueue("kiv.test.serial");
+  std::vector<int> order;  // only touched by the serial queue
+  std::atomic<int> nested{0};
+  for (int i = 0; i < 200; ++i) {
+    queue->post([&, i] { order.push_back(i); });
+    pool.post([&] { pool.post([&] { nested.fetch_add(1); }); });
+  }
+  pool.post([] { throw std::runtime_error("swallowed"); });
+  pool.waitIdle();
+  ASSERT_EQ(order.size(), 200u);
+  for (int i = 0; i < 200; ++i) EXPECT_EQ(order[static_cast<std::size_t>(i)], i);
+  EXPECT_EQ(nested.load(), 200);
+  EXPECT_EQ(queue->label(), "kiv.test.serial");
+}
+
+}  // namespace
+}  // namespace kiv

@@ -1,0 +1,30 @@
+#include "support/test_platform.hpp"
+
+#include "platform/dispatch/thread_task_pool.hpp"
+#include "platform/process_state.hpp"
+#include "support/test_services.hpp"
+
+namespace kiv::testing {
+
+TestPlatform::TestPlatform()
+    : clock(std::make_shared<FakeClock>()),
+      loop(std::make_shared<ManualMainLoop>(clock)),
+      console(std::make_shared<CapturingConsole>()),
+      pool(std::make_shared<ThreadTaskPool>(4)) {
+  process_state::resetAll();
+  bundle_.mainQueue = loop;
+  bundle_.clock = clock;
+  bundle_.taskPool = pool;
+  bundle_.console = console;
+  addTestServices(bundle_);
+  install();
+}
+
+TestPlatform::~TestPlatform() {
+  pool->waitIdle();
+  process_state::resetAll();  // also uninstalls this bundle
+}
+
+void TestPlatform::install() { installPlatform(bundle_); }
+
+}  // namespace kiv::testing
