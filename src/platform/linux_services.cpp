@@ -1,10 +1,14 @@
 #include "platform/linux_services.hpp"
 
+#include "kiv/platform/secure_store.hpp"
+#include "kiv/platform/user_defaults.hpp"
+
 namespace kiv {
 
 // Each service adds its Linux implementation here, one line each.
 void addLinuxServices(Platform& bundle) {
-  (void)bundle;
+  bundle.secureStore = makeLinuxSecureStore();
+  bundle.defaults = makeLinuxUserDefaults();
 }
 
 }  // namespace kiv
