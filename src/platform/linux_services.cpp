@@ -1,5 +1,6 @@
 #include "platform/linux_services.hpp"
 
+#include "kiv/platform/device_identity.hpp"
 #include "kiv/platform/secure_store.hpp"
 #include "kiv/platform/user_defaults.hpp"
 
@@ -9,6 +10,7 @@ namespace kiv {
 void addLinuxServices(Platform& bundle) {
   bundle.secureStore = makeLinuxSecureStore();
   bundle.defaults = makeLinuxUserDefaults();
+  bundle.device = makeLinuxDeviceIdentity();
 }
 
 }  // namespace kiv
