@@ -34,8 +34,8 @@ class ScratchDirectory {
   std::filesystem::path path_;
 };
 
-// Starts `program` with `arguments` and returns its exit status (-1 when it
-// could not start or did not exit normally).
+// `program` started with `arguments`; wait() gives its exit status (-1 when
+// it could not start or did not exit normally).
 class ChildProcess {
  public:
   ChildProcess(const std::string& program, std::vector<std::string> arguments) {
@@ -63,9 +63,5 @@ class ChildProcess {
   pid_t pid_ = -1;
   int exitStatus_ = -1;
 };
-
-inline int runToEnd(const std::string& program, std::vector<std::string> arguments) {
-  return ChildProcess(program, std::move(arguments)).wait();
-}
 
 }  // namespace kiv::testing

@@ -19,6 +19,8 @@ struct ScreenCase {
   const char* name;
   ScreenMetrics screen;
   std::string resolution, density, scale;
+  std::optional<std::string> language = "de", region = "CH";
+  friend void PrintTo(const ScreenCase& c, std::ostream* out) { *out << c.name; }
 };
 
 class DeviceTextTest : public DeviceContextTest, public ::testing::WithParamInterface<ScreenCase> {};
@@ -31,50 +33,39 @@ TEST_P(DeviceTextTest, DescribesModelSystemScreenAndLocaleInTenLines) {
     v.systemVersion = "17.5.1";
     v.systemMajorVersion = 17;
     v.screen = c.screen;
-    v.language = "de";
-    v.region = "CH";
+    v.language = c.language;
+    v.region = c.region;
   });
-  EXPECT_EQ(KivDeviceInfo::deviceData(),
-            "Device Model: iPhone 11 Pro\n"
-            "System Name: iOS\n"
-            "System Version: 17.5.1\n"
-            "SDK Level: 17\n"
-            "Device Manufacturer: Apple\n"
-            "Screen Resolution: " +
-                c.resolution +
-                "\n"
-                "Screen Density: " +
-                c.density +
-                "\n"
-                "Screen Scale: " +
-                c.scale +
-                "\n"
-                "Preferred Language: de\n"
-                "Region: CH");
+  const std::string lines[] = {"Device Model: iPhone 11 Pro",
+                               "System Name: iOS",
+                               "System Version: 17.5.1",
+                               "SDK Level: 17",
+                               "Device Manufacturer: Apple",
+                               "Screen Resolution: " + c.resolution,
+                               "Screen Density: " + c.density,
+                               "Screen Scale: " + c.scale,
+                               "Preferred Language: " + c.language.value_or("Unknown"),
+                               "Region: " + c.region.value_or("Unknown")};
+  std::string text = lines[0];
+  for (std::size_t i = 1; i < std::size(lines); ++i) text += "\n" + lines[i];
+  EXPECT_EQ(KivDeviceInfo::deviceData(), text);
 }
 
-INSTANTIATE_TEST_SUITE_P(Screens, DeviceTextTest,
-                         ::testing::Values(ScreenCase{"phoneAt3", {390, 844, 3.0}, "390 x 844", "480 dpi", "3.0"},
-                                           ScreenCase{"phoneAt2", {375.9, 667.5, 2.0}, "375 x 667", "320 dpi", "2.0"},
-                                           ScreenCase{"fractional", {1024, 768, 2.61}, "1024 x 768", "418 dpi", "2.61"},
-                                           ScreenCase{"noScreen", {0, 0, 1.0}, "0 x 0", "160 dpi", "1.0"}),
-                         [](const auto& param) { return std::string(param.param.name); });
-
-TEST_F(DeviceContextTest, AMissingLocaleCodeReadsUnknown) {
-  change([](auto& v) {
-    v.language = std::nullopt;
-    v.region = std::nullopt;
-  });
-  const auto text = KivDeviceInfo::deviceData();
-  EXPECT_NE(text.find("\nPreferred Language: Unknown\nRegion: Unknown"), std::string::npos) << text;
-  EXPECT_EQ(text.back(), 'n');  // no trailing newline
-}
+INSTANTIATE_TEST_SUITE_P(
+    Screens, DeviceTextTest,
+    ::testing::Values(ScreenCase{"phoneAt3", {390, 844, 3.0}, "390 x 844", "480 dpi", "3.0"},
+                      ScreenCase{"phoneAt2", {375.9, 667.5, 2.0}, "375 x 667", "320 dpi", "2.0"},
+                      ScreenCase{"fractional", {1024, 768, 2.61}, "1024 x 768", "418 dpi", "2.61"},
+                      ScreenCase{"noScreenNoLocale", {0, 0, 1.0}, "0 x 0", "160 dpi", "1.0", {}, {}},
+                      ScreenCase{"languageWithoutRegion", {320, 480, 1.0}, "320 x 480", "160 dpi", "1.0", "fr", {}}),
+    [](const auto& param) { return std::string(param.param.name); });
 
 struct ModelCase {
   const char* name;
   std::string identifier;
   std::optional<std::string> simulated;  // SIMULATOR_MODEL_IDENTIFIER
   std::string model;
+  friend void PrintTo(const ModelCase& c, std::ostream* out) { *out << c.name; }
 };
 
 class ModelNameTest : public DeviceContextTest, public ::testing::WithParamInterface<ModelCase> {};
@@ -112,15 +103,11 @@ TEST_F(DeviceContextTest, TheModelIsLookedUpOncePerProcess) {
   EXPECT_EQ(KivDeviceInfo::modelIdentifier(), "iPad2,1");
 }
 
-TEST_F(DeviceContextTest, HostBundleValues) {
-  EXPECT_EQ(KivDeviceInfo::appName(), "HostApp");
+TEST_F(DeviceContextTest, AbsentBundleValuesLeaveTheirPlacesEmpty) {
   EXPECT_EQ(KivDeviceInfo::appVersion(), "version: 2.4.1 buildNumber: 241");
-  EXPECT_EQ(KivContextCollector::bundleIdentifier(), "com.example.host");
-  EXPECT_EQ(KivContextCollector::systemVersion(), "17.5");
   change([](auto& v) { v.bundle = HostBundle{}; });
   EXPECT_EQ(KivDeviceInfo::appName(), std::nullopt);
   EXPECT_EQ(KivDeviceInfo::appVersion(), "version:  buildNumber: ");
-  EXPECT_EQ(KivContextCollector::bundleIdentifier(), std::nullopt);
 }
 
 TEST_F(DeviceContextTest, AdvertisingIdentifierIsHashedFromItsUpperCaseText) {
@@ -129,7 +116,6 @@ TEST_F(DeviceContextTest, AdvertisingIdentifierIsHashedFromItsUpperCaseText) {
     v.advertisingIdentifier = {0xE6, 0x21, 0xE1, 0xF8, 0xC3, 0x6C, 0x49, 0x5A,
                                0x93, 0xFC, 0x0C, 0x24, 0x7A, 0x3E, 0x6E, 0x5F};
   });
-  EXPECT_EQ(uuidText(platform()->device->advertisingIdentifier()), "E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
   EXPECT_EQ(KivContextCollector::hashedAdvertisingIdentifier(), "c199e4f4eed5309b824eca68fd918c78");
 }
 

@@ -78,6 +78,8 @@ KeyRead readKey(const fs::path& path, std::optional<ItemKey>& key) {
   if (::fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode) || info.st_size != static_cast<off_t>(kItemKeySize)) {
     return KeyRead::unusable;
   }
+  // A key someone made readable to others is taken back first.
+  if ((info.st_mode & 077) != 0) ::fchmod(fd.get(), 0600);
   std::array<std::uint8_t, kItemKeySize> bytes{};
   std::size_t got = 0;
   while (got < bytes.size()) {
@@ -193,6 +195,11 @@ bool StoreDatabase::openLocked() {
     return false;
   }
   sqlite3_extended_result_codes(db_, 1);
+  // The file is ours, but anyone with the user's rights can replace it: its
+  // schema gets no trust (no side-effecting functions in triggers or views)
+  // and cannot be corrupted through SQL.
+  sqlite3_db_config(db_, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+  sqlite3_db_config(db_, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
   sqlite3_busy_timeout(db_, kStoreBusyTimeoutMilliseconds);
   // WAL: readers never block the writer. FULL: a committed item has reached
   // the disk, so it survives a crash or a power cut.
