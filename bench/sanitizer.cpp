@@ -24,6 +24,18 @@ std::string jsonBody(std::size_t bytes) {
   return body;
 }
 
+// One object of many short members: quadratic for a parser that finds
+// keys by linear search.
+std::string wideJsonBody(std::size_t bytes) {
+  std::string body = "{";
+  for (int i = 0; body.size() < bytes; ++i) {
+    if (i > 0) body += ',';
+    body += "\"key" + std::to_string(i) + "\":" + std::to_string(i);
+  }
+  body += "}";
+  return body;
+}
+
 std::string plainText(std::size_t bytes) {
   const std::string line = "at kiv::Flow::run(std::string_view) frame \xC3\xA9\xE2\x82\xAC line 42\n";
   std::string text;
@@ -38,6 +50,7 @@ void run(benchmark::State& state, const std::string& text) {
 
 void BM_TruncateJson70KB(benchmark::State& state) { run(state, jsonBody(70 * 1024)); }
 void BM_TruncateJson1MB(benchmark::State& state) { run(state, jsonBody(1024 * 1024)); }
+void BM_TruncateWideJson1MB(benchmark::State& state) { run(state, wideJsonBody(1024 * 1024)); }
 void BM_TruncatePlain1MB(benchmark::State& state) { run(state, plainText(1024 * 1024)); }
 
 // The common case: a handful of short parameters of one event.
@@ -52,6 +65,7 @@ void BM_SanitizeSmallParameters(benchmark::State& state) {
 
 BENCHMARK(BM_TruncateJson70KB)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_TruncateJson1MB)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_TruncateWideJson1MB)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_TruncatePlain1MB)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_SanitizeSmallParameters)->Unit(benchmark::kNanosecond);
 
