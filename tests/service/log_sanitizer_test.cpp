@@ -78,7 +78,7 @@ TEST(LogSanitizer, DeeplyNestedJsonIsHandledAsPlainText) {
   EXPECT_EQ(truncateBodyText(shallow), repeat("[", 500) + repeat("]", 500));
   const std::string deep = repeat("[ ", 600) + repeat("] ", 600);
   EXPECT_EQ(truncateBodyText(deep), deep);
-  const std::string huge = repeat("[", 300000) + repeat("]", 300000);
+  const std::string huge = repeat("[", 100000) + repeat("]", 100000);
   EXPECT_EQ(truncateBodyText(huge).size(), 65000u);
 }
 
