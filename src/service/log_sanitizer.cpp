@@ -12,8 +12,9 @@
 namespace kiv {
 namespace {
 
-// Bodies nested deeper are handled as plain text, as the phone's JSON parser
-// refuses them; the bound also keeps the serialiser's recursion shallow.
+// Bodies nested deeper are handled as plain text: the serialiser recurses
+// once per level, so an unbounded depth would overflow the stack, and no
+// real body comes near this.
 constexpr std::size_t kMaxBodyDepth = 512;
 constexpr std::size_t kUnboundedDepth = SIZE_MAX;
 

@@ -4,7 +4,6 @@
 
 #include <string>
 
-#include "kiv/log_level.hpp"
 #include "service/unicode_text.hpp"
 
 namespace kiv {
@@ -146,12 +145,6 @@ TEST(LogSanitizer, AnyValueKeepsItsShapeAndNonTextLeaves) {
 TEST(LogSanitizer, TextValuesHoldingJsonAreSanitisedInside) {
   const auto result = sanitizeDictionary(std::map<std::string, std::string>{{"body", R"({ "imgData": "x", "a": 1 })"}});
   EXPECT_EQ(result.at("body"), R"({"a":1})");
-}
-
-TEST(LogLevel, RawValuesAreTheCaseNames) {
-  EXPECT_EQ(fromRawValue<KivLogLevel>("usage"), KivLogLevel::usage);
-  EXPECT_EQ(fromRawValue<KivLogLevel>("Debug"), std::nullopt);
-  EXPECT_EQ(rawValue(allCases<KivLogLevel>().back()), "info");
 }
 
 }  // namespace
