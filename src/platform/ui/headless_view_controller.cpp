@@ -56,8 +56,11 @@ void HeadlessViewController::present(std::shared_ptr<ViewController> controller,
   KIV_ASSERT_MAIN_THREAD();
   auto next = std::dynamic_pointer_cast<HeadlessViewController>(controller);
   if (!next || next.get() == this) return;
-  if (presented_ || beingDismissed_) return;
-  if (next->presenting_.lock() || next->presented_) return;
+  if (beingDismissed_ || next->presenting_.lock() || next->presented_) return;
+  if (presented_) {
+    if (!presented_->beingDismissed_) return;
+    unlinkPresented();  // the leaving controller's transition ends now
+  }
   presented_ = next;
   next->presenting_ = std::static_pointer_cast<HeadlessViewController>(shared_from_this());
   if (coversScreen(next->style_)) next->view_->setFrame(view_->bounds());

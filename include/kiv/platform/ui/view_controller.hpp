@@ -48,9 +48,11 @@ class ViewController : public std::enable_shared_from_this<ViewController> {
   virtual void setModalPresentationStyle(ModalPresentationStyle style) = 0;
 
   // Presents `controller` over this one; a full-screen style gives its view
-  // this controller's view bounds. Refused, with no completion, as a phone
-  // toolkit refuses it: when this controller already presents one, when it
-  // is being dismissed, or when `controller` is already presented.
+  // this controller's view bounds. When the controller this one presents is
+  // being dismissed, that dismissal ends first. Refused, with no completion,
+  // as a phone toolkit refuses it: when this controller already presents one
+  // that stays, when it is being dismissed itself, or when `controller` is
+  // already presented or presents one.
   virtual void present(std::shared_ptr<ViewController> controller, bool animated, Task completion) = 0;
 
   // Dismisses the controller this one presents, with everything above it;
