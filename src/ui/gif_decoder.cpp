@@ -189,7 +189,8 @@ std::optional<DecodedGif> decode(std::span<const std::uint8_t> bytes, DecodeOpti
   DecodedGif result;
   result.width = width;
   result.height = height;
-  Canvas canvas(width, height);
+  // Made when the first frame decodes: most damaged files never get there.
+  std::optional<Canvas> canvas;
   std::optional<GraphicsControlBlock> pendingControl;
   std::size_t decodedBytes = 0;
 
@@ -218,17 +219,18 @@ std::optional<DecodedGif> decode(std::span<const std::uint8_t> bytes, DecodeOpti
     const ColorMapObject& colors = desc.ColorMap != nullptr ? *desc.ColorMap : *file->SColorMap;
     const int disposal = control ? control->DisposalMode : DISPOSAL_UNSPECIFIED;
     std::vector<std::uint8_t> beforeFrame;
-    if (disposal == DISPOSE_PREVIOUS) beforeFrame = canvas.rgba();
-    canvas.draw(desc, colors, *indices, control ? control->TransparentColor : NO_TRANSPARENT_COLOR);
+    if (!canvas) canvas.emplace(width, height);
+    if (disposal == DISPOSE_PREVIOUS) beforeFrame = canvas->rgba();
+    canvas->draw(desc, colors, *indices, control ? control->TransparentColor : NO_TRANSPARENT_COLOR);
 
     Frame frame;
-    frame.image = Image::still(width, height, canvas.rgba());
+    frame.image = Image::still(width, height, canvas->rgba());
     if (control) frame.delays = delaysFromCentiseconds(control->DelayTime);
     result.frames.push_back(std::move(frame));
     decodedBytes += canvasBytes;
 
-    if (disposal == DISPOSE_BACKGROUND) canvas.clear(desc);
-    if (disposal == DISPOSE_PREVIOUS) canvas.restore(desc, beforeFrame);
+    if (disposal == DISPOSE_BACKGROUND) canvas->clear(desc);
+    if (disposal == DISPOSE_PREVIOUS) canvas->restore(desc, beforeFrame);
     if (options.firstFrameOnly) break;
   }
   return result;
