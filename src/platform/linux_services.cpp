@@ -1,10 +1,13 @@
 #include "platform/linux_services.hpp"
 
+#include "platform/ui/fontconfig_font_lookup.hpp"
+#include "platform/ui/headless_view_toolkit.hpp"
+
 namespace kiv {
 
 // Each service adds its Linux implementation here, one line each.
 void addLinuxServices(Platform& bundle) {
-  (void)bundle;
+  bundle.ui = std::make_shared<HeadlessViewToolkit>(std::make_shared<FontconfigFontLookup>());
 }
 
 }  // namespace kiv

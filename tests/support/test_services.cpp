@@ -1,10 +1,14 @@
 #include "support/test_services.hpp"
 
+#include "platform/ui/fake_font_lookup.hpp"
+#include "platform/ui/headless_view_toolkit.hpp"
+
 namespace kiv::testing {
 
 // Each service adds its deterministic fake here, one line each.
 void addTestServices(Platform& bundle) {
-  (void)bundle;
+  bundle.ui =
+      std::make_shared<HeadlessViewToolkit>(std::make_shared<FakeFontLookup>(FakeFontLookup::Families{"Avenir Next"}));
 }
 
 }  // namespace kiv::testing
