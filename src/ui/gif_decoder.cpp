@@ -204,7 +204,6 @@ std::optional<DecodedGif> decode(std::span<const std::uint8_t> bytes, DecodeOpti
     }
     if (type != IMAGE_DESC_RECORD_TYPE) break;
 
-    ++result.imageCount;
     const std::optional<GraphicsControlBlock> control = std::exchange(pendingControl, std::nullopt);
     const bool described = DGifGetImageDesc(file.get()) == GIF_OK;
     const std::size_t dataStart = source.position;

@@ -62,7 +62,6 @@ struct Frame {
 struct DecodedGif {
   int width = 0;              // canvas
   int height = 0;             // canvas
-  int imageCount = 0;         // frames found in the file, decoded or not
   std::vector<Frame> frames;  // the frames that decoded, in file order
 };
 

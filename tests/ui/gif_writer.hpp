@@ -1,5 +1,5 @@
-// Writes real GIF files for the tests with giflib's encoder, and keeps where
-// each frame's compressed data starts so a test can damage one frame.
+// Real GIF files for the tests, written with giflib's encoder, with where
+// each frame's compressed data starts so that a test can damage one frame.
 #pragma once
 
 #include <gif_lib.h>
@@ -9,39 +9,34 @@
 #include <optional>
 #include <vector>
 
+#include "kiv/platform/ui/image.hpp"
+
 namespace kiv::testing {
 
-struct Rgb {
-  std::uint8_t red = 0;
-  std::uint8_t green = 0;
-  std::uint8_t blue = 0;
-};
-
 struct GifFrameSpec {
-  int left = 0;
-  int top = 0;
-  int width = 0;
-  int height = 0;
-  std::vector<std::uint8_t> indices;  // width * height, row by row
+  int left = 0, top = 0, width = 0, height = 0;
+  std::vector<std::uint8_t> indices{};  // width * height, row by row
   // A graphics control block is written when any of these three is set.
-  std::optional<int> delayCentiseconds;
+  std::optional<int> delayCentiseconds{};
   int disposal = DISPOSAL_UNSPECIFIED;
   int transparentIndex = NO_TRANSPARENT_COLOR;
   bool interlaced = false;
-  std::vector<Rgb> localColors;  // empty: the frame uses the global table
+  std::vector<GifColorType> localColors{};  // empty: the global table
 };
 
 struct GifSpec {
-  int width = 0;
-  int height = 0;
-  std::vector<Rgb> globalColors;
-  std::vector<GifFrameSpec> frames;
+  int width = 0, height = 0;
+  std::vector<GifFrameSpec> frames{};
+  std::vector<GifColorType> globalColors = basicPalette();
+
+  // Eight opaque colours: red, green, blue, white, yellow, cyan, magenta, grey.
+  static std::vector<GifColorType> basicPalette();
 };
 
 struct EncodedGif {
   std::vector<std::uint8_t> bytes;
-  // Per frame, the offset of its first data sub-block's length byte (the
-  // byte before it is the LZW minimum code size).
+  // Per frame, the offset of its first data sub-block's length byte; the
+  // byte before it is the LZW minimum code size.
   std::vector<std::size_t> frameData;
 };
 
@@ -51,7 +46,10 @@ EncodedGif encodeGif(const GifSpec& spec);
 GifFrameSpec solidFrame(int left, int top, int width, int height, std::uint8_t index,
                         std::optional<int> delayCentiseconds = std::nullopt);
 
-// Eight distinct opaque colours: red, green, blue, white, yellow, cyan, magenta, grey.
-std::vector<Rgb> basicPalette();
+// The basicPalette() index of a pixel; kClear when fully transparent, -2
+// for any other colour.
+constexpr int kClear = -1;
+int paletteIndexAt(const ImageRef& image, int x = 0, int y = 0);
+std::vector<int> paletteIndices(const std::vector<ImageRef>& images);  // of each top-left pixel
 
 }  // namespace kiv::testing
