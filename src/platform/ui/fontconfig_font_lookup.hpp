@@ -1,6 +1,8 @@
 // Installed font families, as fontconfig lists them.
 #pragma once
 
+#include <fontconfig/fontconfig.h>
+
 #include <mutex>
 
 #include "kiv/platform/ui/font.hpp"
@@ -9,11 +11,20 @@ namespace kiv {
 
 class FontconfigFontLookup final : public FontLookup {
  public:
+  FontconfigFontLookup() = default;
+  ~FontconfigFontLookup() override;
+  FontconfigFontLookup(const FontconfigFontLookup&) = delete;
+  FontconfigFontLookup& operator=(const FontconfigFontLookup&) = delete;
+
   bool hasFamily(std::string_view familyName) const override;
 
  private:
   // Calls into one fontconfig configuration are not safe from two threads.
   mutable std::mutex mutex_;
+  // Our own configuration, loaded on first use and destroyed with us: the
+  // process-wide one FcInit() makes is never released, and fontconfig then
+  // loses track of part of it (LeakSanitizer reports it).
+  mutable FcConfig* config_ = nullptr;
 };
 
 }  // namespace kiv
