@@ -13,8 +13,8 @@ namespace {
 
 using testing::EncodedGif;
 using testing::encodeGif;
-using testing::GifFrameSpec;
-using testing::GifSpec;
+using testing::FrameLayout;
+using testing::GifLayout;
 using testing::kClear;
 using testing::paletteIndexAt;
 using testing::solidFrame;
@@ -26,9 +26,10 @@ std::string rowName(const ::testing::TestParamInfo<Row>& row) {
 
 // Five 8x8 frames of colours 0..4, shown for 0.1, 0.2, 0.3, 0.4 and 0.5 s.
 EncodedGif fiveFrames() {
-  GifSpec spec{8, 8};
-  for (int i = 0; i < 5; ++i) spec.frames.push_back(solidFrame(0, 0, 8, 8, static_cast<std::uint8_t>(i), 10 * (i + 1)));
-  return encodeGif(spec);
+  GifLayout layout{8, 8};
+  for (int i = 0; i < 5; ++i)
+    layout.frames.push_back(solidFrame(0, 0, 8, 8, static_cast<std::uint8_t>(i), 10 * (i + 1)));
+  return encodeGif(layout);
 }
 
 struct DelayRow {
@@ -41,9 +42,9 @@ void PrintTo(const DelayRow& row, std::ostream* out) { *out << row.name; }
 class GifDelayTest : public ::testing::TestWithParam<DelayRow> {};
 
 TEST_P(GifDelayTest, DurationAddsEachFrameDelay) {
-  GifSpec spec{4, 4};
-  for (const auto& delay : GetParam().centiseconds) spec.frames.push_back(solidFrame(0, 0, 4, 4, 1, delay));
-  const auto image = gifImage(encodeGif(spec).bytes);
+  GifLayout layout{4, 4};
+  for (const auto& delay : GetParam().centiseconds) layout.frames.push_back(solidFrame(0, 0, 4, 4, 1, delay));
+  const auto image = gifImage(encodeGif(layout).bytes);
   ASSERT_TRUE(image && image->isAnimated());
   EXPECT_EQ(image->frames().size(), GetParam().centiseconds.size());
   EXPECT_DOUBLE_EQ(image->duration(), GetParam().duration);
@@ -59,7 +60,7 @@ INSTANTIATE_TEST_SUITE_P(Delays, GifDelayTest,
 
 TEST(GifDecoderTest, FramesKeepTheRawDelayUnclampedAndAtLeastATenthClamped) {
   const auto gif =
-      gif::decode(encodeGif(GifSpec{2, 2, {solidFrame(0, 0, 2, 2, 0, 2), solidFrame(0, 0, 2, 2, 0)}}).bytes);
+      gif::decode(encodeGif(GifLayout{2, 2, {solidFrame(0, 0, 2, 2, 0, 2), solidFrame(0, 0, 2, 2, 0)}}).bytes);
   ASSERT_TRUE(gif && gif->frames.size() == 2);
   EXPECT_EQ(gif->frames[0].delays.unclamped, 0.02);
   EXPECT_EQ(gif->frames[0].delays.clamped, 0.1);
@@ -122,9 +123,9 @@ class GifDisposalTest : public ::testing::TestWithParam<DisposalRow> {};
 // Red (0) over a 3x1 canvas, then blue (2) at x = 1 with the disposal under
 // test, then green (1) at x = 2.
 TEST_P(GifDisposalTest, DisposalDecidesWhatTheNextFrameStartsFrom) {
-  GifSpec spec{3, 1, {solidFrame(0, 0, 3, 1, 0), solidFrame(1, 0, 1, 1, 2), solidFrame(2, 0, 1, 1, 1)}};
-  spec.frames[1].disposal = GetParam().disposal;
-  const auto image = gifImage(encodeGif(spec).bytes);
+  GifLayout layout{3, 1, {solidFrame(0, 0, 3, 1, 0), solidFrame(1, 0, 1, 1, 2), solidFrame(2, 0, 1, 1, 1)}};
+  layout.frames[1].disposal = GetParam().disposal;
+  const auto image = gifImage(encodeGif(layout).bytes);
   ASSERT_TRUE(image && image->frames().size() == 3);
   const auto& frames = image->frames();
   EXPECT_EQ(paletteIndexAt(frames[1], 1), 2);
@@ -143,10 +144,10 @@ INSTANTIATE_TEST_SUITE_P(Disposal, GifDisposalTest,
 TEST(GifDecoderTest, TransparencyLocalTablesAndClippingOnATransparentCanvas) {
   // A red pixel at the top left, then a 4x3 frame over the 3x2 canvas whose
   // index 1 is transparent and whose own table makes index 0 white.
-  GifFrameSpec over{0, 0, 4, 3, {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0}};
+  FrameLayout over{0, 0, 4, 3, {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0}};
   over.transparentIndex = 1;
   over.localColors = {{255, 255, 255}, {0, 0, 255}};
-  const auto gif = gif::decode(encodeGif(GifSpec{3, 2, {solidFrame(0, 0, 1, 1, 0), over}}).bytes);
+  const auto gif = gif::decode(encodeGif(GifLayout{3, 2, {solidFrame(0, 0, 1, 1, 0), over}}).bytes);
   ASSERT_TRUE(gif && gif->frames.size() == 2);
   EXPECT_EQ(paletteIndexAt(gif->frames[0].image, 1, 0), kClear);
   const auto& second = gif->frames[1].image;
@@ -157,9 +158,9 @@ TEST(GifDecoderTest, TransparencyLocalTablesAndClippingOnATransparentCanvas) {
 }
 
 TEST(GifDecoderTest, InterlacedRowsLandWhereTheyBelong) {
-  GifFrameSpec frame{0, 0, 1, 11, {0, 1, 2, 3, 4, 5, 6, 7, 0, 1, 2}};
+  FrameLayout frame{0, 0, 1, 11, {0, 1, 2, 3, 4, 5, 6, 7, 0, 1, 2}};
   frame.interlaced = true;
-  const auto gif = gif::decode(encodeGif(GifSpec{1, 11, {frame}}).bytes);
+  const auto gif = gif::decode(encodeGif(GifLayout{1, 11, {frame}}).bytes);
   ASSERT_TRUE(gif && gif->frames.size() == 1);
   for (int row = 0; row < 11; ++row) EXPECT_EQ(paletteIndexAt(gif->frames[0].image, 0, row), row % 8) << row;
 }
@@ -179,7 +180,7 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(RefusedRow{"NotAGif", [] { return std::vector<std::uint8_t>{0x89, 'P', 'N', 'G', 0, 0}; }},
                       RefusedRow{"NoFrames",
                                  [] {
-                                   return encodeGif(GifSpec{4, 4}).bytes;
+                                   return encodeGif(GifLayout{4, 4}).bytes;
                                  }},
                       RefusedRow{"NoFrameDecodes",
                                  [] {
@@ -189,12 +190,12 @@ INSTANTIATE_TEST_SUITE_P(
                                  }},
                       RefusedRow{"CanvasOverTheLimit",
                                  [] {
-                                   return encodeGif(GifSpec{8192, 4096, {solidFrame(0, 0, 1, 1, 0)}}).bytes;
+                                   return encodeGif(GifLayout{8192, 4096, {solidFrame(0, 0, 1, 1, 0)}}).bytes;
                                  }}),
     rowName<RefusedRow>);
 
 TEST(GifDecoderTest, FramesBeyondTheMemoryBudgetRefuseTheWholeImage) {
-  const auto bytes = encodeGif(GifSpec{10, 10, {solidFrame(0, 0, 1, 1, 0), solidFrame(0, 0, 1, 1, 1)}}).bytes;
+  const auto bytes = encodeGif(GifLayout{10, 10, {solidFrame(0, 0, 1, 1, 0), solidFrame(0, 0, 1, 1, 1)}}).bytes;
   EXPECT_FALSE(gif::decode(bytes, {.maxDecodedBytes = 799}));  // two frames of 400 bytes
   EXPECT_TRUE(gif::decode(bytes, {.maxDecodedBytes = 800}));
 }

@@ -31,20 +31,20 @@ void check(bool ok) {
 
 }  // namespace
 
-std::vector<GifColorType> GifSpec::basicPalette() {
+std::vector<GifColorType> GifLayout::basicPalette() {
   return {{255, 0, 0},   {0, 255, 0},   {0, 0, 255},   {255, 255, 255},
           {255, 255, 0}, {0, 255, 255}, {255, 0, 255}, {128, 128, 128}};
 }
 
-EncodedGif encodeGif(const GifSpec& spec) {
+EncodedGif encodeGif(const GifLayout& layout) {
   EncodedGif encoded;
   int error = 0;
   std::unique_ptr<GifFileType, void (*)(GifFileType*)> file(EGifOpen(&encoded.bytes, appendOutput, &error),
                                                             [](GifFileType* f) { EGifCloseFile(f, nullptr); });
   check(file != nullptr);
   EGifSetGifVersion(file.get(), true);
-  check(EGifPutScreenDesc(file.get(), spec.width, spec.height, 8, 0, makeMap(spec.globalColors).get()) == GIF_OK);
-  for (const auto& frame : spec.frames) {
+  check(EGifPutScreenDesc(file.get(), layout.width, layout.height, 8, 0, makeMap(layout.globalColors).get()) == GIF_OK);
+  for (const auto& frame : layout.frames) {
     if (frame.delayCentiseconds || frame.disposal != DISPOSAL_UNSPECIFIED ||
         frame.transparentIndex != NO_TRANSPARENT_COLOR) {
       const GraphicsControlBlock control{frame.disposal, false, frame.delayCentiseconds.value_or(0),
@@ -73,9 +73,9 @@ EncodedGif encodeGif(const GifSpec& spec) {
   return encoded;
 }
 
-GifFrameSpec solidFrame(int left, int top, int width, int height, std::uint8_t index,
-                        std::optional<int> delayCentiseconds) {
-  GifFrameSpec frame{left, top, width, height};
+FrameLayout solidFrame(int left, int top, int width, int height, std::uint8_t index,
+                       std::optional<int> delayCentiseconds) {
+  FrameLayout frame{left, top, width, height};
   frame.indices.assign(static_cast<std::size_t>(width * height), index);
   frame.delayCentiseconds = delayCentiseconds;
   return frame;
@@ -84,7 +84,7 @@ GifFrameSpec solidFrame(int left, int top, int width, int height, std::uint8_t i
 int paletteIndexAt(const ImageRef& image, int x, int y) {
   const auto* p = &image->rgba()[(static_cast<std::size_t>(y) * static_cast<std::size_t>(image->width()) + x) * 4];
   if (p[3] == 0) return kClear;
-  const auto palette = GifSpec::basicPalette();
+  const auto palette = GifLayout::basicPalette();
   for (std::size_t i = 0; i < palette.size(); ++i) {
     if (p[0] == palette[i].Red && p[1] == palette[i].Green && p[2] == palette[i].Blue && p[3] == 255) {
       return static_cast<int>(i);

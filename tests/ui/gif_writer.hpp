@@ -13,7 +13,7 @@
 
 namespace kiv::testing {
 
-struct GifFrameSpec {
+struct FrameLayout {
   int left = 0, top = 0, width = 0, height = 0;
   std::vector<std::uint8_t> indices{};  // width * height, row by row
   // A graphics control block is written when any of these three is set.
@@ -24,9 +24,9 @@ struct GifFrameSpec {
   std::vector<GifColorType> localColors{};  // empty: the global table
 };
 
-struct GifSpec {
+struct GifLayout {
   int width = 0, height = 0;
-  std::vector<GifFrameSpec> frames{};
+  std::vector<FrameLayout> frames{};
   std::vector<GifColorType> globalColors = basicPalette();
 
   // Eight opaque colours: red, green, blue, white, yellow, cyan, magenta, grey.
@@ -40,11 +40,11 @@ struct EncodedGif {
   std::vector<std::size_t> frameData;
 };
 
-EncodedGif encodeGif(const GifSpec& spec);
+EncodedGif encodeGif(const GifLayout& layout);
 
 // A frame of one colour index over the rectangle.
-GifFrameSpec solidFrame(int left, int top, int width, int height, std::uint8_t index,
-                        std::optional<int> delayCentiseconds = std::nullopt);
+FrameLayout solidFrame(int left, int top, int width, int height, std::uint8_t index,
+                       std::optional<int> delayCentiseconds = std::nullopt);
 
 // The basicPalette() index of a pixel; kClear when fully transparent, -2
 // for any other colour.

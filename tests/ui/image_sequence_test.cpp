@@ -18,7 +18,7 @@ namespace kiv {
 namespace {
 
 using testing::encodeGif;
-using testing::GifSpec;
+using testing::GifLayout;
 using testing::paletteIndices;
 using testing::solidFrame;
 
@@ -41,13 +41,13 @@ class BundleTest : public ::testing::Test {
   }
 
   void writeGif(const std::string& file, std::uint8_t color, int frames = 1) {
-    GifSpec spec{2, 2};
-    for (int i = 0; i < frames; ++i) spec.frames.push_back(solidFrame(0, 0, 2, 2, color, 5));
-    write(file, encodeGif(spec).bytes);
+    GifLayout layout{2, 2};
+    for (int i = 0; i < frames; ++i) layout.frames.push_back(solidFrame(0, 0, 2, 2, color, 5));
+    write(file, encodeGif(layout).bytes);
   }
 
   void writeWebP(const std::string& file, std::uint8_t color) {
-    const auto rgb = GifSpec::basicPalette()[color];
+    const auto rgb = GifLayout::basicPalette()[color];
     std::vector<std::uint8_t> rgba;
     for (int i = 0; i < 4; ++i) rgba.insert(rgba.end(), {rgb.Red, rgb.Green, rgb.Blue, 255});
     std::uint8_t* encoded = nullptr;
@@ -110,7 +110,7 @@ INSTANTIATE_TEST_SUITE_P(
                   5},
         BrokenRow{"FirstFrameOfThirdFileUndecodable",
                   [](BundleTest& b) {
-                    auto gif = encodeGif(GifSpec{2, 2, {solidFrame(0, 0, 2, 2, 1), solidFrame(0, 0, 2, 2, 2)}});
+                    auto gif = encodeGif(GifLayout{2, 2, {solidFrame(0, 0, 2, 2, 1), solidFrame(0, 0, 2, 2, 2)}});
                     gif.bytes[gif.frameData[0] + 1] = gif.bytes[gif.frameData[0] + 2] = 0xFF;
                     b.write("loading_3.gif", gif.bytes);
                   },
