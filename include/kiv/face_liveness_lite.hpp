@@ -6,6 +6,8 @@
 #include "kiv/environment.hpp"
 #include "kiv/error_types.hpp"
 #include "kiv/log_level.hpp"
+#include "kiv/gif_overlay_view.hpp"
+#include "kiv/image_helpers.hpp"
 #include "kiv/platform/clock.hpp"
 #include "kiv/platform/console.hpp"
 #include "kiv/platform/http.hpp"
