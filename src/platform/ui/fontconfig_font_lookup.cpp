@@ -20,7 +20,6 @@ struct FontSetDeleter {
 
 FontconfigFontLookup::~FontconfigFontLookup() {
   if (config_) FcConfigDestroy(config_);
-  if (config_ != nullptr) FcConfigDestroy(config_);
 }
 
 bool FontconfigFontLookup::hasFamily(std::string_view familyName) const {
@@ -32,8 +31,6 @@ bool FontconfigFontLookup::hasFamily(std::string_view familyName) const {
     config_ = FcInitLoadConfigAndFonts();
   }
   if (!config_) return false;
-  if (config_ == nullptr) config_ = FcInitLoadConfigAndFonts();
-  if (config_ == nullptr) return false;
   // fontconfig compares family names ignoring case and blanks, and a font
   // may carry several family names: keep only a byte-exact one.
   std::unique_ptr<FcPattern, PatternDeleter> pattern(FcPatternCreate());

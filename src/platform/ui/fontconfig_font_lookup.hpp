@@ -25,9 +25,6 @@ class FontconfigFontLookup final : public FontLookup {
   // that it is released with this object. Loaded on the first question
   // (reading the font directories takes a while), absent when that failed.
   mutable bool loaded_ = false;
-  // Our own configuration, loaded on first use and destroyed with us: the
-  // process-wide one FcInit() makes is never released, and fontconfig then
-  // loses track of part of it (LeakSanitizer reports it).
   mutable FcConfig* config_ = nullptr;
 };
 
