@@ -4,6 +4,7 @@
 #include "kiv/delegate.hpp"
 #include "kiv/environment.hpp"
 #include "kiv/error_types.hpp"
+#include "kiv/log_level.hpp"
 #include "kiv/platform/clock.hpp"
 #include "kiv/platform/console.hpp"
 #include "kiv/platform/main_loop.hpp"
