@@ -1,5 +1,6 @@
 #include "platform/linux_services.hpp"
 
+#include "platform/capture/simulated_capture_vendor.hpp"
 #include "platform/ui/fontconfig_font_lookup.hpp"
 #include "platform/ui/headless_view_toolkit.hpp"
 
@@ -8,6 +9,7 @@ namespace kiv {
 // Each service adds its Linux implementation here, one line each.
 void addLinuxServices(Platform& bundle) {
   bundle.ui = std::make_shared<HeadlessViewToolkit>(std::make_shared<FontconfigFontLookup>());
+  bundle.capture = std::make_shared<SimulatedCaptureVendor>();
 }
 
 }  // namespace kiv

@@ -1,5 +1,6 @@
 #include "support/test_services.hpp"
 
+#include "platform/capture/simulated_capture_vendor.hpp"
 #include "platform/ui/fake_font_lookup.hpp"
 #include "platform/ui/headless_view_toolkit.hpp"
 
@@ -9,6 +10,7 @@ namespace kiv::testing {
 void addTestServices(Platform& bundle) {
   bundle.ui =
       std::make_shared<HeadlessViewToolkit>(std::make_shared<FakeFontLookup>(FakeFontLookup::Families{"Avenir Next"}));
+  bundle.capture = std::make_shared<SimulatedCaptureVendor>();
 }
 
 }  // namespace kiv::testing
