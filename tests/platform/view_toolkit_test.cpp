@@ -164,6 +164,7 @@ struct FamilyCase {
   const char* family;
   bool installed;
 };
+void PrintTo(const FamilyCase& c, std::ostream* os) { *os << '"' << c.family << '"'; }
 
 class FontconfigLookupTest : public ::testing::TestWithParam<FamilyCase> {};
 

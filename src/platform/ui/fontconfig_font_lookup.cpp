@@ -1,7 +1,5 @@
 #include "platform/ui/fontconfig_font_lookup.hpp"
 
-#include <fontconfig/fontconfig.h>
-
 #include <memory>
 #include <string>
 
@@ -20,18 +18,26 @@ struct FontSetDeleter {
 
 }  // namespace
 
+FontconfigFontLookup::~FontconfigFontLookup() {
+  if (config_) FcConfigDestroy(config_);
+}
+
 bool FontconfigFontLookup::hasFamily(std::string_view familyName) const {
   if (familyName.empty()) return false;
   const std::string family(familyName);
   std::lock_guard lock(mutex_);
-  if (!FcInit()) return false;
+  if (!loaded_) {
+    loaded_ = true;
+    config_ = FcInitLoadConfigAndFonts();
+  }
+  if (!config_) return false;
   // fontconfig compares family names ignoring case and blanks, and a font
   // may carry several family names: keep only a byte-exact one.
   std::unique_ptr<FcPattern, PatternDeleter> pattern(FcPatternCreate());
   std::unique_ptr<FcObjectSet, ObjectSetDeleter> objects(FcObjectSetBuild(FC_FAMILY, nullptr));
   if (!pattern || !objects) return false;
   FcPatternAddString(pattern.get(), FC_FAMILY, reinterpret_cast<const FcChar8*>(family.c_str()));
-  std::unique_ptr<FcFontSet, FontSetDeleter> fonts(FcFontList(nullptr, pattern.get(), objects.get()));
+  std::unique_ptr<FcFontSet, FontSetDeleter> fonts(FcFontList(config_, pattern.get(), objects.get()));
   if (!fonts) return false;
   for (int i = 0; i < fonts->nfont; ++i) {
     FcChar8* name = nullptr;
