@@ -129,9 +129,8 @@ class Status {
   using Case = std::variant<connecting, connected, processing, success, failure, canceled, error>;
 
   // Status s = Status::connected{};
-  template <typename C>
-  requires std::is_constructible_v<Case, C&&> Status(C&& value)
-      : value_(std::forward<C>(value)) {}  // NOLINT(google-explicit-constructor)
+  template <typename C, typename = std::enable_if_t<std::is_constructible_v<Case, C&&>>>
+  Status(C&& value) : value_(std::forward<C>(value)) {}
 
   template <typename C>
   bool is() const {
