@@ -1,6 +1,7 @@
 #include "platform/linux_services.hpp"
 
 #include "platform/capture/simulated_capture_vendor.hpp"
+#include "platform/http/curl_http_session.hpp"
 #include "platform/ui/fontconfig_font_lookup.hpp"
 #include "platform/ui/headless_view_toolkit.hpp"
 
@@ -10,6 +11,7 @@ namespace kiv {
 void addLinuxServices(Platform& bundle) {
   bundle.ui = std::make_shared<HeadlessViewToolkit>(std::make_shared<FontconfigFontLookup>());
   bundle.capture = std::make_shared<SimulatedCaptureVendor>();
+  bundle.http = std::make_shared<CurlHttpSessionFactory>();
 }
 
 }  // namespace kiv
