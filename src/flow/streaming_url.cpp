@@ -1,5 +1,6 @@
 #include "flow/streaming_url.hpp"
 
+#include "platform/http/url.hpp"
 #include "service/jwt_decoder.hpp"
 #include "service/unicode_text.hpp"
 
@@ -19,5 +20,7 @@ std::string streamingURL(const std::optional<std::string>& serviceLocation) {
 std::string streamingURLForMobileToken(std::string_view mobileToken) {
   return streamingURL(KivJWTDecoder::serviceLocation(mobileToken));
 }
+
+bool isStreamingURL(std::string_view text) { return url::parse(text).has_value(); }
 
 }  // namespace kiv

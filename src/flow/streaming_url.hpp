@@ -7,6 +7,8 @@
 //   streamingURL("e u")              == kDefaultStreamingURL
 //   streamingURL(std::nullopt)       == kDefaultStreamingURL
 //
+// The flow launches only against text that isStreamingURL accepts.
+//
 // Stateless; safe from any thread.
 #pragma once
 
@@ -28,5 +30,10 @@ std::string streamingURL(const std::optional<std::string>& serviceLocation);
 // streamingURL of the service location in the mobile token's payload (absent
 // when the token does not decode).
 std::string streamingURLForMobileToken(std::string_view mobileToken);
+
+// Whether `text` forms a URL, by the same parser the transport uses; wss is
+// a scheme like any other to it. False for a location that smuggled white
+// space or a malformed host into the URL ("wss://eu\twest/ws").
+bool isStreamingURL(std::string_view text);
 
 }  // namespace kiv

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "platform/http/url.hpp"
 #include "support/test_platform.hpp"
 
 namespace kiv {
@@ -16,6 +17,7 @@ struct LocationCase {
   std::string name;
   std::optional<std::string> serviceLocation;
   std::string url;
+  bool isURL = true;  // passes the check before launch
 };
 void PrintTo(const LocationCase& c, std::ostream* os) { *os << c.name; }
 
@@ -34,12 +36,16 @@ INSTANTIATE_TEST_SUITE_P(
                       LocationCase{"AlreadyAURL", "wss://eu", kDefault},
                       LocationCase{"AnySchemeSeparator", "eu://x", kDefault},
                       // Only a blank counts; other inner white space is left for the URL check.
-                      LocationCase{"InnerTab", "eu\twest", "wss://eu\twest/ws"}),
+                      LocationCase{"InnerTab", "eu\twest", "wss://eu\twest/ws", false},
+                      LocationCase{"MalformedHost", "[eu", "wss://[eu/ws", false},
+                      LocationCase{"PortOutOfRange", "eu:99999", "wss://eu:99999/ws", false}),
     [](const auto& testInfo) { return testInfo.param.name; });
 
 TEST(DefaultStreamingURL, IsASecureWebSocketEndpoint) {
-  EXPECT_TRUE(kDefault.starts_with("wss://"));
-  EXPECT_TRUE(kDefault.ends_with("/ws"));
+  auto parts = url::parse(kDefaultStreamingURL);
+  ASSERT_TRUE(parts.has_value());
+  EXPECT_EQ(parts->scheme, "wss");
+  EXPECT_EQ(parts->path, "/ws");
 }
 
 class MobileTokenLocation : public testing::PlatformTest {};
