@@ -150,12 +150,6 @@ TEST_F(SimulatedVendorTest, CancelFromAnotherThreadStopsDeliveriesAtOnce) {
   EXPECT_EQ(std::ranges::count(events_, "0 dismiss"), 1);
 }
 
-TEST_F(SimulatedVendorTest, CancelBeforeTheScreenIsUpShowsNothing) {
-  launch().cancel();
-  drain();
-  EXPECT_EQ(events_, Events{});
-}
-
 TEST_F(SimulatedVendorTest, CancelInsideTheFinalStatusAsksForOneDismissal) {
   Session session = launch();
   onStatus_ = [&](const Status& status) {
