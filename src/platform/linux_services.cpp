@@ -3,6 +3,7 @@
 #include "kiv/platform/device_identity.hpp"
 #include "kiv/platform/secure_store.hpp"
 #include "kiv/platform/user_defaults.hpp"
+#include "platform/capture/simulated_capture_vendor.hpp"
 #include "platform/http/curl_http_session.hpp"
 #include "platform/ui/fontconfig_font_lookup.hpp"
 #include "platform/ui/headless_view_toolkit.hpp"
@@ -16,6 +17,7 @@ void addLinuxServices(Platform& bundle) {
   bundle.device = makeLinuxDeviceIdentity();
   bundle.http = std::make_shared<CurlHttpSessionFactory>();
   bundle.ui = std::make_shared<HeadlessViewToolkit>(std::make_shared<FontconfigFontLookup>());
+  bundle.capture = std::make_shared<SimulatedCaptureVendor>();
 }
 
 }  // namespace kiv

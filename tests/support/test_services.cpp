@@ -3,6 +3,7 @@
 #include "platform/defaults/memory_user_defaults.hpp"
 #include "platform/device/fixed_device_identity.hpp"
 #include "platform/secure_store/memory_secure_store.hpp"
+#include "platform/capture/simulated_capture_vendor.hpp"
 #include "platform/http/curl_http_session.hpp"
 #include "platform/ui/fake_font_lookup.hpp"
 #include "platform/ui/headless_view_toolkit.hpp"
@@ -17,6 +18,8 @@ void addTestServices(Platform& bundle) {
   bundle.http = std::make_shared<CurlHttpSessionFactory>();  // wire tests talk to a RecordingHttpServer
   bundle.ui =
       std::make_shared<HeadlessViewToolkit>(std::make_shared<FakeFontLookup>(FakeFontLookup::Families{"Avenir Next"}));
+      std::make_shared<HeadlessViewToolkit>(std::make_shared<FakeFontLookup>(FakeFontLookup::Families{"Avenir Next"}));
+  bundle.capture = std::make_shared<SimulatedCaptureVendor>();
 }
 
 }  // namespace kiv::testing

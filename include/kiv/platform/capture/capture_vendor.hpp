@@ -1,0 +1,44 @@
+// The runtime behind IProov::launch: the platform service Platform::capture.
+//
+// On a phone a host installs one that drives the vendor's real framework;
+// the Linux bundle and the tests install a simulated vendor that plays a
+// script (src/platform/capture/simulated_capture_vendor.hpp).
+//
+// What every runtime promises, as the vendor's framework does:
+// - launch() returns at once; the capture runs on the runtime's own threads.
+// - The vendor's screen is shown through the options' presentation delegate
+//   (present from the main thread) and taken down through the same delegate
+//   when the capture ends or is cancelled.
+// - Statuses reach the callback on the main queue, in order, and after a
+//   final status (success, failure, canceled, error) no other follows.
+// - After cancel() the callback is not called again.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "kiv/platform/capture/options.hpp"
+#include "kiv/platform/capture/status.hpp"
+
+namespace kiv {
+
+// One running capture.
+class CaptureRun {
+ public:
+  virtual ~CaptureRun() = default;
+  // Stops the capture and takes its screen down. Safe from any thread;
+  // harmless after the capture ended or a second time.
+  virtual void cancel() = 0;
+};
+
+class CaptureVendor {
+ public:
+  virtual ~CaptureVendor() = default;
+  // Starts a capture against `streamingURL` (an absolute URL, normally wss)
+  // with the session `token`. The run stays alive until it has ended, even
+  // when the caller drops it. Main thread.
+  virtual std::shared_ptr<CaptureRun> launch(std::string streamingURL, std::string token, Options options,
+                                             StatusCallback callback) = 0;
+};
+
+}  // namespace kiv

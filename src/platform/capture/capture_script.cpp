@@ -1,0 +1,243 @@
+#include "platform/capture/capture_script.hpp"
+
+#include <charconv>
+#include <cmath>
+#include <optional>
+
+#include "kiv/platform/console.hpp"
+
+namespace kiv {
+namespace {
+
+constexpr std::string_view kStepNames = "wait, connecting, connected, processing, success, failure, canceled or error";
+
+struct Token {
+  bool isText = false;  // a double-quoted text rather than a word
+  std::string value;
+};
+
+struct RawStep {
+  std::string_view source;  // for messages
+  std::vector<Token> tokens;
+};
+
+bool isSeparator(char c) { return c == ';' || c == '\n'; }
+bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
+
+std::string_view trimmed(std::string_view text) {
+  while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
+  while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
+  return text;
+}
+
+// Steps and words in messages are in the quoted debug form, so a text
+// inside them stays readable.
+std::string quoted(std::string_view text) { return debugQuoted(text); }
+
+std::string stepError(std::size_t number, std::string_view source, std::string_view message) {
+  return "step " + std::to_string(number) + " (" + quoted(source) + "): " + std::string(message);
+}
+
+// Splits the text into non-empty steps of words and texts.
+std::expected<std::vector<RawStep>, std::string> tokenize(std::string_view text) {
+  std::vector<RawStep> steps;
+  RawStep current;
+  std::size_t start = 0;
+  auto close = [&](std::size_t end) {
+    if (!current.tokens.empty()) {
+      current.source = trimmed(text.substr(start, end - start));
+      steps.push_back(std::move(current));
+    }
+    current = RawStep{};
+  };
+  auto failHere = [&](std::string_view message) {
+    auto end = start;
+    while (end < text.size() && text[end] != '\n') ++end;
+    return std::unexpected(stepError(steps.size() + 1, trimmed(text.substr(start, end - start)), message));
+  };
+
+  std::size_t i = 0;
+  while (i < text.size()) {
+    const char c = text[i];
+    if (isSeparator(c)) {
+      close(i);
+      start = ++i;
+    } else if (isBlank(c)) {
+      ++i;
+    } else if (c == '"') {
+      Token token{true, {}};
+      bool closed = false;
+      for (++i; i < text.size() && text[i] != '\n'; ++i) {
+        if (text[i] == '"') {
+          closed = true;
+          ++i;
+          break;
+        }
+        if (text[i] == '\\') {
+          if (i + 1 >= text.size() || (text[i + 1] != '"' && text[i + 1] != '\\')) {
+            return failHere("only \\\" and \\\\ may follow a backslash in a text");
+          }
+          ++i;
+        }
+        token.value += text[i];
+      }
+      if (!closed) return failHere("a text is not closed by \"");
+      current.tokens.push_back(std::move(token));
+    } else {
+      const auto begin = i;
+      while (i < text.size() && !isSeparator(text[i]) && !isBlank(text[i]) && text[i] != '"') ++i;
+      current.tokens.push_back(Token{false, std::string(text.substr(begin, i - begin))});
+    }
+  }
+  close(text.size());
+  return steps;
+}
+
+std::optional<double> number(const Token& token) {
+  if (token.isText) return std::nullopt;
+  double value = 0;
+  const char* first = token.value.data();
+  const char* last = first + token.value.size();
+  auto [end, ec] = std::from_chars(first, last, value);
+  if (ec != std::errc() || end != last || !std::isfinite(value)) return std::nullopt;
+  return value;
+}
+
+bool isFeedbackCode(const Token& token) {
+  if (token.isText || token.value.empty()) return false;
+  for (char c : token.value) {
+    const bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+    if (!ok) return false;
+  }
+  return true;
+}
+
+std::string errorCodeList() {
+  std::string list;
+  for (auto code : allCases<IProovError::Code>()) {
+    if (!list.empty()) list += ", ";
+    list += rawValue(code);
+  }
+  return list;
+}
+
+// Reads the arguments of one step, left to right.
+class Arguments {
+ public:
+  explicit Arguments(const RawStep& step) : tokens_(step.tokens), next_(1) {}
+
+  const Token* peek() const { return next_ < tokens_.size() ? &tokens_[next_] : nullptr; }
+  const Token& take() { return tokens_[next_++]; }
+  std::optional<std::string> takeText() {
+    if (auto token = peek(); token && token->isText) return take().value;
+    return std::nullopt;
+  }
+  // An error when anything is left.
+  std::optional<std::string> leftover() const {
+    if (auto token = peek()) return "unexpected " + quoted(token->value);
+    return std::nullopt;
+  }
+
+ private:
+  const std::vector<Token>& tokens_;
+  std::size_t next_;
+};
+
+std::expected<CaptureScript::Step, std::string> parseStep(const RawStep& step) {
+  const Token& head = step.tokens.front();
+  if (head.isText) return std::unexpected("a step starts with its name, not with a text");
+  const std::string& name = head.value;
+  Arguments args(step);
+  std::optional<CaptureScript::Step> result;
+
+  if (name == "wait") {
+    auto token = args.peek();
+    if (!token) return std::unexpected("wait needs a number of seconds");
+    auto seconds = number(args.take());
+    if (!seconds) return std::unexpected(quoted(token->value) + " is not a number of seconds");
+    if (*seconds < 0) return std::unexpected(quoted(token->value) + ": a pause cannot be negative");
+    result = CaptureScript::Wait{*seconds};
+  } else if (name == "connecting") {
+    result = Status(Status::connecting{});
+  } else if (name == "connected") {
+    result = Status(Status::connected{});
+  } else if (name == "processing") {
+    auto token = args.peek();
+    if (!token) return std::unexpected("processing needs a progress from 0 to 1");
+    auto progress = number(args.take());
+    if (!progress || *progress < 0 || *progress > 1) {
+      return std::unexpected(quoted(token->value) + " is not a progress from 0 to 1");
+    }
+    result = Status(Status::processing{*progress, args.takeText().value_or("")});
+  } else if (name == "success") {
+    result = Status(Status::success{});
+  } else if (name == "failure") {
+    FailureResult failure;
+    while (auto token = args.peek()) {
+      if (token->isText) return std::unexpected("a description must follow a feedback code");
+      if (!isFeedbackCode(*token)) return std::unexpected(quoted(token->value) + " is not a feedback code");
+      std::string code = args.take().value;
+      auto description = args.takeText().value_or(CaptureScript::defaultDescription(code));
+      failure.reasons.push_back(FailureReason{std::move(code), std::move(description)});
+    }
+    result = Status(Status::failure{std::move(failure)});
+  } else if (name == "canceled") {
+    Canceler canceler = Canceler::user;
+    if (auto token = args.peek()) {
+      auto named = token->isText ? std::nullopt : fromRawValue<Canceler>(token->value);
+      if (!named) return std::unexpected(quoted(token->value) + " is not a canceler; expected user or integration");
+      canceler = *named;
+      args.take();
+    }
+    result = Status(Status::canceled{canceler});
+  } else if (name == "error") {
+    auto token = args.peek();
+    if (!token) return std::unexpected("error needs an IProovError code: " + errorCodeList());
+    auto code = token->isText ? std::nullopt : fromRawValue<IProovError::Code>(token->value);
+    if (!code) {
+      return std::unexpected(quoted(token->value) + " is not an IProovError code; expected one of " + errorCodeList());
+    }
+    args.take();
+    result = Status(Status::error{IProovError(*code, args.takeText())});
+  } else {
+    return std::unexpected("unknown step " + quoted(name) + "; expected " + std::string(kStepNames));
+  }
+
+  if (auto leftover = args.leftover()) return std::unexpected(*leftover);
+  return *result;
+}
+
+}  // namespace
+
+std::expected<CaptureScript, std::string> CaptureScript::parse(std::string_view text) {
+  auto raw = tokenize(text);
+  if (!raw) return std::unexpected(raw.error());
+  if (raw->empty()) return std::unexpected("the script has no steps");
+
+  CaptureScript script;
+  std::optional<std::string_view> finalStatus;
+  for (std::size_t i = 0; i < raw->size(); ++i) {
+    const auto& source = (*raw)[i].source;
+    if (finalStatus) {
+      return std::unexpected(
+          stepError(i + 1, source, "nothing may follow the final status " + std::string(*finalStatus)));
+    }
+    auto step = parseStep((*raw)[i]);
+    if (!step) return std::unexpected(stepError(i + 1, source, step.error()));
+    if (auto status = std::get_if<Status>(&*step); status && status->isFinal()) finalStatus = status->name();
+    script.steps.push_back(std::move(*step));
+  }
+  return script;
+}
+
+std::string CaptureScript::defaultDescription(std::string_view feedbackCode) {
+  std::string text(feedbackCode);
+  for (char& c : text) {
+    if (c == '_') c = ' ';
+  }
+  if (!text.empty() && text.front() >= 'a' && text.front() <= 'z')
+    text.front() = static_cast<char>(text.front() - 'a' + 'A');
+  return text;
+}
+
+}  // namespace kiv

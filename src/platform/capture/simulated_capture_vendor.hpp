@@ -1,0 +1,66 @@
+// A capture vendor that plays a script instead of running a camera: the
+// vendor of the Linux bundle (the command-line host scripts it) and of the
+// tests.
+//
+// Each launch plays the script set at that moment (see capture_script.hpp),
+// the way the vendor's framework would run one capture:
+// 1. On the main queue it makes its own view controller and presents it
+//    through the options' presentation delegate.
+// 2. Each status is produced on the vendor's own serial queue and handed to
+//    the callback on the main queue; the next step follows its delivery.
+//    A pause is a delayed task on the main queue, so it runs on the main
+//    queue's clock (a test's fake clock moves it).
+// 3. After the final status it asks the delegate to dismiss its controller
+//    (or dismisses it itself when the delegate is gone).
+// cancel() drops every status not yet delivered and every pause, and takes
+// the screen down the same way if it is up.
+//
+//   auto vendor = std::make_shared<SimulatedCaptureVendor>();
+//   vendor->setScript(CaptureScript::parse("connected; wait 2; failure eyes_closed").value());
+//   bundle.capture = vendor;
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kiv/platform/capture/capture_vendor.hpp"
+#include "platform/capture/capture_script.hpp"
+
+namespace kiv {
+
+class SimulatedCaptureVendor final : public CaptureVendor {
+ public:
+  // What a capture plays unless told otherwise.
+  static constexpr std::string_view kDefaultScript = "connected; success";
+  // The label of the vendor's own queue.
+  static constexpr std::string_view kQueueLabel = "kiv.capture.simulated";
+
+  SimulatedCaptureVendor();
+  explicit SimulatedCaptureVendor(CaptureScript script);
+
+  // For the launches that follow. Safe from any thread.
+  void setScript(CaptureScript script);
+
+  // What one launch was given.
+  struct Launch {
+    std::string streamingURL;
+    std::string token;
+    Options options;
+  };
+  // Every launch so far, oldest first. Safe from any thread.
+  std::vector<Launch> launches() const;
+
+  std::shared_ptr<CaptureRun> launch(std::string streamingURL, std::string token, Options options,
+                                     StatusCallback callback) override;
+
+ private:
+  mutable std::mutex mutex_;
+  CaptureScript script_;
+  std::vector<Launch> launches_;
+  std::vector<std::shared_ptr<CaptureRun>> runs_;  // those that may not be over yet
+};
+
+}  // namespace kiv

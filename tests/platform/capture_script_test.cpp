@@ -1,0 +1,109 @@
+#include "platform/capture/capture_script.hpp"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+
+namespace kiv {
+namespace {
+
+std::string text(const std::string& value) {
+  std::string out = "\"";
+  for (char c : value) out += (c == '"' || c == '\\') ? std::string{'\\', c} : std::string{c};
+  return out + "\"";
+}
+
+// A parsed script in canonical text form, so a case states all it produced.
+std::string render(const CaptureScript& script) {
+  std::ostringstream out;
+  for (const auto& step : script.steps) {
+    if (out.tellp() > 0) out << "; ";
+    if (const auto* pause = std::get_if<CaptureScript::Wait>(&step)) {
+      out << "wait " << pause->seconds;
+      continue;
+    }
+    const auto& status = std::get<Status>(step);
+    out << status.name();
+    if (const auto* p = status.as<Status::processing>()) out << " " << p->progress << " " << text(p->message);
+    if (const auto* f = status.as<Status::failure>()) {
+      for (const auto& reason : f->result.reasons)
+        out << " " << reason.feedbackCode << " " << text(reason.localizedDescription);
+    }
+    if (const auto* c = status.as<Status::canceled>()) out << " " << rawValue(c->canceler);
+    if (const auto* e = status.as<Status::error>()) {
+      out << " " << rawValue(e->iProovError.code());
+      if (const auto& description = e->iProovError.errorDescription()) out << " " << text(*description);
+    }
+  }
+  return out.str();
+}
+
+struct ScriptCase {
+  std::string name;
+  std::string text;
+  std::string expected;  // the canonical form, or the error message
+};
+void PrintTo(const ScriptCase& c, std::ostream* os) { *os << c.name; }
+auto byName = [](const auto& testInfo) { return testInfo.param.name; };
+
+class ValidScript : public ::testing::TestWithParam<ScriptCase> {};
+
+TEST_P(ValidScript, ParsesToItsSteps) {
+  auto script = CaptureScript::parse(GetParam().text);
+  ASSERT_TRUE(script.has_value()) << script.error();
+  EXPECT_EQ(render(*script), GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Scripts, ValidScript,
+    ::testing::Values(ScriptCase{"FailureAfterAPause", "connected; wait 2; failure eyes_closed",
+                                 R"(connected; wait 2; failure eyes_closed "Eyes closed")"},
+                      ScriptCase{"LinesBlanksAndEmptySteps",
+                                 " connecting ;\n\n\tprocessing 0.25 \"Hold still\";wait 0;;processing 1;\n",
+                                 R"(connecting; processing 0.25 "Hold still"; wait 0; processing 1 "")"},
+                      // Codes the SDK does not know, or writes in another case, still reach it.
+                      ScriptCase{"ReasonsWithAndWithoutTexts", R"(failure too_dark "Find light" TOO_DARK x9)",
+                                 R"(failure too_dark "Find light" TOO_DARK "TOO DARK" x9 "X9")"},
+                      ScriptCase{"FailureWithoutReasons", "failure", "failure"},
+                      ScriptCase{"CanceledByTheUserUnlessSaid", "canceled", "canceled user"},
+                      ScriptCase{"ErrorWithoutDescription", "error notSupported", "error notSupported"},
+                      ScriptCase{"TextWithEscapesAndSeparators", R"(error network "Lost \"it\"; a\\b")",
+                                 R"(error network "Lost \"it\"; a\\b")"}),
+    byName);
+
+class InvalidScript : public ::testing::TestWithParam<ScriptCase> {};
+
+TEST_P(InvalidScript, IsRefusedWithAMessageNamingTheStep) {
+  auto script = CaptureScript::parse(GetParam().text);
+  ASSERT_FALSE(script.has_value()) << render(*script);
+  EXPECT_EQ(script.error(), GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Scripts, InvalidScript,
+    ::testing::Values(
+        ScriptCase{"NoSteps", " ;\n ; ", "the script has no steps"},
+        ScriptCase{"UnknownStep", "connected; Wait 2",
+                   R"(step 2 ("Wait 2"): unknown step "Wait"; expected wait, connecting, connected, processing, )"
+                   "success, failure, canceled or error"},
+        ScriptCase{"WaitWithAUnit", "wait 2s", R"(step 1 ("wait 2s"): "2s" is not a number of seconds)"},
+        ScriptCase{"NegativeWait", "wait -1", R"(step 1 ("wait -1"): "-1": a pause cannot be negative)"},
+        ScriptCase{"ProgressAboveOne", "processing 1.5",
+                   R"(step 1 ("processing 1.5"): "1.5" is not a progress from 0 to 1)"},
+        ScriptCase{"DescriptionBeforeCode", R"(failure "Eyes closed")",
+                   R"(step 1 ("failure \"Eyes closed\""): a description must follow a feedback code)"},
+        ScriptCase{"ErrorCodesAreCaseSensitive", "error Network",
+                   R"(step 1 ("error Network"): "Network" is not an IProovError code; expected one of network, )"
+                   "server, unexpected, captureAlreadyActive, cameraPermissionDenied, userTimeout, notSupported, "
+                   "invalidOptions, cameraUnavailable"},
+        ScriptCase{"StepAfterTheFinalStatus", "connected; success\nwait 1",
+                   R"(step 3 ("wait 1"): nothing may follow the final status success)"},
+        ScriptCase{"UnclosedText", "connected\nfailure eyes_closed \"Open",
+                   R"(step 2 ("failure eyes_closed \"Open"): a text is not closed by ")"},
+        ScriptCase{"UnknownEscape", R"(error network "a\nb")",
+                   R"(step 1 ("error network \"a\\nb\""): only \" and \\ may follow a backslash in a text)"}),
+    byName);
+
+}  // namespace
+}  // namespace kiv
