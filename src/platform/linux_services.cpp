@@ -3,6 +3,7 @@
 #include "kiv/platform/device_identity.hpp"
 #include "kiv/platform/secure_store.hpp"
 #include "kiv/platform/user_defaults.hpp"
+#include "platform/http/curl_http_session.hpp"
 
 namespace kiv {
 
@@ -11,6 +12,7 @@ void addLinuxServices(Platform& bundle) {
   bundle.secureStore = makeLinuxSecureStore();
   bundle.defaults = makeLinuxUserDefaults();
   bundle.device = makeLinuxDeviceIdentity();
+  bundle.http = std::make_shared<CurlHttpSessionFactory>();
 }
 
 }  // namespace kiv

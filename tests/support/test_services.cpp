@@ -2,6 +2,7 @@
 
 #include "platform/defaults/memory_user_defaults.hpp"
 #include "platform/device/fixed_device_identity.hpp"
+#include "platform/http/curl_http_session.hpp"
 #include "platform/secure_store/memory_secure_store.hpp"
 
 namespace kiv::testing {
@@ -11,6 +12,7 @@ void addTestServices(Platform& bundle) {
   bundle.secureStore = std::make_shared<MemorySecureStore>();
   bundle.defaults = std::make_shared<MemoryUserDefaults>();
   bundle.device = std::make_shared<FixedDeviceIdentity>();
+  bundle.http = std::make_shared<CurlHttpSessionFactory>();  // wire tests talk to a RecordingHttpServer
 }
 
 }  // namespace kiv::testing

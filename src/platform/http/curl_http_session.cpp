@@ -1,0 +1,465 @@
+#include "platform/http/curl_http_session.hpp"
+
+#include <curl/curl.h>
+#include <pthread.h>
+#include <strings.h>
+
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <mutex>
+#include <thread>
+#include <unordered_map>
+#include <vector>
+
+#include "kiv/platform/platform.hpp"
+#include "platform/http/url.hpp"
+
+namespace kiv {
+namespace {
+
+constexpr long kIdlePollMilliseconds = 1000;  // curl shortens it when one of its timers is due
+constexpr long kMaximumRedirects = 16;
+constexpr double kDefaultTimeoutSeconds = 60.0;
+// Loopback never goes through a proxy taken from the environment.
+constexpr const char* kNoProxyHosts = "localhost,127.0.0.1,::1";
+
+HttpErrorCode errorCodeFor(CURLcode code) {
+  switch (code) {
+    case CURLE_OPERATION_TIMEDOUT:
+      return HttpErrorCode::timedOut;
+    case CURLE_COULDNT_RESOLVE_HOST:
+    case CURLE_COULDNT_RESOLVE_PROXY:
+      return HttpErrorCode::cannotFindHost;
+    case CURLE_COULDNT_CONNECT:
+      return HttpErrorCode::cannotConnectToHost;
+    case CURLE_GOT_NOTHING:
+    case CURLE_SEND_ERROR:
+    case CURLE_RECV_ERROR:
+    case CURLE_PARTIAL_FILE:
+      return HttpErrorCode::networkConnectionLost;
+    case CURLE_UNSUPPORTED_PROTOCOL:
+      return HttpErrorCode::unsupportedURL;
+    case CURLE_URL_MALFORMAT:
+      return HttpErrorCode::badURL;
+    case CURLE_WEIRD_SERVER_REPLY:
+    case CURLE_HTTP2:
+    case CURLE_HTTP2_STREAM:
+    case CURLE_BAD_CONTENT_ENCODING:
+      return HttpErrorCode::badServerResponse;
+    case CURLE_TOO_MANY_REDIRECTS:
+      return HttpErrorCode::httpTooManyRedirects;
+    case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_PEER_FAILED_VERIFICATION:
+    case CURLE_SSL_CERTPROBLEM:
+    case CURLE_SSL_CIPHER:
+    case CURLE_SSL_CACERT_BADFILE:
+    case CURLE_SSL_ISSUER_ERROR:
+    case CURLE_SSL_PINNEDPUBKEYNOTMATCH:
+    case CURLE_SSL_INVALIDCERTSTATUS:
+    case CURLE_SSL_CRL_BADFILE:
+    case CURLE_USE_SSL_FAILED:
+      return HttpErrorCode::secureConnectionFailed;
+    default:
+      return HttpErrorCode::unknown;
+  }
+}
+
+DataTaskResult errorResult(HttpErrorCode code, std::string detail = {}) {
+  DataTaskResult result;
+  result.error = HttpError(code, std::move(detail));
+  return result;
+}
+
+// Header names and values go into raw header lines: a line break inside one
+// would start a header (or a body) of the caller's making.
+std::string withoutLineBreaks(std::string text) {
+  std::erase_if(text, [](char c) { return c == '\r' || c == '\n'; });
+  return text;
+}
+
+class Engine;
+
+class CurlDataTask final : public HttpDataTask, public std::enable_shared_from_this<CurlDataTask> {
+ public:
+  CurlDataTask(std::weak_ptr<Engine> engine, HttpRequest request, DataTaskCompletion completion)
+      : request_(std::move(request)), engine_(std::move(engine)), completion_(std::move(completion)) {}
+
+  void resume() override;
+  void cancel() override;
+
+  bool cancelRequested() const { return cancelRequested_.load(); }
+
+  // Runs the completion unless it already ran; releases what it captured.
+  void complete(DataTaskResult result) {
+    if (completed_.exchange(true)) return;
+    auto completion = std::move(completion_);
+    completion_ = nullptr;
+    try {
+      if (completion) completion(std::move(result));
+    } catch (...) {
+      // A throwing completion must not take the session's thread down.
+    }
+  }
+
+  // Transfer state, touched only on the session's thread.
+  const HttpRequest request_;
+  CURL* easy = nullptr;
+  curl_slist* headerLines = nullptr;
+  std::string receivedBody;
+  HttpHeaders receivedHeaders;
+  char errorBuffer[CURL_ERROR_SIZE] = {};
+
+ private:
+  std::weak_ptr<Engine> engine_;
+  DataTaskCompletion completion_;
+  std::atomic<bool> resumed_{false};
+  std::atomic<bool> cancelRequested_{false};
+  std::atomic<bool> completed_{false};
+};
+
+thread_local const Engine* tCurrentEngine = nullptr;
+
+// The transfer thread of one session and its curl multi handle. Other threads
+// talk to it only through submit() and wakeForCancel(); everything else runs
+// on the thread.
+class Engine : public std::enable_shared_from_this<Engine> {
+ public:
+  explicit Engine(HttpSessionConfiguration configuration) : configuration_(std::move(configuration)) {
+    multi_ = curl_multi_init();
+    const long perHost = std::max(1, configuration_.maximumConnectionsPerHost);
+    curl_multi_setopt(multi_, CURLMOPT_MAX_HOST_CONNECTIONS, perHost);
+    // By default the cache shrinks with the number of transfers in flight,
+    // which would close kept-alive connections between requests.
+    curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, std::max(16L, 2 * perHost));
+  }
+
+  ~Engine() {
+    if (multi_) curl_multi_cleanup(multi_);
+  }
+
+  Engine(const Engine&) = delete;
+  Engine& operator=(const Engine&) = delete;
+
+  void start() {
+    thread_ = std::thread([self = shared_from_this()] { self->run(); });
+  }
+
+  bool isCurrentThread() const { return tCurrentEngine == this; }
+
+  // False once the session has ended.
+  bool submit(std::shared_ptr<CurlDataTask> task) {
+    std::lock_guard lock(mutex_);
+    if (stopping_) return false;
+    inbox_.push_back(std::move(task));
+    curl_multi_wakeup(multi_);
+    return true;
+  }
+
+  void wakeForCancel() {
+    std::lock_guard lock(mutex_);
+    if (stopping_) return;  // the shutdown cancels whatever is still running
+    cancelPending_ = true;
+    curl_multi_wakeup(multi_);
+  }
+
+  // Ends the thread after it has completed every task with `cancelled`. The
+  // first caller waits for that, unless it is the thread itself (a completion
+  // dropping the last reference to its session), which cannot join itself.
+  void stop() {
+    {
+      std::lock_guard lock(mutex_);
+      stopping_ = true;
+      curl_multi_wakeup(multi_);
+      if (joinClaimed_) return;
+      joinClaimed_ = true;
+    }
+    if (isCurrentThread()) {
+      thread_.detach();
+    } else if (thread_.joinable()) {
+      thread_.join();
+    }
+  }
+
+ private:
+  void run() {
+    // OpenSSL writes to sockets without MSG_NOSIGNAL; a peer that closed the
+    // connection must cost this transfer an error, not the host its process.
+    sigset_t pipe;
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
+    pthread_setname_np(pthread_self(), configuration_.label.substr(0, 15).c_str());
+    tCurrentEngine = this;
+
+    for (;;) {
+      std::vector<std::shared_ptr<CurlDataTask>> incoming;
+      bool cancels = false;
+      {
+        std::lock_guard lock(mutex_);
+        if (stopping_) break;
+        incoming.swap(inbox_);
+        cancels = std::exchange(cancelPending_, false);
+      }
+      for (auto& task : incoming) startTransfer(task);
+      if (cancels) cancelRequestedTransfers();
+      int running = 0;
+      curl_multi_perform(multi_, &running);
+      finishDoneTransfers();
+      curl_multi_poll(multi_, nullptr, 0, kIdlePollMilliseconds, nullptr);
+    }
+    shutDown();
+  }
+
+  void shutDown() {
+    std::vector<std::shared_ptr<CurlDataTask>> waiting;
+    {
+      std::lock_guard lock(mutex_);
+      waiting.swap(inbox_);
+    }
+    for (auto& task : waiting) task->complete(errorResult(HttpErrorCode::cancelled));
+    auto running = std::move(active_);
+    active_.clear();
+    for (auto& [easy, task] : running) {
+      release(*task);
+      task->complete(errorResult(HttpErrorCode::cancelled));
+    }
+  }
+
+  void startTransfer(const std::shared_ptr<CurlDataTask>& task) {
+    if (task->cancelRequested()) {
+      task->complete(errorResult(HttpErrorCode::cancelled));
+      return;
+    }
+    // Checked here so that the transport and url::parse agree on what is a
+    // URL, whatever libcurl would make of a text without a scheme.
+    if (!url::isHttp(task->request_.url)) {
+      const bool isURL = url::parse(task->request_.url).has_value();
+      task->complete(errorResult(isURL ? HttpErrorCode::unsupportedURL : HttpErrorCode::badURL, task->request_.url));
+      return;
+    }
+    task->easy = curl_easy_init();
+    if (task->easy == nullptr || !configure(*task) || curl_multi_add_handle(multi_, task->easy) != CURLM_OK) {
+      release(*task);
+      task->complete(errorResult(HttpErrorCode::unknown, "the transfer could not be set up"));
+      return;
+    }
+    active_.emplace(task->easy, task);
+  }
+
+  static size_t onBody(char* data, size_t size, size_t count, void* context) {
+    static_cast<CurlDataTask*>(context)->receivedBody.append(data, size * count);
+    return size * count;
+  }
+
+  static size_t onHeaderLine(char* data, size_t size, size_t count, void* context) {
+    auto& headers = static_cast<CurlDataTask*>(context)->receivedHeaders;
+    std::string_view line(data, size * count);
+    while (!line.empty() && (line.back() == '\r' || line.back() == '\n')) line.remove_suffix(1);
+    if (line.starts_with("HTTP/")) {
+      headers.clear();  // a new response: after a redirect or an interim 1xx answer
+    } else if (!line.empty() && (line.front() == ' ' || line.front() == '\t')) {
+      if (!headers.empty()) headers.back().value += " " + std::string(trimmed(line));  // folded line
+    } else if (const auto colon = line.find(':'); colon != std::string_view::npos) {
+      headers.push_back({std::string(line.substr(0, colon)), std::string(trimmed(line.substr(colon + 1)))});
+    }
+    return size * count;
+  }
+
+  static std::string_view trimmed(std::string_view text) {
+    while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
+    while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) text.remove_suffix(1);
+    return text;
+  }
+
+  static bool configure(CurlDataTask& task) {
+    CURL* easy = task.easy;
+    const HttpRequest& request = task.request_;
+    const double timeout = request.timeoutSeconds > 0 ? request.timeoutSeconds : kDefaultTimeoutSeconds;
+    const long timeoutMs = std::max(1L, static_cast<long>(timeout * 1000.0));
+
+    bool ok = curl_easy_setopt(easy, CURLOPT_URL, request.url.c_str()) == CURLE_OK;
+    ok = ok && curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L) == CURLE_OK;
+    ok = ok && curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https") == CURLE_OK;
+    ok = ok && curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "http,https") == CURLE_OK;
+    ok = ok && curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 1L) == CURLE_OK;
+    ok = ok && curl_easy_setopt(easy, CURLOPT_MAXREDIRS, kMaximumRedirects) == CURLE_OK;
+    ok = ok && curl_easy_setopt(easy, CURLOPT_NOPROXY, kNoProxyHosts) == CURLE_OK;
+    ok = ok && curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, timeoutMs) == CURLE_OK;
+    ok = ok && curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, timeoutMs) == CURLE_OK;
+    ok = ok && curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, task.errorBuffer) == CURLE_OK;
+    ok = ok && curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &Engine::onBody) == CURLE_OK;
+    ok = ok && curl_easy_setopt(easy, CURLOPT_WRITEDATA, &task) == CURLE_OK;
+    ok = ok && curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, &Engine::onHeaderLine) == CURLE_OK;
+    ok = ok && curl_easy_setopt(easy, CURLOPT_HEADERDATA, &task) == CURLE_OK;
+    // No CURLOPT_COOKIEFILE: the cookie engine stays off, so cookies are
+    // neither stored nor sent.
+
+    const std::string& method = request.method.empty() ? std::string("GET") : request.method;
+    const bool sendsBody = method != "GET" && method != "HEAD" && request.body.has_value();
+    if (method == "GET") {
+      ok = ok && curl_easy_setopt(easy, CURLOPT_HTTPGET, 1L) == CURLE_OK;
+    } else if (method == "HEAD") {
+      ok = ok && curl_easy_setopt(easy, CURLOPT_NOBODY, 1L) == CURLE_OK;
+    } else if (method == "POST" || sendsBody) {
+      // The bytes are the task's own and outlive the transfer; the size is
+      // set first so that a body holding NUL bytes is sent whole.
+      const std::string& body = request.body ? *request.body : std::string();
+      ok = ok && curl_easy_setopt(easy, CURLOPT_POST, 1L) == CURLE_OK;
+      ok = ok && curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size())) == CURLE_OK;
+      ok = ok && curl_easy_setopt(easy, CURLOPT_POSTFIELDS, request.body ? request.body->data() : "") == CURLE_OK;
+    }
+    if (method != "GET" && method != "HEAD" && method != "POST") {
+      ok = ok && curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, method.c_str()) == CURLE_OK;
+    }
+
+    bool hasContentType = false;
+    bool hasExpect = false;
+    for (const auto& header : request.headers) {
+      const std::string name = withoutLineBreaks(header.name);
+      if (name.empty() || name.find(':') != std::string::npos) continue;
+      const std::string value = withoutLineBreaks(header.value);
+      hasContentType = hasContentType || strcasecmp(name.c_str(), "Content-Type") == 0;
+      hasExpect = hasExpect || strcasecmp(name.c_str(), "Expect") == 0;
+      // "Name:" would remove the header; "Name;" is libcurl's way to send it empty.
+      const std::string line = value.empty() ? name + ";" : name + ": " + value;
+      task.headerLines = curl_slist_append(task.headerLines, line.c_str());
+    }
+    // A body without a content type would be labelled as a form by libcurl.
+    if (!hasContentType) task.headerLines = curl_slist_append(task.headerLines, "Content-Type:");
+    // No "100 Continue" round trip before larger bodies.
+    if (!hasExpect) task.headerLines = curl_slist_append(task.headerLines, "Expect:");
+    ok = ok && task.headerLines != nullptr && curl_easy_setopt(easy, CURLOPT_HTTPHEADER, task.headerLines) == CURLE_OK;
+    return ok;
+  }
+
+  void cancelRequestedTransfers() {
+    std::vector<std::shared_ptr<CurlDataTask>> cancelled;
+    for (auto it = active_.begin(); it != active_.end();) {
+      if (it->second->cancelRequested()) {
+        cancelled.push_back(it->second);
+        it = active_.erase(it);
+      } else {
+        ++it;
+      }
+    }
+    for (auto& task : cancelled) {
+      release(*task);
+      task->complete(errorResult(HttpErrorCode::cancelled));
+    }
+  }
+
+  void finishDoneTransfers() {
+    int left = 0;
+    while (CURLMsg* message = curl_multi_info_read(multi_, &left)) {
+      if (message->msg != CURLMSG_DONE) continue;
+      const auto found = active_.find(message->easy_handle);
+      if (found == active_.end()) continue;
+      const auto task = found->second;
+      active_.erase(found);
+      auto result = resultOf(*task, message->data.result);
+      release(*task);
+      task->complete(std::move(result));
+    }
+  }
+
+  static DataTaskResult resultOf(CurlDataTask& task, CURLcode code) {
+    long status = 0;
+    curl_easy_getinfo(task.easy, CURLINFO_RESPONSE_CODE, &status);
+    char* effectiveURL = nullptr;
+    curl_easy_getinfo(task.easy, CURLINFO_EFFECTIVE_URL, &effectiveURL);
+
+    DataTaskResult result;
+    if (status > 0) {
+      result.response = HttpResponse{effectiveURL ? effectiveURL : task.request_.url, static_cast<int>(status),
+                                     std::move(task.receivedHeaders)};
+    }
+    if (code == CURLE_OK && status > 0) {
+      result.data = std::move(task.receivedBody);
+    } else if (code == CURLE_OK) {
+      result.error = HttpError(HttpErrorCode::badServerResponse);
+    } else {
+      result.error = HttpError(errorCodeFor(code), task.errorBuffer[0] ? task.errorBuffer : curl_easy_strerror(code));
+    }
+    return result;
+  }
+
+  void release(CurlDataTask& task) {
+    if (task.easy) {
+      curl_multi_remove_handle(multi_, task.easy);
+      curl_easy_cleanup(task.easy);
+      task.easy = nullptr;
+    }
+    curl_slist_free_all(task.headerLines);
+    task.headerLines = nullptr;
+  }
+
+  const HttpSessionConfiguration configuration_;
+  CURLM* multi_ = nullptr;
+  std::thread thread_;
+  std::unordered_map<CURL*, std::shared_ptr<CurlDataTask>> active_;  // the thread's own
+
+  std::mutex mutex_;
+  std::vector<std::shared_ptr<CurlDataTask>> inbox_;
+  bool cancelPending_ = false;
+  bool stopping_ = false;
+  bool joinClaimed_ = false;
+};
+
+void CurlDataTask::resume() {
+  if (resumed_.exchange(true)) return;
+  auto engine = engine_.lock();
+  if (engine && engine->submit(shared_from_this())) return;
+  // The session has ended and its thread is gone: complete on the task pool,
+  // still never on the caller's thread.
+  platform()->taskPool->post([self = shared_from_this()] { self->complete(errorResult(HttpErrorCode::cancelled)); });
+}
+
+void CurlDataTask::cancel() {
+  cancelRequested_.store(true);
+  if (!resumed_.load()) {
+    resume();  // the thread completes it with `cancelled` without starting it
+    return;
+  }
+  if (auto engine = engine_.lock()) engine->wakeForCancel();
+}
+
+class CurlHttpSession final : public HttpSession {
+ public:
+  explicit CurlHttpSession(HttpSessionConfiguration configuration)
+      : engine_(std::make_shared<Engine>(std::move(configuration))) {
+    engine_->start();
+  }
+  ~CurlHttpSession() override { engine_->stop(); }
+  CurlHttpSession(const CurlHttpSession&) = delete;
+  CurlHttpSession& operator=(const CurlHttpSession&) = delete;
+
+  std::shared_ptr<HttpDataTask> dataTask(HttpRequest request, DataTaskCompletion completion) override {
+    return std::make_shared<CurlDataTask>(engine_, std::move(request), std::move(completion));
+  }
+
+  void invalidateAndCancel() override { engine_->stop(); }
+
+  DataTaskResult send(HttpRequest request) override {
+    if (engine_->isCurrentThread()) {
+      return errorResult(HttpErrorCode::cancelled, "a blocking send from the session's own thread would wait forever");
+    }
+    return HttpSession::send(std::move(request));
+  }
+
+ private:
+  std::shared_ptr<Engine> engine_;
+};
+
+}  // namespace
+
+CurlHttpSessionFactory::CurlHttpSessionFactory() {
+  static const CURLcode initialised = curl_global_init(CURL_GLOBAL_DEFAULT);
+  (void)initialised;
+}
+
+std::shared_ptr<HttpSession> CurlHttpSessionFactory::makeSession(HttpSessionConfiguration configuration) {
+  return std::make_shared<CurlHttpSession>(std::move(configuration));
+}
+
+}  // namespace kiv

@@ -1,0 +1,22 @@
+// The Linux HTTP client, on libcurl.
+//
+// Each session owns one transfer thread driving a curl multi handle: its
+// transfers run concurrently, share the multi's connection cache (so
+// keep-alive connections are reused) and complete on that thread. The thread
+// blocks SIGPIPE and every transfer sets CURLOPT_NOSIGNAL, so a peer that
+// closes a connection never raises a signal in the host. Only http and https
+// URLs are loaded; any other text completes with an error and no response.
+#pragma once
+
+#include "kiv/platform/http.hpp"
+
+namespace kiv {
+
+class CurlHttpSessionFactory final : public HttpSessionFactory {
+ public:
+  // Initialises libcurl for the process on first construction.
+  CurlHttpSessionFactory();
+  std::shared_ptr<HttpSession> makeSession(HttpSessionConfiguration configuration) override;
+};
+
+}  // namespace kiv

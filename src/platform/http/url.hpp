@@ -1,0 +1,41 @@
+// Whether a text forms a URL, read by libcurl's URL parser so that every part
+// of the SDK agrees with the transport on what a URL is.
+//
+//   url::parse("wss://eu/ws")->scheme == "wss"
+//   url::parse("example.com")           -> absent (no scheme is guessed)
+//   url::isHttp("file:///error")        -> false
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace kiv::url {
+
+// The parts of an absolute URL, as the parser normalised them (scheme and
+// host in lower case, the path "/" when the URL has none).
+struct Parts {
+  std::string scheme;
+  std::string host;         // empty for URLs without one ("file:///error")
+  std::optional<int> port;  // only when the URL names one
+  std::string path;
+  std::optional<std::string> query;  // without the "?"
+};
+
+// Absent unless `text` is an absolute URL: a scheme of any name (http,
+// https, wss, file...), no white space or control characters, and a valid
+// host where the scheme has one.
+std::optional<Parts> parse(std::string_view text);
+
+// True for an absolute http or https URL with a host.
+bool isHttp(std::string_view text);
+
+// `text` with its query replaced by `items` in order, each written as
+// name=value with both percent-encoded; an empty list removes the query.
+// Absent when `text` is not a URL.
+std::optional<std::string> replacingQueryItems(std::string_view text,
+                                               const std::vector<std::pair<std::string, std::string>>& items);
+
+}  // namespace kiv::url

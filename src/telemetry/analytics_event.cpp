@@ -1,0 +1,31 @@
+#include "telemetry/analytics_event.hpp"
+
+namespace kiv {
+namespace {
+
+template <typename... Visitors>
+struct Overloaded : Visitors... {
+  using Visitors::operator()...;
+};
+
+}  // namespace
+
+std::string KivAnalyticsEvent::name() const {
+  return std::visit(Overloaded{
+                        [](const Standard& standard) { return std::string(rawValue(standard.name)); },
+                        [](const Custom& custom) { return custom.name; },
+                        [](KivAnalyticsFixedEvent fixed) { return std::string(rawValue(fixed)); },
+                    },
+                    form_);
+}
+
+KivAnalyticsEventType KivAnalyticsEvent::type() const {
+  return std::visit(Overloaded{
+                        [](const Standard& standard) { return standard.type; },
+                        [](const Custom& custom) { return custom.type; },
+                        [](KivAnalyticsFixedEvent fixed) { return fixedEventType(fixed); },
+                    },
+                    form_);
+}
+
+}  // namespace kiv

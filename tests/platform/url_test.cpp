@@ -1,0 +1,64 @@
+#include "platform/http/url.hpp"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace kiv {
+namespace {
+
+struct UrlCase {
+  std::string text;
+  std::optional<std::string> scheme;  // absent: not a URL
+  bool http = false;
+};
+
+class UrlParse : public ::testing::TestWithParam<UrlCase> {};
+
+TEST_P(UrlParse, TellsWhetherTextFormsAUrlAndItsScheme) {
+  const auto& c = GetParam();
+  const auto parts = url::parse(c.text);
+  EXPECT_EQ(parts ? std::optional(parts->scheme) : std::nullopt, c.scheme);
+  EXPECT_EQ(url::isHttp(c.text), c.http);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Texts, UrlParse,
+    ::testing::Values(UrlCase{"https://backend.kiv.example/", "https", true},
+                      UrlCase{"http://127.0.0.1:8080/bff/sessions?asyncAttempt=true", "http", true},
+                      UrlCase{"HTTPS://Backend.Example/bff/", "https", true},
+                      UrlCase{"wss://eu/ws", "wss", false},     // the streaming endpoint
+                      UrlCase{"file:///error", "file", false},  // the unsendable fallback
+                      UrlCase{"error", std::nullopt, false},    // no scheme is guessed
+                      UrlCase{"backend.kiv.example/bff/", std::nullopt, false}, UrlCase{"", std::nullopt, false},
+                      UrlCase{"https://back end.example/", std::nullopt, false},
+                      UrlCase{"wss://eu west/ws", std::nullopt, false}, UrlCase{"wss://eu\"/ws", std::nullopt, false},
+                      UrlCase{"https://backend.example/\n", std::nullopt, false},
+                      UrlCase{std::string("https://a.example\0.evil/", 25), std::nullopt, false},
+                      UrlCase{"https://", std::nullopt, false}));
+
+TEST(Url, GivesTheNormalisedParts) {
+  const auto parts = url::parse("HTTP://127.0.0.1:8080/bff/sessions?asyncAttempt=true");
+  ASSERT_TRUE(parts);
+  EXPECT_EQ(parts->scheme, "http");
+  EXPECT_EQ(parts->host, "127.0.0.1");
+  EXPECT_EQ(parts->port, 8080);
+  EXPECT_EQ(parts->path, "/bff/sessions");
+  EXPECT_EQ(parts->query, "asyncAttempt=true");
+
+  const auto bare = url::parse("https://backend.example");
+  ASSERT_TRUE(bare);
+  EXPECT_EQ(bare->port, std::nullopt);
+  EXPECT_EQ(bare->path, "/");
+  EXPECT_EQ(bare->query, std::nullopt);
+}
+
+TEST(Url, ReplacesTheQueryWithEncodedItemsInOrder) {
+  EXPECT_EQ(url::replacingQueryItems("https://h.example/p?old=1", {{"b", "x&y=z"}, {"a", "1/2"}}),
+            "https://h.example/p?b=x%26y%3dz&a=1%2f2");
+  EXPECT_EQ(url::replacingQueryItems("https://h.example/p?old=1", {}), "https://h.example/p");
+  EXPECT_EQ(url::replacingQueryItems("not a url", {{"a", "1"}}), std::nullopt);
+}
+
+}  // namespace
+}  // namespace kiv

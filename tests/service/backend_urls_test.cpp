@@ -1,0 +1,61 @@
+#include "service/backend_urls.hpp"
+
+#include <gtest/gtest.h>
+
+#include "kiv/backend.hpp"
+#include "platform/http/url.hpp"
+#include "platform/process_state.hpp"
+#include "support/test_platform.hpp"
+
+namespace kiv {
+namespace {
+
+constexpr KivEnvironment kEnvironments[] = {KivEnvironment::dev, KivEnvironment::beta, KivEnvironment::prod};
+
+class BackendUrlsTest : public testing::PlatformTest {};
+
+TEST_F(BackendUrlsTest, EachEnvironmentHasItsOwnHttpRootAndAnalyticsBaseBelowIt) {
+  std::set<std::string> roots;
+  for (const auto environment : kEnvironments) {
+    const auto root = backendRootURL(environment);
+    EXPECT_TRUE(url::isHttp(root)) << root;
+    EXPECT_TRUE(root.ends_with("/")) << root;
+    EXPECT_EQ(analyticsBaseURL(environment), root + "bff/");
+    roots.insert(root);
+  }
+  EXPECT_EQ(roots.size(), 3u);
+}
+
+TEST_F(BackendUrlsTest, OverridePointsOneEnvironmentElsewhereUntilReset) {
+  const auto beta = backendRootURL(KivEnvironment::beta);
+  const auto prod = backendRootURL(KivEnvironment::prod);
+  ASSERT_TRUE(setBackendRootURL(KivEnvironment::dev, "http://127.0.0.1:8080"));
+  EXPECT_EQ(backendRootURL(KivEnvironment::dev), "http://127.0.0.1:8080/");
+  EXPECT_EQ(analyticsBaseURL(KivEnvironment::dev), "http://127.0.0.1:8080/bff/");
+  EXPECT_EQ(backendRootURL(KivEnvironment::beta), beta);
+  EXPECT_EQ(backendRootURL(KivEnvironment::prod), prod);
+
+  ASSERT_TRUE(setBackendRootURL(KivEnvironment::prod, "https://mirror.example/api/"));
+  EXPECT_EQ(backendRootURL(KivEnvironment::prod), "https://mirror.example/api/");
+  resetBackendRootURL(KivEnvironment::prod);
+  EXPECT_EQ(backendRootURL(KivEnvironment::prod), prod);
+
+  process_state::resetAll();  // what every test fixture does afterwards
+  EXPECT_NE(backendRootURL(KivEnvironment::dev), "http://127.0.0.1:8080/");
+}
+
+class BackendRootRejection : public BackendUrlsTest, public ::testing::WithParamInterface<std::string> {};
+
+TEST_P(BackendRootRejection, TextThatIsNotAnHttpRootChangesNothing) {
+  const auto before = backendRootURL(KivEnvironment::beta);
+  EXPECT_FALSE(setBackendRootURL(KivEnvironment::beta, GetParam()));
+  EXPECT_EQ(backendRootURL(KivEnvironment::beta), before);
+}
+
+INSTANTIATE_TEST_SUITE_P(Texts, BackendRootRejection,
+                         ::testing::Values("", "backend.example/", "ftp://backend.example/", "wss://eu/ws",
+                                           "https://back end.example/", "https://backend.example/?stage=1",
+                                           "https://backend.example/#top"));
+
+}  // namespace
+}  // namespace kiv

@@ -1,0 +1,277 @@
+#include "support/recording_http_server.hpp"
+
+#include <arpa/inet.h>
+#include <httplib.h>
+#include <netinet/in.h>
+#include <pthread.h>
+#include <sys/socket.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <set>
+
+namespace kiv::testing {
+namespace {
+
+// Every kept-alive connection holds a worker for as long as it stays open.
+constexpr std::size_t kWorkerThreads = 32;
+constexpr std::size_t kRequestsPerConnection = 1'000'000;
+
+// Fields the server library adds to every request; a client never sent them.
+bool isAddedByServer(const std::string& name) {
+  return name == "REMOTE_ADDR" || name == "REMOTE_PORT" || name == "LOCAL_ADDR" || name == "LOCAL_PORT";
+}
+
+int portOf(const sockaddr_storage& address) {
+  if (address.ss_family == AF_INET) return ntohs(reinterpret_cast<const sockaddr_in&>(address).sin_port);
+  if (address.ss_family == AF_INET6) return ntohs(reinterpret_cast<const sockaddr_in6&>(address).sin6_port);
+  return -1;
+}
+
+}  // namespace
+
+Answer Answer::http(int status, std::string body, std::string contentType) {
+  Answer answer;
+  answer.status = status;
+  answer.body = std::move(body);
+  answer.contentType = std::move(contentType);
+  return answer;
+}
+
+Answer Answer::dropConnection() {
+  Answer answer;
+  answer.action = Action::dropConnection;
+  return answer;
+}
+
+Answer Answer::cutOff(int status, std::string bodyStart, std::size_t declaredLength) {
+  Answer answer = http(status, std::move(bodyStart), "application/octet-stream");
+  answer.action = Action::cutOff;
+  answer.declaredLength = declaredLength;
+  return answer;
+}
+
+Answer Answer::withHeader(std::string name, std::string value) && {
+  headers.push_back({std::move(name), std::move(value)});
+  return std::move(*this);
+}
+
+Answer Answer::after(std::chrono::milliseconds wait) && {
+  delay = wait;
+  return std::move(*this);
+}
+
+namespace {
+
+// The server library ignores SIGPIPE for the whole process when a server is
+// made; that would hide from every test a client that lets a write raise it.
+// Its workers block the signal instead (see the listener thread).
+std::unique_ptr<httplib::Server> makeServerKeepingSigpipe() {
+  struct sigaction previous {};
+  sigaction(SIGPIPE, nullptr, &previous);
+  auto server = std::make_unique<httplib::Server>();
+  sigaction(SIGPIPE, &previous, nullptr);
+  return server;
+}
+
+}  // namespace
+
+RecordingHttpServer::RecordingHttpServer() : server_(makeServerKeepingSigpipe()), default_(Answer::http(200)) {
+  server_->set_tcp_nodelay(true);
+  server_->set_keep_alive_max_count(kRequestsPerConnection);
+  server_->new_task_queue = [] { return new httplib::ThreadPool(kWorkerThreads); };
+  const httplib::Server::Handler handler = [this](const httplib::Request& request, httplib::Response& response) {
+    handle(request, response);
+  };
+  server_->Get(".*", handler);
+  server_->Post(".*", handler);
+  server_->Put(".*", handler);
+  server_->Patch(".*", handler);
+  server_->Delete(".*", handler);
+  server_->Options(".*", handler);
+
+  port_ = server_->bind_to_any_port("127.0.0.1");
+  if (port_ <= 0) throw std::runtime_error("the recording server could not bind to 127.0.0.1");
+  listener_ = std::thread([this] {
+    // The workers are created by this thread and inherit its mask: writing
+    // to a connection the client already closed must not kill the tests.
+    sigset_t pipe;
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
+    server_->listen_after_bind();
+  });
+  // stop() is ignored until the accept loop runs, so wait for it here.
+  while (!server_->is_running()) std::this_thread::yield();
+}
+
+RecordingHttpServer::~RecordingHttpServer() {
+  {
+    std::lock_guard lock(mutex_);
+    stopping_ = true;
+  }
+  changed_.notify_all();
+  server_->stop();
+  // Kept-alive connections would hold their workers until the keep-alive
+  // time-out; closing them lets the workers end now.
+  shutDownConnections(0);
+  listener_.join();
+}
+
+std::string RecordingHttpServer::url(std::string_view path) const {
+  return "http://127.0.0.1:" + std::to_string(port_) + std::string(path);
+}
+
+void RecordingHttpServer::setAnswer(const std::string& path, Answer answer) {
+  std::lock_guard lock(mutex_);
+  standing_[path] = std::move(answer);
+}
+
+void RecordingHttpServer::queueAnswers(const std::string& path, std::vector<Answer> answers) {
+  std::lock_guard lock(mutex_);
+  auto& queue = queued_[path];
+  queue.insert(queue.end(), std::make_move_iterator(answers.begin()), std::make_move_iterator(answers.end()));
+}
+
+void RecordingHttpServer::setDefaultAnswer(Answer answer) {
+  std::lock_guard lock(mutex_);
+  default_ = std::move(answer);
+}
+
+void RecordingHttpServer::setResponder(Responder responder) {
+  std::lock_guard lock(mutex_);
+  responder_ = std::move(responder);
+}
+
+void RecordingHttpServer::holdAnswers() {
+  std::lock_guard lock(mutex_);
+  held_ = true;
+}
+
+void RecordingHttpServer::releaseAnswers() {
+  {
+    std::lock_guard lock(mutex_);
+    held_ = false;
+  }
+  changed_.notify_all();
+}
+
+void RecordingHttpServer::dropConnections() { shutDownConnections(0); }
+
+bool RecordingHttpServer::waitForRequests(std::size_t count, std::chrono::milliseconds timeout) const {
+  std::unique_lock lock(mutex_);
+  return changed_.wait_for(lock, timeout, [&] { return requests_.size() >= count; });
+}
+
+std::size_t RecordingHttpServer::requestCount() const {
+  std::lock_guard lock(mutex_);
+  return requests_.size();
+}
+
+std::vector<RecordedRequest> RecordingHttpServer::requests() const {
+  std::lock_guard lock(mutex_);
+  return requests_;
+}
+
+std::vector<RecordedRequest> RecordingHttpServer::requests(std::string_view path) const {
+  std::lock_guard lock(mutex_);
+  std::vector<RecordedRequest> matching;
+  for (const auto& request : requests_) {
+    if (request.path == path) matching.push_back(request);
+  }
+  return matching;
+}
+
+std::size_t RecordingHttpServer::connectionsUsed() const {
+  std::lock_guard lock(mutex_);
+  std::set<int> ports;
+  for (const auto& request : requests_) ports.insert(request.remotePort);
+  return ports.size();
+}
+
+void RecordingHttpServer::handle(const httplib::Request& request, httplib::Response& response) {
+  RecordedRequest recorded;
+  recorded.method = request.method;
+  recorded.target = request.target;
+  recorded.path = request.path;
+  for (const auto& [name, value] : request.headers) {
+    if (!isAddedByServer(name)) recorded.headers.push_back({name, value});
+  }
+  recorded.body = request.body;
+  recorded.remotePort = request.remote_port;
+
+  std::size_t index = 0;
+  Responder responder;
+  {
+    std::lock_guard lock(mutex_);
+    index = requests_.size();
+    requests_.push_back(recorded);
+    responder = responder_;
+  }
+  changed_.notify_all();
+
+  std::optional<Answer> scripted = responder ? responder(recorded, index) : std::nullopt;
+  Answer answer = scripted ? std::move(*scripted) : answerFor(recorded, index);
+  {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return !held_ || stopping_; });
+    changed_.wait_for(lock, answer.delay, [&] { return stopping_; });
+  }
+
+  switch (answer.action) {
+    case Answer::Action::dropConnection:
+      shutDownConnections(request.remote_port);
+      return;
+    case Answer::Action::cutOff: {
+      response.status = answer.status;
+      for (const auto& header : answer.headers) response.set_header(header.name, header.value);
+      const int remotePort = request.remote_port;
+      response.set_content_provider(
+          answer.declaredLength, answer.contentType,
+          [this, remotePort, part = answer.body](std::size_t offset, std::size_t, httplib::DataSink& sink) {
+            if (offset == 0 && !part.empty()) sink.write(part.data(), part.size());
+            shutDownConnections(remotePort);
+            return false;
+          });
+      return;
+    }
+    case Answer::Action::respond:
+      response.status = answer.status;
+      for (const auto& header : answer.headers) response.set_header(header.name, header.value);
+      if (!answer.body.empty()) response.set_content(answer.body, answer.contentType);
+      return;
+  }
+}
+
+Answer RecordingHttpServer::answerFor(const RecordedRequest& request, std::size_t) {
+  std::lock_guard lock(mutex_);
+  if (auto queue = queued_.find(request.path); queue != queued_.end() && !queue->second.empty()) {
+    Answer next = std::move(queue->second.front());
+    queue->second.erase(queue->second.begin());
+    return next;
+  }
+  if (auto standing = standing_.find(request.path); standing != standing_.end()) return standing->second;
+  return default_;
+}
+
+void RecordingHttpServer::shutDownConnections(int remotePort) const {
+  // The server library keeps its accepted sockets to itself; they are found
+  // among the process's descriptors by their local port. shutdown() rather
+  // than close() leaves the descriptor to the library, which closes it.
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", error)) {
+    const int fd = std::atoi(entry.path().filename().c_str());
+    sockaddr_storage local{};
+    sockaddr_storage peer{};
+    socklen_t localLength = sizeof local;
+    socklen_t peerLength = sizeof peer;
+    if (getsockname(fd, reinterpret_cast<sockaddr*>(&local), &localLength) != 0) continue;
+    if (getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &peerLength) != 0) continue;
+    if (portOf(local) != port_) continue;
+    if (remotePort != 0 && portOf(peer) != remotePort) continue;
+    shutdown(fd, SHUT_RDWR);
+  }
+}
+
+}  // namespace kiv::testing
