@@ -18,10 +18,10 @@ std::optional<std::string> encodeToJSONString(std::string_view data);
 
 // The outcome of one request as the transport gave it.
 struct ApiResponseFacts {
-  std::string endpoint;                       // the request's absolute URL text
-  std::optional<std::int64_t> statusCode;     // none without an HTTP response
-  std::optional<std::string> data;            // the body bytes; none when there were none
-  std::optional<std::string> transportError;  // the error's description; none without error
+  std::string endpoint{};                       // the request's absolute URL text
+  std::optional<std::int64_t> statusCode{};     // none without an HTTP response
+  std::optional<std::string> data{};            // the body bytes; none when there were none
+  std::optional<std::string> transportError{};  // the error's description; none without error
 };
 
 using ApiResponseProperties = std::map<std::string, std::string>;
