@@ -131,6 +131,7 @@ struct FailureCase {
   std::optional<Answer> answer;
   HttpErrorCode code;
   bool withResponse = false;
+  double timeoutSeconds = 10.0;
   friend void PrintTo(const FailureCase& c, std::ostream* os) { *os << c.name; }
 };
 
@@ -139,7 +140,7 @@ class HttpFailureTest : public HttpSessionTest, public ::testing::WithParamInter
 TEST_P(HttpFailureTest, TransportFailureGivesAnErrorAndNoBody) {
   const auto& c = GetParam();
   if (c.answer) server.setAnswer("/fail", *c.answer);
-  const auto result = session->send({.url = c.url(server), .timeoutSeconds = 0.2});
+  const auto result = session->send({.url = c.url(server), .timeoutSeconds = c.timeoutSeconds});
   ASSERT_TRUE(result.error);
   EXPECT_EQ(result.error->code(), c.code) << result.error->detail();
   EXPECT_FALSE(result.error->localizedDescription().empty());
@@ -153,7 +154,7 @@ const auto fixedUrl = [](std::string text) { return [text](const RecordingHttpSe
 INSTANTIATE_TEST_SUITE_P(
     Failures, HttpFailureTest,
     ::testing::Values(
-        FailureCase{"TimeOut", failUrl, Answer::http(200).after(10s), HttpErrorCode::timedOut},
+        FailureCase{"TimeOut", failUrl, Answer::http(200).after(60s), HttpErrorCode::timedOut, false, 0.2},
         FailureCase{"Dropped", failUrl, Answer::dropConnection(), HttpErrorCode::networkConnectionLost},
         FailureCase{"CutOff", failUrl, Answer::cutOff(200, "{\"id\"", 100), HttpErrorCode::networkConnectionLost, true},
         FailureCase{"Refused", fixedUrl("http://127.0.0.1:1/"), std::nullopt, HttpErrorCode::cannotConnectToHost},

@@ -168,10 +168,10 @@ class HttpSession {
   // reference to a session does the same.
   virtual void invalidateAndCancel() = 0;
 
-  // Runs `request` and waits for its result. For code that already runs on
-  // a background task; never from the main thread nor from one of this
-  // session's completions (that one gets a `cancelled` error at once instead
-  // of waiting for itself).
+  // Runs `request` and blocks the calling thread until its result is in. For
+  // code that already runs on a background task, never on the main queue.
+  // Called from one of this session's own completions it returns a
+  // `cancelled` error at once instead of waiting for itself.
   virtual DataTaskResult send(HttpRequest request);
 };
 
