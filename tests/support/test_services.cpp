@@ -2,8 +2,10 @@
 
 #include "platform/defaults/memory_user_defaults.hpp"
 #include "platform/device/fixed_device_identity.hpp"
-#include "platform/http/curl_http_session.hpp"
 #include "platform/secure_store/memory_secure_store.hpp"
+#include "platform/http/curl_http_session.hpp"
+#include "platform/ui/fake_font_lookup.hpp"
+#include "platform/ui/headless_view_toolkit.hpp"
 
 namespace kiv::testing {
 
@@ -13,6 +15,8 @@ void addTestServices(Platform& bundle) {
   bundle.defaults = std::make_shared<MemoryUserDefaults>();
   bundle.device = std::make_shared<FixedDeviceIdentity>();
   bundle.http = std::make_shared<CurlHttpSessionFactory>();  // wire tests talk to a RecordingHttpServer
+  bundle.ui =
+      std::make_shared<HeadlessViewToolkit>(std::make_shared<FakeFontLookup>(FakeFontLookup::Families{"Avenir Next"}));
 }
 
 }  // namespace kiv::testing

@@ -30,7 +30,7 @@ class Image {
 
   bool isAnimated() const { return !frames_.empty(); }
   const std::vector<ImageRef>& frames() const { return frames_; }  // empty for a still image
-  double duration() const { return duration_; }                     // 0 for a still image
+  double duration() const { return duration_; }                    // 0 for a still image
 
  private:
   Image() = default;

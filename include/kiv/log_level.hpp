@@ -1,0 +1,25 @@
+// How much a diagnostic matters to the host.
+#pragma once
+
+#include <array>
+#include <string_view>
+#include <utility>
+
+#include "kiv/raw_value.hpp"
+
+namespace kiv {
+
+// Raw values equal the case names; any other text builds no level.
+enum class KivLogLevel { debug, usage, info };
+
+template <>
+struct RawValueTraits<KivLogLevel> {
+  using Raw = std::string_view;
+  static constexpr std::array<std::pair<KivLogLevel, std::string_view>, 3> table{{
+      {KivLogLevel::debug, "debug"},
+      {KivLogLevel::usage, "usage"},
+      {KivLogLevel::info, "info"},
+  }};
+};
+
+}  // namespace kiv

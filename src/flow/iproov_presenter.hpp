@@ -1,0 +1,71 @@
+// Shows the capture vendor's screen over the host and holds its dismissal
+// back until the session flow has delivered the result to the host, so the
+// host learns the outcome while the capture screen is still up. A dismissal
+// waits at most `maxHold` seconds.
+//
+// One presenter per attempt, owned by shared_ptr (posted work holds it
+// weakly). present() runs where the vendor calls it, which must be the main
+// thread; dismiss() and markResultDelivered() may be called from any thread
+// and move there first. All gate state lives on the main thread.
+//
+//   auto presenter = KivLiteIProovPresenter::make(KivLiteIProovPresenter::kStandardMaxHold, hostController);
+//   options.presentationDelegate = presenter;    // the vendor presents and dismisses through it
+//   ...                                          // the result reaches the host
+//   presenter->markResultDelivered();            // the held dismissal runs now
+#pragma once
+
+#include <memory>
+
+#include "flow/dismiss_gating.hpp"
+#include "flow/dismissal_work.hpp"
+#include "kiv/platform/capture/presentation_delegate.hpp"
+#include "kiv/platform/ui/view_controller.hpp"
+
+namespace kiv {
+
+class KivLiteIProovPresenter final : public IProovPresentationDelegate,
+                                     public KivLiteDismissGating,
+                                     public std::enable_shared_from_this<KivLiteIProovPresenter> {
+ public:
+  // The hold the session flow uses.
+  static constexpr double kStandardMaxHold = 3.0;
+
+  // Keeps `presentingViewController` weakly.
+  static std::shared_ptr<KivLiteIProovPresenter> make(double maxHold,
+                                                      const std::shared_ptr<ViewController>& presentingViewController);
+
+  // A dismissal still held runs soon after, from the main queue.
+  ~KivLiteIProovPresenter() override;
+  KivLiteIProovPresenter(const KivLiteIProovPresenter&) = delete;
+  KivLiteIProovPresenter& operator=(const KivLiteIProovPresenter&) = delete;
+
+  // Full screen, without animation, over the topmost controller of the
+  // host; with no host controller left only the completion runs.
+  void present(std::shared_ptr<ViewController> iProovViewController, Task completion) override;
+  // Holds the dismissal until markResultDelivered() or `maxHold` seconds,
+  // whichever comes first.
+  void dismiss(std::shared_ptr<ViewController> iProovViewController, Task completion) override;
+  void markResultDelivered() override;
+
+  // The controller a new screen goes over: the last of the host
+  // controller's presented chain that is not leaving. Main thread only.
+  std::shared_ptr<ViewController> topmostPresenter() const;
+
+  double maxHold() const { return maxHold_; }
+  // Main thread only.
+  bool resultWasDelivered() const;
+  bool hasPendingDismissal() const;
+
+ private:
+  KivLiteIProovPresenter(double maxHold, const std::shared_ptr<ViewController>& presentingViewController);
+
+  void hold(std::shared_ptr<ViewController> iProovViewController, Task completion);
+  void flush();
+
+  std::weak_ptr<ViewController> presentingViewController_;
+  double maxHold_;
+  bool resultWasDelivered_ = false;
+  std::shared_ptr<KivLiteDismissalWork> pending_;
+};
+
+}  // namespace kiv

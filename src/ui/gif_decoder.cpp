@@ -1,0 +1,238 @@
+#include "ui/gif_decoder.hpp"
+
+#include <gif_lib.h>
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <utility>
+
+namespace kiv::gif {
+namespace {
+
+constexpr double kMinimumClampedDelay = 0.1;
+
+// giflib pulls its input through this callback; the position is ours, which
+// is what lets a defective frame be stepped over (see skipImageData).
+struct Source {
+  std::span<const std::uint8_t> bytes;
+  std::size_t position = 0;
+};
+
+int readFromSource(GifFileType* file, GifByteType* out, int length) {
+  auto* source = static_cast<Source*>(file->UserData);
+  if (length <= 0) return 0;
+  const std::size_t available = source->bytes.size() - source->position;
+  const std::size_t count = std::min(static_cast<std::size_t>(length), available);
+  if (count > 0) std::memcpy(out, source->bytes.data() + source->position, count);
+  source->position += count;
+  return static_cast<int>(count);
+}
+
+struct GifCloser {
+  void operator()(GifFileType* file) const { DGifCloseFile(file, nullptr); }
+};
+using GifFile = std::unique_ptr<GifFileType, GifCloser>;
+
+// Reads one extension record. Only a graphics control block matters: it
+// describes the next image. Returns false when the file ends inside it.
+bool readExtension(GifFileType* file, std::optional<GraphicsControlBlock>& control) {
+  int code = 0;
+  GifByteType* block = nullptr;
+  if (DGifGetExtension(file, &code, &block) == GIF_ERROR) return false;
+  bool first = true;
+  while (block != nullptr) {
+    if (first && code == GRAPHICS_EXT_FUNC_CODE) {
+      GraphicsControlBlock parsed{};
+      if (DGifExtensionToGCB(block[0], block + 1, &parsed) == GIF_OK) control = parsed;
+    }
+    first = false;
+    if (DGifGetExtensionNext(file, &block) == GIF_ERROR) return false;
+  }
+  return true;
+}
+
+// The order in which an interlaced image's lines arrive: every 8th row from
+// 0, every 8th from 4, every 4th from 2, every 2nd from 1.
+std::vector<int> rowOrder(int height, bool interlaced) {
+  std::vector<int> rows;
+  rows.reserve(static_cast<std::size_t>(height));
+  if (!interlaced) {
+    for (int row = 0; row < height; ++row) rows.push_back(row);
+    return rows;
+  }
+  constexpr int kStart[] = {0, 4, 2, 1};
+  constexpr int kStep[] = {8, 8, 4, 2};
+  for (int pass = 0; pass < 4; ++pass) {
+    for (int row = kStart[pass]; row < height; row += kStep[pass]) rows.push_back(row);
+  }
+  return rows;
+}
+
+// The colour indices of the image whose descriptor was just read, row by
+// row, or absent when they cannot be decoded.
+std::optional<std::vector<GifByteType>> readIndices(GifFileType* file) {
+  const GifImageDesc& desc = file->Image;
+  if (desc.Width <= 0 || desc.Height <= 0) return std::nullopt;
+  const auto width = static_cast<std::size_t>(desc.Width);
+  if (width * static_cast<std::size_t>(desc.Height) > kMaxCanvasPixels) return std::nullopt;
+  if (desc.ColorMap == nullptr && file->SColorMap == nullptr) return std::nullopt;
+  std::vector<GifByteType> indices(width * static_cast<std::size_t>(desc.Height));
+  for (int row : rowOrder(desc.Height, desc.Interlace)) {
+    if (DGifGetLine(file, indices.data() + static_cast<std::size_t>(row) * width, desc.Width) == GIF_ERROR) {
+      return std::nullopt;
+    }
+  }
+  return indices;
+}
+
+// After a frame failed part-way, giflib's read position is somewhere inside
+// the frame's data sub-blocks (or just past their terminator). The data is
+// a chain of length-prefixed sub-blocks ending in a zero length, starting
+// where the descriptor ended, so we find that terminator ourselves, put the
+// read position on it and let giflib consume it: that also clears giflib's
+// half-read block state, and the next record reads cleanly. False when the
+// chain runs past the end of the file.
+bool skipImageData(GifFileType* file, Source& source, std::size_t dataStart) {
+  std::size_t position = dataStart;
+  while (position < source.bytes.size()) {
+    const std::size_t length = source.bytes[position];
+    if (length == 0) {
+      source.position = position;
+      GifByteType* block = nullptr;
+      return DGifGetCodeNext(file, &block) == GIF_OK && block == nullptr;
+    }
+    position += 1 + length;
+  }
+  return false;
+}
+
+class Canvas {
+ public:
+  Canvas(int width, int height)
+      : width_(width), height_(height), rgba_(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4) {}
+
+  const std::vector<std::uint8_t>& rgba() const { return rgba_; }
+
+  void draw(const GifImageDesc& desc, const ColorMapObject& colors, const std::vector<GifByteType>& indices,
+            int transparentIndex) {
+    forEachClipped(desc, [&](std::size_t offset, std::size_t index) {
+      const int colorIndex = indices[index];
+      if (colorIndex == transparentIndex || colorIndex >= colors.ColorCount) return;
+      const GifColorType& color = colors.Colors[colorIndex];
+      rgba_[offset] = color.Red;
+      rgba_[offset + 1] = color.Green;
+      rgba_[offset + 2] = color.Blue;
+      rgba_[offset + 3] = 255;
+    });
+  }
+
+  void clear(const GifImageDesc& desc) {
+    forEachClipped(desc, [&](std::size_t offset, std::size_t) { std::memset(&rgba_[offset], 0, 4); });
+  }
+
+  void restore(const GifImageDesc& desc, const std::vector<std::uint8_t>& saved) {
+    forEachClipped(desc, [&](std::size_t offset, std::size_t) { std::memcpy(&rgba_[offset], &saved[offset], 4); });
+  }
+
+ private:
+  // Calls `visit(canvas byte offset, index into the frame's pixels)` for each
+  // pixel of the frame's rectangle that lies on the canvas.
+  template <typename Visit>
+  void forEachClipped(const GifImageDesc& desc, Visit&& visit) {
+    const int rows = std::min(desc.Height, height_ - desc.Top);
+    const int columns = std::min(desc.Width, width_ - desc.Left);
+    for (int row = 0; row < rows; ++row) {
+      const auto y = static_cast<std::size_t>(desc.Top + row);
+      for (int column = 0; column < columns; ++column) {
+        const auto x = static_cast<std::size_t>(desc.Left + column);
+        visit((y * static_cast<std::size_t>(width_) + x) * 4,
+              static_cast<std::size_t>(row) * static_cast<std::size_t>(desc.Width) + static_cast<std::size_t>(column));
+      }
+    }
+  }
+
+  int width_;
+  int height_;
+  std::vector<std::uint8_t> rgba_;
+};
+
+}  // namespace
+
+FrameDelays delaysFromCentiseconds(int centiseconds) {
+  const double seconds = centiseconds / 100.0;
+  return FrameDelays{seconds, std::max(seconds, kMinimumClampedDelay)};
+}
+
+double frameDelay(const FrameDelays& delays) {
+  if (delays.unclamped && *delays.unclamped > 0) return *delays.unclamped;
+  if (delays.clamped && *delays.clamped > 0) return *delays.clamped;
+  return kDefaultFrameDelay;
+}
+
+bool looksLikeGif(std::span<const std::uint8_t> bytes) {
+  static constexpr char kSignature[] = "GIF8";
+  return bytes.size() >= 6 && std::memcmp(bytes.data(), kSignature, 4) == 0;
+}
+
+std::optional<DecodedGif> decode(std::span<const std::uint8_t> bytes, DecodeOptions options) {
+  Source source{bytes};
+  int openError = 0;
+  GifFile file(DGifOpen(&source, readFromSource, &openError));
+  if (!file) return std::nullopt;
+  const int width = file->SWidth;
+  const int height = file->SHeight;
+  if (width <= 0 || height <= 0) return std::nullopt;
+  const std::size_t canvasBytes = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4;
+  if (canvasBytes / 4 > kMaxCanvasPixels) return std::nullopt;
+
+  DecodedGif result;
+  result.width = width;
+  result.height = height;
+  // Made when the first frame decodes: most damaged files never get there.
+  std::optional<Canvas> canvas;
+  std::optional<GraphicsControlBlock> pendingControl;
+  std::size_t decodedBytes = 0;
+
+  for (;;) {
+    GifRecordType type = UNDEFINED_RECORD_TYPE;
+    // An unreadable record type is trailing garbage or a cut: keep what we have.
+    if (DGifGetRecordType(file.get(), &type) == GIF_ERROR || type == TERMINATE_RECORD_TYPE) break;
+    if (type == EXTENSION_RECORD_TYPE) {
+      if (!readExtension(file.get(), pendingControl)) break;
+      continue;
+    }
+    if (type != IMAGE_DESC_RECORD_TYPE) break;
+
+    const std::optional<GraphicsControlBlock> control = std::exchange(pendingControl, std::nullopt);
+    const bool described = DGifGetImageDesc(file.get()) == GIF_OK;
+    const std::size_t dataStart = source.position;
+    auto indices = described ? readIndices(file.get()) : std::nullopt;
+    if (!indices) {
+      if (options.firstFrameOnly || !skipImageData(file.get(), source, dataStart)) break;
+      continue;
+    }
+
+    if (decodedBytes + canvasBytes > options.maxDecodedBytes) return std::nullopt;
+    const GifImageDesc& desc = file->Image;
+    const ColorMapObject& colors = desc.ColorMap != nullptr ? *desc.ColorMap : *file->SColorMap;
+    const int disposal = control ? control->DisposalMode : DISPOSAL_UNSPECIFIED;
+    std::vector<std::uint8_t> beforeFrame;
+    if (!canvas) canvas.emplace(width, height);
+    if (disposal == DISPOSE_PREVIOUS) beforeFrame = canvas->rgba();
+    canvas->draw(desc, colors, *indices, control ? control->TransparentColor : NO_TRANSPARENT_COLOR);
+
+    Frame frame;
+    frame.image = Image::still(width, height, canvas->rgba());
+    if (control) frame.delays = delaysFromCentiseconds(control->DelayTime);
+    result.frames.push_back(std::move(frame));
+    decodedBytes += canvasBytes;
+
+    if (disposal == DISPOSE_BACKGROUND) canvas->clear(desc);
+    if (disposal == DISPOSE_PREVIOUS) canvas->restore(desc, beforeFrame);
+    if (options.firstFrameOnly) break;
+  }
+  return result;
+}
+
+}  // namespace kiv::gif

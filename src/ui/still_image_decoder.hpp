@@ -1,0 +1,17 @@
+// The first frame of an image file as a still RGBA image: GIF through
+// giflib, WebP (still or animated) through libwebp. Other formats, PNG
+// included, are not understood and decode as absent. Safe on any thread.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+#include "kiv/platform/ui/image.hpp"
+
+namespace kiv {
+
+// Absent when the format is unknown, the data does not decode, or the
+// canvas exceeds gif::kMaxCanvasPixels.
+ImageRef decodeFirstFrame(std::span<const std::uint8_t> bytes);
+
+}  // namespace kiv

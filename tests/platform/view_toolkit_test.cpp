@@ -1,0 +1,188 @@
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "kiv/platform/platform.hpp"
+#include "kiv/platform/ui/view_toolkit.hpp"
+#include "platform/ui/fontconfig_font_lookup.hpp"
+#include "platform/ui/headless_view_controller.hpp"
+#include "support/test_platform.hpp"
+
+namespace kiv {
+namespace {
+
+class ViewToolkitTest : public testing::PlatformTest {
+ protected:
+  ViewToolkit& ui() { return *platform()->ui; }
+};
+
+// --- Views
+
+TEST_F(ViewToolkitTest, SubviewsMoveBetweenSuperviewsAndCyclesAreRefused) {
+  auto a = ui().makeView(Rect{});
+  auto b = ui().makeView(Rect{});
+  auto child = ui().makeView(Rect{});
+  a->addSubview(child);
+  b->addSubview(child);
+  EXPECT_TRUE(a->subviews().empty());
+  EXPECT_EQ(b->subviews(), std::vector<std::shared_ptr<View>>{child});
+  EXPECT_EQ(child->superview(), b);
+
+  child->addSubview(b);  // b is child's ancestor
+  child->addSubview(child);
+  EXPECT_TRUE(child->subviews().empty());
+  EXPECT_EQ(b->superview(), nullptr);
+
+  std::weak_ptr<View> weakChild = child;
+  child->removeFromSuperview();
+  EXPECT_TRUE(b->subviews().empty());
+  EXPECT_EQ(child->superview(), nullptr);
+  child.reset();
+  EXPECT_TRUE(weakChild.expired());  // superviews own their subviews; nothing else kept it
+}
+
+TEST_F(ViewToolkitTest, CentredViewsFollowTheirSuperviewAndContent) {
+  auto root = ui().makeView(Rect::make(10, 20, 200, 100));
+  EXPECT_EQ(root->bounds(), Rect::make(0, 0, 200, 100));
+  auto fixed = ui().makeView(Rect{});
+  auto indicator = ui().makeActivityIndicator(ActivityIndicatorStyle::medium);
+  auto image = ui().makeImageView(nullptr);
+  fixed->centerInSuperview(Size{50, 40});  // before it has a superview: applies once added
+  root->addSubview(fixed);
+  root->addSubview(indicator);
+  root->addSubview(image);
+  indicator->centerInSuperview(std::nullopt);
+  image->centerInSuperview(std::nullopt);
+  EXPECT_EQ(fixed->frame(), Rect::make(75, 30, 50, 40));
+  EXPECT_EQ(indicator->frame(), Rect::make(90, 40, 20, 20));
+  EXPECT_EQ(image->frame(), Rect::make(100, 50, 0, 0));
+
+  root->setFrame(Rect::make(0, 0, 300, 300));
+  EXPECT_EQ(fixed->frame(), Rect::make(125, 130, 50, 40));
+  image->setImage(Image::still(20, 10, std::vector<std::uint8_t>(20 * 10 * 4), 2.0));  // 10 x 5 points
+  EXPECT_EQ(image->frame(), Rect::make(145, 147.5, 10, 5));
+}
+
+TEST_F(ViewToolkitTest, LayerStoresAnimationsByKey) {
+  auto view = ui().makeView(Rect{});
+  auto& layer = view->layer();
+  layer.addAnimation(BasicAnimation{.keyPath = "opacity", .toValue = 1}, "fade");
+  layer.addAnimation(BasicAnimation{.keyPath = "transform.rotation.z", .toValue = 3}, "spin");
+  layer.addAnimation(BasicAnimation{.keyPath = "opacity", .toValue = 0.5}, "fade");  // replaces in place
+  EXPECT_EQ(layer.animationKeys(), (std::vector<std::string>{"fade", "spin"}));
+  EXPECT_EQ(layer.animation("fade")->toValue, 0.5);
+  layer.removeAnimation("fade");
+  layer.removeAnimation("absent");
+  EXPECT_EQ(layer.animationKeys(), std::vector<std::string>{"spin"});
+  EXPECT_EQ(layer.animation("fade"), std::nullopt);
+}
+
+// --- Presentation
+
+TEST_F(ViewToolkitTest, PresentingLinksAtOnceAndCompletesFromTheMainQueue) {
+  auto host = ui().makeViewController();
+  host->view()->setFrame(Rect::make(0, 0, 390, 844));
+  auto sheet = ui().makeViewController();
+  auto other = ui().makeViewController();
+  sheet->setModalPresentationStyle(ModalPresentationStyle::fullScreen);
+  int presented = 0;
+  host->present(sheet, false, [&] { ++presented; });
+  EXPECT_EQ(host->presentedViewController(), sheet);
+  EXPECT_EQ(sheet->presentingViewController(), host);
+  EXPECT_EQ(sheet->view()->frame(), host->view()->bounds());
+  EXPECT_EQ(presented, 0);
+  loop().runUntilIdle();
+  EXPECT_EQ(presented, 1);
+
+  // Refused like a phone refuses it: no link, no completion.
+  host->present(other, false, [&] { ++presented; });
+  other->present(sheet, false, [&] { ++presented; });
+  loop().advance(1.0);
+  EXPECT_EQ(host->presentedViewController(), sheet);
+  EXPECT_EQ(other->presentedViewController(), nullptr);
+  EXPECT_EQ(presented, 1);
+}
+
+TEST_F(ViewToolkitTest, DismissingRemovesTheWholeChainAbove) {
+  auto host = ui().makeViewController();
+  auto middle = ui().makeViewController();
+  auto top = ui().makeViewController();
+  host->present(middle, false, {});
+  middle->present(top, false, {});
+  std::vector<std::string> done;
+  middle->dismiss(false, [&] { done.push_back("middle"); });  // middle presents top: top leaves
+  EXPECT_EQ(middle->presentedViewController(), nullptr);
+  EXPECT_EQ(top->presentingViewController(), nullptr);
+  EXPECT_EQ(host->presentedViewController(), middle);
+
+  middle->present(top, false, {});
+  host->dismiss(false, [&] { done.push_back("host"); });
+  EXPECT_EQ(host->presentedViewController(), nullptr);
+  EXPECT_EQ(middle->presentedViewController(), nullptr);
+  EXPECT_EQ(top->presentingViewController(), nullptr);
+
+  top->dismiss(false, [&] { done.push_back("nothing to dismiss"); });
+  EXPECT_TRUE(done.empty());
+  loop().runUntilIdle();
+  EXPECT_EQ(done, (std::vector<std::string>{"middle", "host", "nothing to dismiss"}));
+}
+
+TEST_F(ViewToolkitTest, AnimatedDismissalLeavesAfterItsTransition) {
+  const double transition = HeadlessViewController::kTransitionSeconds;
+  auto host = ui().makeViewController();
+  auto sheet = ui().makeViewController();
+  host->present(sheet, false, {});
+  std::vector<std::string> done;
+  sheet->dismiss(true, [&] { done.push_back("first"); });
+  sheet->dismiss(false, [&] { done.push_back("joined"); });  // joins the one under way
+  EXPECT_TRUE(sheet->isBeingDismissed());
+  EXPECT_EQ(host->presentedViewController(), sheet);
+  loop().advance(transition / 2);
+  EXPECT_EQ(host->presentedViewController(), sheet);
+  loop().advance(transition / 2);
+  EXPECT_EQ(host->presentedViewController(), nullptr);
+  EXPECT_FALSE(sheet->isBeingDismissed());
+  EXPECT_EQ(done, (std::vector<std::string>{"first", "joined"}));
+
+  // Presenting over a controller whose sheet is leaving ends that transition first.
+  auto next = ui().makeViewController();
+  host->present(sheet, false, {});
+  sheet->dismiss(true, [&] { done.push_back("cut short"); });
+  host->present(next, false, {});
+  EXPECT_EQ(host->presentedViewController(), next);
+  EXPECT_EQ(sheet->presentingViewController(), nullptr);
+  loop().advance(transition);
+  EXPECT_EQ(host->presentedViewController(), next);
+  EXPECT_EQ(done.back(), "cut short");
+}
+
+// --- Fonts
+
+struct FamilyCase {
+  const char* family;
+  bool installed;
+};
+void PrintTo(const FamilyCase& c, std::ostream* os) { *os << '"' << c.family << '"'; }
+
+class FontconfigLookupTest : public ::testing::TestWithParam<FamilyCase> {};
+
+TEST_P(FontconfigLookupTest, MatchesInstalledFamiliesExactly) {
+  EXPECT_EQ(FontconfigFontLookup().hasFamily(GetParam().family), GetParam().installed);
+}
+
+INSTANTIATE_TEST_SUITE_P(Families, FontconfigLookupTest,
+                         ::testing::Values(FamilyCase{"DejaVu Sans", true},
+                                           FamilyCase{"DejaVu Sans Condensed", true},  // a font's second family name
+                                           FamilyCase{"dejavu sans", false}, FamilyCase{"DejaVuSans", false},
+                                           FamilyCase{"DejaVu", false}, FamilyCase{"No Such Family", false},
+                                           FamilyCase{"", false}));
+
+TEST_F(ViewToolkitTest, FontsOnlyForKnownFamilies) {
+  EXPECT_EQ(ui().font("Avenir Next", ui().systemFontSize()), (Font{"Avenir Next", 14.0}));
+  EXPECT_EQ(ui().font("Comic Sans", 14.0), std::nullopt);
+}
+
+}  // namespace
+}  // namespace kiv

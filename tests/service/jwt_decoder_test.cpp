@@ -1,0 +1,122 @@
+#include "service/jwt_decoder.hpp"
+
+#include <gtest/gtest.h>
+#include <sodium.h>
+
+#include <string>
+#include <vector>
+
+#include "support/test_platform.hpp"
+
+namespace kiv {
+namespace {
+
+std::string base64Url(std::string_view bytes) {
+  std::string out(sodium_base64_encoded_len(bytes.size(), sodium_base64_VARIANT_URLSAFE_NO_PADDING), '\0');
+  sodium_bin2base64(out.data(), out.size(), reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(),
+                    sodium_base64_VARIANT_URLSAFE_NO_PADDING);
+  out.resize(out.size() - 1);  // the terminating NUL
+  return out;
+}
+
+std::string token(std::string_view payload) {
+  return base64Url(R"({"alg":"HS256"})") + "." + base64Url(payload) + ".c2ln";
+}
+
+class JWTDecoderTest : public testing::PlatformTest {};
+
+struct IssuerFailure {
+  std::string token;
+  std::string line;
+};
+
+class IssuerFailureTest : public JWTDecoderTest, public ::testing::WithParamInterface<IssuerFailure> {};
+
+TEST_P(IssuerFailureTest, GivesAbsentAfterOneQuotedLine) {
+  EXPECT_EQ(KivJWTDecoder::issuer(GetParam().token), std::nullopt);
+  EXPECT_EQ(consoleLines(), std::vector<std::string>{GetParam().line});
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Tokens, IssuerFailureTest,
+    ::testing::Values(IssuerFailure{"head.payload", R"("Invalid JWT token")"},
+                      IssuerFailure{"a.b.c.d", R"("Invalid JWT token")"}, IssuerFailure{"..", R"("Invalid JWT token")"},
+                      IssuerFailure{"h.p%y.s", R"("Failed to decode payload")"},
+                      IssuerFailure{"h.abcde.s", R"("Failed to decode payload")"},  // one character past a quantum
+                      IssuerFailure{"h." + base64Url("{\"iss\":\"\xFF\"}") + ".s", R"("Failed to decode payload")"},
+                      IssuerFailure{token("not json"), R"("Failed to parse JSON payload")"},
+                      IssuerFailure{token(R"(["iss"])"), R"("Failed to parse JSON payload")"},
+                      IssuerFailure{token(R"({"sub":"x"})"), R"("Issuer (iss) claim not found in the token")"},
+                      IssuerFailure{token(R"({"iss":42})"), R"("Issuer (iss) claim not found in the token")"},
+                      IssuerFailure{token(R"({"iss":null})"), R"("Issuer (iss) claim not found in the token")"}));
+
+TEST_F(JWTDecoderTest, IssuerDropsEmptyPiecesAndNeverChecksTheSignature) {
+  const std::string payload = base64Url(R"({"iss":"client-7","exp":1})");
+  for (const std::string& t :
+       {"h." + payload + ".s", "h.." + payload + ".s", ".h." + payload + ".s..", "h." + payload + ".!!not-base64!!"}) {
+    EXPECT_EQ(KivJWTDecoder::issuer(t), "client-7") << t;
+  }
+  EXPECT_TRUE(consoleLines().empty());
+}
+
+// 16 and 17 bytes whose encodings use both URL-alphabet characters; without
+// padding they are 22 and 23 characters long.
+TEST(JWTDecoderBase64, PadsSegmentsToAQuantumAndMapsTheUrlAlphabet) {
+  for (const std::string& bytes : {std::string(16, '\xFB'), std::string(15, '\xFF') + "\xFB\xEF"}) {
+    const std::string segment = base64Url(bytes);
+    ASSERT_EQ(segment.size(), bytes.size() == 16 ? 22u : 23u);
+    ASSERT_NE(segment.find_first_of("-_"), std::string::npos);
+    EXPECT_EQ(KivJWTDecoder::base64UrlDecode(segment), bytes);
+  }
+  EXPECT_EQ(KivJWTDecoder::base64UrlDecode("QUJD"), "ABC");
+  EXPECT_EQ(KivJWTDecoder::base64UrlDecode("QQ=="), "A");
+  EXPECT_EQ(KivJWTDecoder::base64UrlDecode(""), "");
+  for (std::string_view invalid : {"QUJDR", "QU JD", "QQ==QQ", "QR", "QUJD\n", "Q.=="}) {
+    EXPECT_EQ(KivJWTDecoder::base64UrlDecode(invalid), std::nullopt) << invalid;
+  }
+}
+
+struct LocationCase {
+  std::string payload;
+  std::optional<std::string> location;
+};
+
+class ServiceLocationTest : public JWTDecoderTest, public ::testing::WithParamInterface<LocationCase> {};
+
+TEST_P(ServiceLocationTest, ReadsTheSupplierStrictlyAndSilently) {
+  EXPECT_EQ(KivJWTDecoder::serviceLocation(token(GetParam().payload)), GetParam().location);
+  EXPECT_TRUE(consoleLines().empty());
+}
+
+const std::string kSupplier = R"("name":"iproov","product":"liveness")";
+INSTANTIATE_TEST_SUITE_P(
+    Payloads, ServiceLocationTest,
+    ::testing::Values(
+        LocationCase{R"({"x":1,"extraSettings":{"liveness":{"supplier":{)" + kSupplier +
+                         R"(,"serviceLocation":"eu.rp.example"},"y":2}}})",
+                     "eu.rp.example"},
+        LocationCase{R"({"extraSettings":null})", std::nullopt}, LocationCase{R"({"iss":"a"})", std::nullopt},
+        LocationCase{R"({"extraSettings":{"liveness":{"supplier":{)" + kSupplier + "}}}}", std::nullopt},
+        LocationCase{R"({"extraSettings":{"liveness":{"supplier":{"name":"iproov","serviceLocation":"h"}}}})",
+                     std::nullopt},
+        LocationCase{R"({"extraSettings":{"liveness":{"supplier":{"product":"p","serviceLocation":"h"}}}})",
+                     std::nullopt},
+        LocationCase{R"({"extraSettings":{"liveness":{"supplier":{"name":1,"product":"p","serviceLocation":"h"}}}})",
+                     std::nullopt},
+        LocationCase{R"({"extraSettings":{"liveness":{"supplier":{)" + kSupplier + R"(,"serviceLocation":7}}}})",
+                     std::nullopt},
+        LocationCase{R"({"extraSettings":{"liveness":null}})", std::nullopt},
+        LocationCase{R"({"extraSettings":{}})", std::nullopt}, LocationCase{R"({"extraSettings":"x"})", std::nullopt},
+        LocationCase{R"([{"extraSettings":{}}])", std::nullopt}, LocationCase{"not json", std::nullopt}));
+
+TEST_F(JWTDecoderTest, ServiceLocationNeedsThreePieces) {
+  const std::string payload =
+      base64Url(R"({"extraSettings":{"liveness":{"supplier":{)" + kSupplier + R"(,"serviceLocation":"h"}}}})");
+  EXPECT_EQ(KivJWTDecoder::serviceLocation(".h.." + payload + ".s."), "h");
+  EXPECT_EQ(KivJWTDecoder::serviceLocation("h." + payload), std::nullopt);
+  EXPECT_EQ(KivJWTDecoder::serviceLocation("h." + payload + ".s.x"), std::nullopt);
+  EXPECT_TRUE(consoleLines().empty());
+}
+
+}  // namespace
+}  // namespace kiv

@@ -1,0 +1,151 @@
+#include "service/log_sanitizer.hpp"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "service/unicode_text.hpp"
+
+namespace kiv {
+namespace {
+
+std::string repeat(std::string_view unit, std::size_t times) {
+  std::string out;
+  out.reserve(unit.size() * times);
+  for (std::size_t i = 0; i < times; ++i) out += unit;
+  return out;
+}
+
+const std::string kEllipsis = "\xE2\x80\xA6";
+
+TEST(LogSanitizer, PlainTextAtTheBoundIsKeptAndOneByteMoreIsCut) {
+  const std::string atBound = repeat("a", 65000);
+  EXPECT_EQ(truncateBodyText(atBound), atBound);
+
+  const std::string suffix = kEllipsis + "[truncated,originalByteLength=65001]";
+  const std::string cut = truncateBodyText(repeat("a", 65001));
+  EXPECT_EQ(cut, repeat("a", 65000 - suffix.size()) + suffix);
+}
+
+// A budget of 64961 bytes (65000 minus the 39-byte suffix) ends inside a
+// character of each of these widths.
+class ScalarBoundaryTest : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(ScalarBoundaryTest, PlainTextIsCutBeforeTheCharacterThatCrossesTheBudget) {
+  const std::string& character = GetParam();
+  const std::string text = repeat(character, 70000 / character.size());
+  const std::string cut = truncateBodyText(text);
+  const std::size_t kept = 64961 / character.size() * character.size();
+  EXPECT_EQ(cut,
+            text.substr(0, kept) + kEllipsis + "[truncated,originalByteLength=" + std::to_string(text.size()) + "]");
+  EXPECT_TRUE(unicode::isValidUtf8(cut));
+}
+
+INSTANTIATE_TEST_SUITE_P(Widths, ScalarBoundaryTest, ::testing::Values("\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80"));
+
+TEST(LogSanitizer, Utf8PrefixKeepsWholeSequencesWithinTheBudget) {
+  EXPECT_EQ(utf8Prefix("a\xC3\xA9", 2), "a");
+  EXPECT_EQ(utf8Prefix("a\xC3\xA9", 3), "a\xC3\xA9");
+  EXPECT_EQ(utf8Prefix("\xF0\x9F\x98\x80x", 3), "");
+  EXPECT_EQ(utf8Prefix("\xF0\x9F\x98\x80x", 4), "\xF0\x9F\x98\x80");
+  EXPECT_EQ(utf8Prefix("abc", 0), "");
+  EXPECT_EQ(utf8Prefix("\x80\x80\x80\x80\x80", 2), "\x80\x80");  // stray bytes are units of their own
+}
+
+TEST(LogSanitizer, JsonBodyLosesNestedImagesBeforeItsSizeIsChecked) {
+  const std::string body = "{\"a\":{\"imgData\":\"" + repeat("A", 40000) + "\"},\"list\":[{\"img_preview\":\"" +
+                           repeat("B", 40000) + "\",\"n\":1}],\"ok\":true}";
+  EXPECT_EQ(truncateBodyText(body), R"({"a":{},"list":[{"n":1}],"ok":true})");
+}
+
+TEST(LogSanitizer, OversizedJsonBecomesTheMarkerOfItsCompactLength) {
+  // The nested text is cut to 65000 bytes first, so the marker states the
+  // length after that cut (11 bytes of JSON around it), not the input's.
+  EXPECT_EQ(truncateBodyText("{\"body\": \"" + repeat("x", 70000) + "\"}"),
+            R"({"truncated":true,"originalByteLength":65011})");
+}
+
+TEST(LogSanitizer, JsonTextIsTrimmedOfUnicodeWhiteSpaceAndCompacted) {
+  EXPECT_EQ(truncateBodyText("\xC2\xA0\n { \"a\" : [1, 2.5, \"{ \\\"b\\\" : null }\"] }\r\n\xE2\x80\xA8"),
+            R"({"a":[1,2.5,"{\"b\":null}"]})");
+  EXPECT_EQ(truncateBodyText("[not json"), "[not json");
+  EXPECT_EQ(truncateBodyText(" plain "), " plain ");
+}
+
+TEST(LogSanitizer, DeeplyNestedJsonIsHandledAsPlainText) {
+  const std::string shallow = repeat("[ ", 500) + repeat("] ", 500);
+  EXPECT_EQ(truncateBodyText(shallow), repeat("[", 500) + repeat("]", 500));
+  const std::string deep = repeat("[ ", 600) + repeat("] ", 600);
+  EXPECT_EQ(truncateBodyText(deep), deep);
+  const std::string huge = repeat("[", 100000) + repeat("]", 100000);
+  EXPECT_EQ(truncateBodyText(huge).size(), 65000u);
+}
+
+TEST(LogSanitizer, InvalidUtf8IsRepairedWithinTheBound) {
+  EXPECT_EQ(truncateBodyText("ok\xFF"), "ok\xEF\xBF\xBD");
+  const std::string cut = truncateBodyText(repeat("\xFF", 30000));
+  EXPECT_TRUE(unicode::isValidUtf8(cut));
+  EXPECT_LE(cut.size(), maxLoggedBytes);
+  EXPECT_NE(cut.find("originalByteLength=90000]"), std::string::npos);
+}
+
+struct EntryCase {
+  std::string key;
+  std::string value;
+  bool kept;
+};
+
+void PrintTo(const EntryCase& entry, std::ostream* os) { *os << entry.key << " of " << entry.value.size() << " bytes"; }
+
+class DictionaryEntryTest : public ::testing::TestWithParam<EntryCase> {};
+
+// Both dictionary variants apply the same entry rules.
+TEST_P(DictionaryEntryTest, EntryIsKeptOrRemovedByKeyAndCharacterCount) {
+  const auto& [key, value, kept] = GetParam();
+  Json any = Json::object();
+  any[key] = value;
+  any["other"] = 1;
+  Json expected = {{"other", 1}};
+  if (kept) expected = {{key, value}, {"other", 1}};
+  EXPECT_EQ(sanitizeDictionary(any), expected);
+
+  const auto texts = sanitizeDictionary(std::map<std::string, std::string>{{key, value}});
+  EXPECT_EQ(texts.contains(key), kept);
+}
+
+// "e" + COMBINING ACUTE ACCENT is one character of two scalars; a flag is
+// one character of two regional indicators.
+const std::string kCombined = "e\xCC\x81";
+const std::string kFlag = "\xF0\x9F\x87\xAB\xF0\x9F\x87\xB7";
+INSTANTIATE_TEST_SUITE_P(
+    Entries, DictionaryEntryTest,
+    ::testing::Values(EntryCase{"image", repeat("x", 1023), true}, EntryCase{"image", repeat("x", 1024), false},
+                      EntryCase{"data", repeat(kCombined, 1023), true},
+                      EntryCase{"data", repeat(kCombined, 1024), false}, EntryCase{"image", repeat(kFlag, 1023), true},
+                      EntryCase{"image", repeat(kFlag, 1024), false}, EntryCase{"Data", repeat("x", 2000), true},
+                      EntryCase{"imgData", "x", false}, EntryCase{"imgPreview", "", false},
+                      EntryCase{"img_data", "x", false}, EntryCase{"img_preview", "x", false}));
+
+TEST(LogSanitizer, AnyValueKeepsItsShapeAndNonTextLeaves) {
+  const Json input = {{"img_preview", 3},
+                      {"image", 5},
+                      {"list", Json::array({1, nullptr, false, {{"imgData", "x"}, {"k", "v"}}, repeat("z", 65001)})}};
+  const Json result = sanitizeForLog(input);
+  EXPECT_EQ(result.size(), 2u);
+  EXPECT_EQ(result["image"], 5);
+  const Json& list = result["list"];
+  ASSERT_EQ(list.size(), 5u);
+  EXPECT_EQ(list[0], 1);
+  EXPECT_TRUE(list[1].is_null());
+  EXPECT_EQ(list[2], false);
+  EXPECT_EQ(list[3], Json({{"k", "v"}}));
+  EXPECT_EQ(list[4].get<std::string>().size(), 65000u);
+}
+
+TEST(LogSanitizer, TextValuesHoldingJsonAreSanitisedInside) {
+  const auto result = sanitizeDictionary(std::map<std::string, std::string>{{"body", R"({ "imgData": "x", "a": 1 })"}});
+  EXPECT_EQ(result.at("body"), R"({"a":1})");
+}
+
+}  // namespace
+}  // namespace kiv

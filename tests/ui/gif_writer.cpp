@@ -1,0 +1,102 @@
+#include "gif_writer.hpp"
+
+#include <memory>
+#include <stdexcept>
+
+namespace kiv::testing {
+namespace {
+
+int appendOutput(GifFileType* file, const GifByteType* data, int length) {
+  auto* out = static_cast<std::vector<std::uint8_t>*>(file->UserData);
+  out->insert(out->end(), data, data + length);
+  return length;
+}
+
+struct MapDeleter {
+  void operator()(ColorMapObject* map) const { GifFreeMapObject(map); }
+};
+
+// giflib wants a power-of-two table; the padding entries are black.
+std::unique_ptr<ColorMapObject, MapDeleter> makeMap(std::vector<GifColorType> colors) {
+  if (colors.empty()) return nullptr;
+  std::size_t size = 2;
+  while (size < colors.size()) size *= 2;
+  colors.resize(size, GifColorType{0, 0, 0});
+  return std::unique_ptr<ColorMapObject, MapDeleter>(GifMakeMapObject(static_cast<int>(size), colors.data()));
+}
+
+void check(bool ok) {
+  if (!ok) throw std::runtime_error("giflib refused to write the test GIF");
+}
+
+}  // namespace
+
+std::vector<GifColorType> GifLayout::basicPalette() {
+  return {{255, 0, 0},   {0, 255, 0},   {0, 0, 255},   {255, 255, 255},
+          {255, 255, 0}, {0, 255, 255}, {255, 0, 255}, {128, 128, 128}};
+}
+
+EncodedGif encodeGif(const GifLayout& layout) {
+  EncodedGif encoded;
+  int error = 0;
+  std::unique_ptr<GifFileType, void (*)(GifFileType*)> file(EGifOpen(&encoded.bytes, appendOutput, &error),
+                                                            [](GifFileType* f) { EGifCloseFile(f, nullptr); });
+  check(file != nullptr);
+  EGifSetGifVersion(file.get(), true);
+  check(EGifPutScreenDesc(file.get(), layout.width, layout.height, 8, 0, makeMap(layout.globalColors).get()) == GIF_OK);
+  for (const auto& frame : layout.frames) {
+    if (frame.delayCentiseconds || frame.disposal != DISPOSAL_UNSPECIFIED ||
+        frame.transparentIndex != NO_TRANSPARENT_COLOR) {
+      const GraphicsControlBlock control{frame.disposal, false, frame.delayCentiseconds.value_or(0),
+                                         frame.transparentIndex};
+      GifByteType extension[4];
+      EGifGCBToExtension(&control, extension);
+      check(EGifPutExtension(file.get(), GRAPHICS_EXT_FUNC_CODE, 4, extension) == GIF_OK);
+    }
+    check(EGifPutImageDesc(file.get(), frame.left, frame.top, frame.width, frame.height, frame.interlaced,
+                           makeMap(frame.localColors).get()) == GIF_OK);
+    encoded.frameData.push_back(encoded.bytes.size());
+    // An interlaced image stores every 8th row from 0, every 8th from 4,
+    // every 4th from 2, then every 2nd from 1.
+    const int passes = frame.interlaced ? 4 : 1;
+    const int start[] = {0, 4, 2, 1};
+    const int step[] = {8, 8, 4, 2};
+    for (int pass = 0; pass < passes; ++pass) {
+      for (int row = frame.interlaced ? start[pass] : 0; row < frame.height; row += frame.interlaced ? step[pass] : 1) {
+        std::vector<GifPixelType> line(frame.indices.begin() + row * frame.width,
+                                       frame.indices.begin() + (row + 1) * frame.width);
+        check(EGifPutLine(file.get(), line.data(), frame.width) == GIF_OK);
+      }
+    }
+  }
+  check(EGifCloseFile(file.release(), &error) == GIF_OK);
+  return encoded;
+}
+
+FrameLayout solidFrame(int left, int top, int width, int height, std::uint8_t index,
+                       std::optional<int> delayCentiseconds) {
+  FrameLayout frame{left, top, width, height};
+  frame.indices.assign(static_cast<std::size_t>(width * height), index);
+  frame.delayCentiseconds = delayCentiseconds;
+  return frame;
+}
+
+int paletteIndexAt(const ImageRef& image, int x, int y) {
+  const auto* p = &image->rgba()[(static_cast<std::size_t>(y) * static_cast<std::size_t>(image->width()) + x) * 4];
+  if (p[3] == 0) return kClear;
+  const auto palette = GifLayout::basicPalette();
+  for (std::size_t i = 0; i < palette.size(); ++i) {
+    if (p[0] == palette[i].Red && p[1] == palette[i].Green && p[2] == palette[i].Blue && p[3] == 255) {
+      return static_cast<int>(i);
+    }
+  }
+  return -2;
+}
+
+std::vector<int> paletteIndices(const std::vector<ImageRef>& images) {
+  std::vector<int> indices;
+  for (const auto& image : images) indices.push_back(paletteIndexAt(image));
+  return indices;
+}
+
+}  // namespace kiv::testing
