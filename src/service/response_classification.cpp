@@ -1,8 +1,7 @@
 #include "service/response_classification.hpp"
 
-#include <utf8proc.h>
-
 #include "service/body_json.hpp"
+#include "service/unicode_text.hpp"
 
 namespace kiv {
 namespace {
@@ -14,17 +13,6 @@ constexpr std::string_view kNotInCorrectFormat =
 constexpr std::string_view kMissing = "The data couldn\u2019t be read because it is missing.";
 
 constexpr std::string_view kEmptyObject = "{}";
-
-bool isValidUtf8(std::string_view bytes) {
-  for (std::size_t at = 0; at < bytes.size();) {
-    utf8proc_int32_t codePoint = 0;
-    auto read = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(bytes.data() + at),
-                                 static_cast<utf8proc_ssize_t>(bytes.size() - at), &codePoint);
-    if (read <= 0) return false;
-    at += static_cast<std::size_t>(read);
-  }
-  return true;
-}
 
 }  // namespace
 
@@ -46,7 +34,7 @@ APIServiceError undecodable(const Json& answer) {
 }
 
 APIServiceError httpFailure(std::int64_t statusCode, std::string_view body) {
-  return APIServiceError::httpError{statusCode, std::string(isValidUtf8(body) ? body : kServerError)};
+  return APIServiceError::httpError{statusCode, std::string(unicode::isValidUtf8(body) ? body : kServerError)};
 }
 
 }  // namespace response_classification

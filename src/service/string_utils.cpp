@@ -6,6 +6,7 @@
 #include <cstddef>
 
 #include "service/body_json.hpp"
+#include "service/unicode_text.hpp"
 
 namespace kiv::KivStringUtils {
 namespace {
@@ -17,7 +18,7 @@ constexpr char kQuote = '"';
 constexpr char kBackslash = '\\';
 constexpr char kSlash = '/';
 
-// --- Unicode: white space and new lines, user-perceived characters ---------
+// --- Unicode: user-perceived characters ---------------------------------------
 
 struct Scalar {
   utf8proc_int32_t codePoint = -1;  // -1 for a byte that starts no valid scalar
@@ -34,30 +35,6 @@ Scalar scalarAt(std::string_view text, std::size_t at) {
     scalar.codePoint = -1;
   }
   return scalar;
-}
-
-// The platform's "white space and new lines": the separator categories plus
-// the C0 controls TAB..CR and NEXT LINE.
-bool isWhitespaceOrNewline(utf8proc_int32_t c) {
-  if (c < 0) return false;
-  if ((c >= 0x09 && c <= 0x0D) || c == 0x85) return true;
-  auto category = utf8proc_category(c);
-  return category == UTF8PROC_CATEGORY_ZS || category == UTF8PROC_CATEGORY_ZL || category == UTF8PROC_CATEGORY_ZP;
-}
-
-std::string_view trimWhitespaceAndNewlines(std::string_view text) {
-  std::size_t begin = text.size();
-  std::size_t end = 0;
-  for (std::size_t at = 0; at < text.size();) {
-    auto scalar = scalarAt(text, at);
-    if (!isWhitespaceOrNewline(scalar.codePoint)) {
-      if (begin == text.size()) begin = at;
-      end = at + scalar.length;
-    }
-    at += scalar.length;
-  }
-  if (begin >= end) return {};
-  return text.substr(begin, end - begin);
 }
 
 bool graphemeBreakBetween(utf8proc_int32_t before, utf8proc_int32_t after) {
@@ -193,7 +170,7 @@ std::optional<std::string> findMessage(const Json& value) {
 }
 
 std::string stripSurroundingQuotes(std::string_view text) {
-  auto trimmed = trimWhitespaceAndNewlines(text);
+  auto trimmed = unicode::trimWhiteSpaceAndNewlines(text);
   if (trimmed.size() >= 2 && startsWithQuoteCharacter(trimmed) && endsWithQuoteCharacter(trimmed)) {
     trimmed = trimmed.substr(1, trimmed.size() - 2);
   }
@@ -204,7 +181,7 @@ std::string extractErrorMessage(const std::optional<std::string>& raw) {
   if (!raw || raw->empty()) return {};
   if (auto found = messageInJson(*raw)) return *found;
 
-  auto trimmed = trimWhitespaceAndNewlines(*raw);
+  auto trimmed = unicode::trimWhiteSpaceAndNewlines(*raw);
   if (startsWithQuoteCharacter(trimmed) && endsWithQuoteCharacter(trimmed)) {
     auto inner = trimmed.size() >= 2 ? trimmed.substr(1, trimmed.size() - 2) : std::string_view{};
     if (auto found = messageInJson(unescapeQuotesAndSlashes(inner))) return *found;
