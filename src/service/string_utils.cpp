@@ -54,7 +54,7 @@ bool endsWithQuoteCharacter(std::string_view text) {
   if (text.empty() || text.back() != kQuote) return false;
   if (text.size() == 1) return true;
   std::size_t lead = text.size() - 2;
-  while (lead > 0 && (static_cast<unsigned char>(text[lead]) & 0xC0) == 0x80) --lead;
+  while (lead > 0 && text.size() - 1 - lead < 4 && (static_cast<unsigned char>(text[lead]) & 0xC0) == 0x80) --lead;
   auto previous = scalarAt(text, lead);
   if (lead + previous.length != text.size() - 1) previous.codePoint = -1;
   return graphemeBreakBetween(previous.codePoint, kQuote);
