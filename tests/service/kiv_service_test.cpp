@@ -1,0 +1,355 @@
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+#include "kiv/platform/secure_store.hpp"
+#include "service/key_chain_manager.hpp"
+#include "service/kiv_service.hpp"
+#include "service/string_utils.hpp"
+#include "support/recording_http_server.hpp"
+#include "support/scripted_http_session.hpp"
+#include "support/test_platform.hpp"
+
+namespace kiv {
+namespace {
+
+using testing::Answer;
+using testing::RecordingHttpServer;
+using namespace std::chrono_literals;
+
+const std::string kToken = "eyJ0b2tlbi.payload.sig";
+
+// What analytics received from the service.
+class RecordingAnalytics final : public KivServiceAnalytics {
+ public:
+  void track(const KivAnalyticsEvent& event, const ApiResponseProperties& params) override {
+    std::lock_guard lock(mutex_);
+    events_.push_back(event);
+    params_.push_back(params);
+  }
+  std::vector<KivAnalyticsEvent> events() {
+    std::lock_guard lock(mutex_);
+    return events_;
+  }
+  std::vector<ApiResponseProperties> params() {
+    std::lock_guard lock(mutex_);
+    return params_;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::vector<KivAnalyticsEvent> events_;
+  std::vector<ApiResponseProperties> params_;
+};
+
+// Every completion of one request, with the thread it ran on.
+template <typename T>
+class Outcome {
+ public:
+  std::function<void(APIResult<T>)> completion() {
+    return [this](APIResult<T> result) {
+      std::lock_guard lock(mutex_);
+      results_.push_back(std::move(result));
+      threads_.push_back(std::this_thread::get_id());
+      changed_.notify_all();
+    };
+  }
+  APIResult<T> wait() {
+    std::unique_lock lock(mutex_);
+    EXPECT_TRUE(changed_.wait_for(lock, 30s, [&] { return !results_.empty(); }));
+    return results_.empty() ? std::unexpected(APIServiceError::networkError{"never completed"}) : results_.front();
+  }
+  std::size_t count() {
+    std::lock_guard lock(mutex_);
+    return results_.size();
+  }
+  std::thread::id thread() {
+    std::lock_guard lock(mutex_);
+    return threads_.front();
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<APIResult<T>> results_;
+  std::vector<std::thread::id> threads_;
+};
+
+class KivServiceTest : public testing::PlatformTest {
+ protected:
+  void storeToken(const std::string& token) {
+    KivKeyChainManager::shared()->save(kKivSDKService, kMobileTokenKey, asBytes(token), true);
+  }
+
+  std::shared_ptr<KivService> makeService(std::shared_ptr<HttpSession> session = KivService::makeURLSession()) {
+    session_ = session;
+    return KivService::create(std::move(session), std::string(kMobileTokenKey), analytics);
+  }
+
+  template <typename T>
+  APIResult<T> finish(Outcome<T>& outcome) {
+    auto result = outcome.wait();
+    // Ending the session runs any completion still pending, so a second one
+    // would show in the count; the pool then has run the analytics hand-over.
+    session_->invalidateAndCancel();
+    testPlatform().pool->waitIdle();
+    EXPECT_EQ(outcome.count(), 1u);
+    EXPECT_NE(outcome.thread(), std::this_thread::get_id());
+    return result;
+  }
+
+  APIResult<SessionResponse> fetchSession(const std::string& baseURL) {
+    Outcome<SessionResponse> outcome;
+    makeService()->fetchSession(FetchSessionRequest::forPerson(baseURL, "person-1"), outcome.completion());
+    return finish(outcome);
+  }
+
+  APIResult<KivEmptyResponse> fetchTransactions(const std::string& baseURL, const SessionResponse& session) {
+    Outcome<KivEmptyResponse> outcome;
+    makeService()->fetchTransactions(FetchTransactionsRequest::forSession(baseURL, session), outcome.completion());
+    return finish(outcome);
+  }
+
+  RecordingHttpServer server;
+  std::shared_ptr<RecordingAnalytics> analytics = std::make_shared<RecordingAnalytics>();
+  std::shared_ptr<HttpSession> session_;
+};
+
+// --- The requests as they reach the backend -------------------------------------
+
+TEST_F(KivServiceTest, SessionRequestOnTheWire) {
+  storeToken(kToken);
+  server.setAnswer("/bff/sessions", Answer::json(200, R"({"id":"s-1","livenessAttemptId":"a-1","x":1})"));
+
+  auto result = fetchSession(server.url());
+
+  ASSERT_TRUE(result) << result.error();
+  EXPECT_EQ(result->id, "s-1");
+  EXPECT_EQ(result->livenessAttemptId, "a-1");
+  ASSERT_EQ(server.requestCount(), 1u);
+  const auto request = server.requests().front();
+  EXPECT_EQ(request.method, "POST");
+  EXPECT_EQ(request.target, "/bff/sessions?asyncAttempt=true");
+  EXPECT_EQ(request.header("Cache-Control"), "no-cache, no-store, must-revalidate");
+  EXPECT_EQ(request.header("Pragma"), "no-cache");
+  EXPECT_EQ(request.header("Expires"), "0");
+  EXPECT_EQ(request.header("Authorization"), kToken);  // bare, no scheme word
+  EXPECT_TRUE(std::ranges::any_of(
+      request.headers, [](const HttpHeader& h) { return h.name == "content-type" && h.value == "application/json"; }));
+  EXPECT_EQ(request.body, R"({"personId":"person-1","sdk":{"version":"3.2.1","platform":"iOS"}})");
+}
+
+TEST_F(KivServiceTest, WithoutStoredTokenTheRequestGoesOutWithoutAuthorization) {
+  auto result = fetchSession(server.url());
+
+  EXPECT_EQ(result.error(), APIServiceError{APIServiceError::decodingError{
+                                "The data couldn\u2019t be read because it isn\u2019t in the correct format."}});
+  ASSERT_EQ(server.requestCount(), 1u);
+  EXPECT_EQ(server.requests().front().header("Authorization"), std::nullopt);
+}
+
+TEST_F(KivServiceTest, TransactionsRequestOnTheWire) {
+  storeToken(kToken);
+  SessionResponse withAttempt;
+  withAttempt.id = "s-1";
+  withAttempt.livenessAttemptId = "a-1";
+
+  ASSERT_TRUE(fetchTransactions(server.url(), withAttempt));
+  ASSERT_TRUE(fetchTransactions(server.url(), SessionResponse{}));
+
+  const auto requests = server.requests();
+  ASSERT_EQ(requests.size(), 2u);
+  EXPECT_EQ(requests[0].method, "POST");
+  EXPECT_EQ(requests[0].target, "/bff/transactions/a-1/async");
+  EXPECT_EQ(requests[0].body, R"({"sessionId":"s-1","data":{}})");
+  EXPECT_EQ(requests[0].header("Authorization"), kToken);
+  EXPECT_EQ(requests[0].header("content-type"), "application/json");
+  EXPECT_EQ(requests[1].target, "/bff/transactions//async");
+  EXPECT_EQ(requests[1].body, R"({"sessionId":"","data":{}})");
+}
+
+TEST_F(KivServiceTest, RequestIsBuiltInTheBackendsOrder) {
+  storeToken("first");
+  KivKeyChainManager::shared()->save(kKivSDKService, "otherKey", asBytes("second"), true);
+  makeService();
+  KivService::create(session_, "otherKey", nullptr);  // the last service created names the key
+
+  auto post = KivService::makeURLRequest(FetchSessionRequest::forPerson("https://b.example/", "p"));
+  EXPECT_EQ(post.url, "https://b.example/bff/sessions?asyncAttempt=true");
+  EXPECT_EQ(post.timeoutSeconds, 20.0);
+  EXPECT_EQ(post.cachePolicy, HttpCachePolicy::useProtocolCachePolicy);
+  EXPECT_EQ(post.headers, (HttpHeaders{{"Cache-Control", "no-cache, no-store, must-revalidate"},
+                                       {"Pragma", "no-cache"},
+                                       {"Expires", "0"},
+                                       {"Authorization", "second"},
+                                       {"content-type", "application/json"}}));
+
+  auto get =
+      KivService::makeURLRequest("https://b.example/x?old=1", "GET", json::parse(R"({"q":"a b&c","n":2,"t":true})"));
+  EXPECT_EQ(get.method, "GET");
+  EXPECT_EQ(get.url, "https://b.example/x?q=a+b%26c&n=2&t=1");
+  EXPECT_EQ(get.body, std::nullopt);
+  EXPECT_EQ(get.value("content-type"), std::nullopt);
+
+  auto notAURL = KivService::makeURLRequest("http://bad host/", "POST", json::parse("{}"));
+  EXPECT_EQ(notAURL.url, "file:///error");
+  EXPECT_EQ(notAURL.timeoutSeconds, 60.0);
+  EXPECT_TRUE(notAURL.headers.empty());
+  EXPECT_EQ(notAURL.body, std::nullopt);
+}
+
+// --- Classification of real answers ---------------------------------------------
+
+enum class Kind { session, transactions };
+
+struct AnswerCase {
+  std::string name;
+  Kind kind;
+  Answer answer;
+  std::optional<APIServiceError> error;  // nullopt: success
+};
+
+void PrintTo(const AnswerCase& c, std::ostream* out) { *out << c.name; }
+
+const std::string kNotInFormat = "The data couldn\u2019t be read because it isn\u2019t in the correct format.";
+
+class AnswerClassificationTest : public KivServiceTest, public ::testing::WithParamInterface<AnswerCase> {};
+
+TEST_P(AnswerClassificationTest, CompletesOnceWithTheClassifiedResult) {
+  const auto& c = GetParam();
+  server.setDefaultAnswer(c.answer);
+  std::optional<APIServiceError> error;
+  if (c.kind == Kind::session) {
+    auto result = fetchSession(server.url());
+    if (!result) error = result.error();
+  } else {
+    auto result = fetchTransactions(server.url(), SessionResponse{});
+    if (!result) error = result.error();
+  }
+  EXPECT_EQ(error, c.error);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Answers, AnswerClassificationTest,
+    ::testing::Values(
+        AnswerCase{"ServerErrorIgnoresBody", Kind::session, Answer::json(500, R"({"message":"boom"})"),
+                   APIServiceError::httpError{500, "Server Error"}},
+        AnswerCase{"NotFoundKeepsBody", Kind::session, Answer::json(404, R"({"message":"x"})"),
+                   APIServiceError::httpError{404, R"({"message":"x"})"}},
+        AnswerCase{"UnprocessableKeepsBody", Kind::transactions, Answer::http(422, "not eligible"),
+                   APIServiceError::httpError{422, "not eligible"}},
+        AnswerCase{"NonUtf8BodyIsServerError", Kind::session, Answer::http(403, "\xff\xfe"),
+                   APIServiceError::httpError{403, "Server Error"}},
+        AnswerCase{"RedirectStatusIsHttpError", Kind::transactions, Answer::http(304),
+                   APIServiceError::httpError{304, ""}},
+        AnswerCase{"SessionDecodes", Kind::session, Answer::json(200, R"({"id":"s"})"), std::nullopt},
+        AnswerCase{"SessionEmptyBodyIsDecodingError", Kind::session, Answer::http(201),
+                   APIServiceError::decodingError{kNotInFormat}},
+        AnswerCase{"SessionNumberAtIdKeepsTheObject", Kind::session, Answer::json(200, R"({"id":7,"b":[true]})"),
+                   APIServiceError::decodingError{R"({"id":7,"b":[true]})"}},
+        AnswerCase{"SessionNullIsMissing", Kind::session, Answer::json(200, "null"),
+                   APIServiceError::decodingError{"The data couldn\u2019t be read because it is missing."}},
+        AnswerCase{"TransactionsEmptyBodySucceeds", Kind::transactions, Answer::http(201), std::nullopt},
+        AnswerCase{"TransactionsAnyObjectSucceeds", Kind::transactions, Answer::json(200, R"({"ok":[1]})"),
+                   std::nullopt},
+        AnswerCase{"TransactionsListIsDecodingError", Kind::transactions, Answer::json(200, "[]"),
+                   APIServiceError::decodingError{kNotInFormat}},
+        AnswerCase{"TransactionsTextIsDecodingError", Kind::transactions, Answer::http(200, "OK"),
+                   APIServiceError::decodingError{kNotInFormat}},
+        AnswerCase{
+            "CutOffAnswerKeepsItsStatus", Kind::session, Answer::cutOff(200, R"({"id")", 64),
+            APIServiceError::httpError{200, HttpError(HttpErrorCode::networkConnectionLost).localizedDescription()}},
+        AnswerCase{"DroppedConnectionIsInvalid", Kind::transactions, Answer::dropConnection(),
+                   APIServiceError::invalidResponse{}}),
+    [](const auto& param) { return param.param.name; });
+
+TEST_F(KivServiceTest, ErrorBodyOfA404YieldsItsMessage) {
+  server.setDefaultAnswer(Answer::json(404, R"({"error":{"messages":["expired"]}})"));
+  auto result = fetchSession(server.url());
+  ASSERT_TRUE(result.error().is<APIServiceError::httpError>());
+  EXPECT_EQ(KivStringUtils::extractErrorMessage(result.error().as<APIServiceError::httpError>()->message), "expired");
+}
+
+TEST_F(KivServiceTest, AnswersNoTransportCanGiveHere) {
+  struct Row {
+    std::string name;
+    DataTaskResult given;
+    APIServiceError expected;
+  };
+  const std::vector<Row> rows{
+      {"NotHttp", {.data = "{}", .response = NonHttpResponse{"x"}}, APIServiceError::invalidResponse{}},
+      {"NoBodyAtAll", {.response = HttpResponse{.statusCode = 200}}, APIServiceError::noData{}},
+      {"ServerErrorBeforeNoBody",
+       {.response = HttpResponse{.statusCode = 500}},
+       APIServiceError::httpError{500, "Server Error"}},
+      {"ErrorWithoutResponse",
+       {.data = "{}", .error = HttpError(HttpErrorCode::timedOut)},
+       APIServiceError::invalidResponse{}},
+  };
+  for (const auto& row : rows) {
+    auto factory = std::make_shared<testing::ScriptedHttpSessionFactory>([&](const HttpRequest&) { return row.given; });
+    Outcome<KivEmptyResponse> outcome;
+    makeService(factory->makeSession({}))
+        ->fetchTransactions(FetchTransactionsRequest::forSession(server.url(), {}), outcome.completion());
+    auto result = finish(outcome);
+    ASSERT_FALSE(result) << row.name;
+    EXPECT_EQ(result.error(), row.expected) << row.name;
+  }
+}
+
+TEST_F(KivServiceTest, TextThatIsNoURLIsInvalidAndNeverSent) {
+  auto result = fetchSession("http://bad host/");
+  EXPECT_EQ(result.error(), APIServiceError{APIServiceError::invalidResponse{}});
+  EXPECT_EQ(server.requestCount(), 0u);
+  ASSERT_EQ(analytics->params().size(), 1u);
+  EXPECT_EQ(analytics->params()[0].at("apiEndpoint"), "file:///error");
+  EXPECT_EQ(analytics->params()[0].at("responseCode"), "");
+}
+
+// --- The analytics hook ----------------------------------------------------------
+
+TEST_F(KivServiceTest, EveryAnswerIsReportedWithItsFiveProperties) {
+  server.setAnswer("/bff/sessions", Answer::json(200, "{}"));
+  server.setAnswer("/bff/transactions/a/async", Answer::http(201, "\xff\xff"));
+  server.holdAnswers();
+  Outcome<SessionResponse> session;
+  auto service = makeService();
+  service->fetchSession(FetchSessionRequest::forPerson(server.url(), "p"), session.completion());
+  ASSERT_TRUE(server.waitForRequests(1));
+  clock().advance(0.25);
+  server.releaseAnswers();
+  ASSERT_TRUE(finish(session));
+
+  SessionResponse withAttempt;
+  withAttempt.livenessAttemptId = "a";
+  ASSERT_FALSE(fetchTransactions(server.url(), withAttempt));  // not JSON, reported all the same
+
+  server.setAnswer("/bff/sessions", Answer::dropConnection());
+  ASSERT_FALSE(fetchSession(server.url()));
+
+  const auto event = KivAnalyticsEvent::standard(KivAnalyticsEventName::apiResponse, KivAnalyticsEventType::apiCall);
+  EXPECT_EQ(analytics->events(), std::vector<KivAnalyticsEvent>(3, event));
+  const auto params = analytics->params();
+  ASSERT_EQ(params.size(), 3u);
+  EXPECT_EQ(params[0], (ApiResponseProperties{{"apiEndpoint", server.url("/bff/sessions?asyncAttempt=true")},
+                                              {"responseCode", "200"},
+                                              {"responseTime", "0.25"},
+                                              {"responseData", R"("e30=")"},
+                                              {"result", "session"}}));
+  EXPECT_EQ(params[1], (ApiResponseProperties{{"apiEndpoint", server.url("/bff/transactions/a/async")},
+                                              {"responseCode", "201"},
+                                              {"responseTime", "0.0"},
+                                              {"responseData", R"("\/\/8=")"},  // slashes escaped
+                                              {"result", "transaction"}}));
+  EXPECT_EQ(params[2].at("responseCode"), "");
+  EXPECT_TRUE(params[2]
+                  .at("responseData")
+                  .starts_with("Optional(" + HttpError(HttpErrorCode::networkConnectionLost).localizedDescription()))
+      << params[2].at("responseData");
+  EXPECT_EQ(params[2].at("result"), "session");
+}
+
+}  // namespace
+}  // namespace kiv
