@@ -1,12 +1,17 @@
 #include "platform/linux_services.hpp"
 
+#include "kiv/platform/device_identity.hpp"
+#include "kiv/platform/secure_store.hpp"
+#include "kiv/platform/user_defaults.hpp"
 #include "platform/crash/linux_crash_primitives.hpp"
 
 namespace kiv {
 
 // Each service adds its Linux implementation here, one line each.
 void addLinuxServices(Platform& bundle) {
-  (void)bundle;
+  bundle.secureStore = makeLinuxSecureStore();
+  bundle.defaults = makeLinuxUserDefaults();
+  bundle.device = makeLinuxDeviceIdentity();
   bundle.crash = std::make_shared<LinuxCrashPrimitives>();
 }
 

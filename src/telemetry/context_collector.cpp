@@ -1,0 +1,45 @@
+#include "telemetry/context_collector.hpp"
+
+#include <openssl/evp.h>
+
+#include <array>
+#include <cstdio>
+
+#include "telemetry/installed_device.hpp"
+
+namespace kiv {
+
+std::string uuidText(const std::array<std::uint8_t, 16>& uuid) {
+  std::string text;
+  text.reserve(36);
+  char digits[3];
+  for (std::size_t i = 0; i < uuid.size(); ++i) {
+    if (i == 4 || i == 6 || i == 8 || i == 10) text.push_back('-');
+    std::snprintf(digits, sizeof digits, "%02X", static_cast<unsigned>(uuid[i]));
+    text += digits;
+  }
+  return text;
+}
+
+std::string KivContextCollector::hashedAdvertisingIdentifier() {
+  const std::string identifier = uuidText(installedDevice()->advertisingIdentifier());
+  std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
+  unsigned int size = 0;
+  if (EVP_Digest(identifier.data(), identifier.size(), digest.data(), &size, EVP_md5(), nullptr) != 1) return {};
+  std::string hex;
+  hex.reserve(2 * size);
+  char digits[3];
+  for (unsigned int i = 0; i < size; ++i) {
+    std::snprintf(digits, sizeof digits, "%02x", static_cast<unsigned>(digest[i]));
+    hex += digits;
+  }
+  return hex;
+}
+
+std::string KivContextCollector::systemVersion() { return installedDevice()->systemVersion(); }
+
+std::optional<std::string> KivContextCollector::bundleIdentifier() {
+  return installedDevice()->hostBundle().identifier;
+}
+
+}  // namespace kiv

@@ -1,0 +1,137 @@
+#include <gtest/gtest.h>
+
+#include "platform/device/fixed_device_identity.hpp"
+#include "support/test_platform.hpp"
+#include "telemetry/context_collector.hpp"
+#include "telemetry/device_info.hpp"
+
+namespace kiv {
+namespace {
+
+class DeviceContextTest : public testing::PlatformTest {
+ protected:
+  void change(const std::function<void(FixedDeviceIdentity::Values&)>& edit) {
+    dynamic_cast<FixedDeviceIdentity&>(*platform()->device).update(edit);
+  }
+};
+
+struct ScreenCase {
+  const char* name;
+  ScreenMetrics screen;
+  std::string resolution, density, scale;
+};
+
+class DeviceTextTest : public DeviceContextTest, public ::testing::WithParamInterface<ScreenCase> {};
+
+TEST_P(DeviceTextTest, DescribesModelSystemScreenAndLocaleInTenLines) {
+  const auto& c = GetParam();
+  change([&](auto& v) {
+    v.machine = "iPhone12,3";
+    v.systemName = "iOS";
+    v.systemVersion = "17.5.1";
+    v.systemMajorVersion = 17;
+    v.screen = c.screen;
+    v.language = "de";
+    v.region = "CH";
+  });
+  EXPECT_EQ(KivDeviceInfo::deviceData(),
+            "Device Model: iPhone 11 Pro\n"
+            "System Name: iOS\n"
+            "System Version: 17.5.1\n"
+            "SDK Level: 17\n"
+            "Device Manufacturer: Apple\n"
+            "Screen Resolution: " +
+                c.resolution +
+                "\n"
+                "Screen Density: " +
+                c.density +
+                "\n"
+                "Screen Scale: " +
+                c.scale +
+                "\n"
+                "Preferred Language: de\n"
+                "Region: CH");
+}
+
+INSTANTIATE_TEST_SUITE_P(Screens, DeviceTextTest,
+                         ::testing::Values(ScreenCase{"phoneAt3", {390, 844, 3.0}, "390 x 844", "480 dpi", "3.0"},
+                                           ScreenCase{"phoneAt2", {375.9, 667.5, 2.0}, "375 x 667", "320 dpi", "2.0"},
+                                           ScreenCase{"fractional", {1024, 768, 2.61}, "1024 x 768", "418 dpi", "2.61"},
+                                           ScreenCase{"noScreen", {0, 0, 1.0}, "0 x 0", "160 dpi", "1.0"}),
+                         [](const auto& param) { return std::string(param.param.name); });
+
+TEST_F(DeviceContextTest, AMissingLocaleCodeReadsUnknown) {
+  change([](auto& v) {
+    v.language = std::nullopt;
+    v.region = std::nullopt;
+  });
+  const auto text = KivDeviceInfo::deviceData();
+  EXPECT_NE(text.find("\nPreferred Language: Unknown\nRegion: Unknown"), std::string::npos) << text;
+  EXPECT_EQ(text.back(), 'n');  // no trailing newline
+}
+
+struct ModelCase {
+  const char* name;
+  std::string identifier;
+  std::optional<std::string> simulated;  // SIMULATOR_MODEL_IDENTIFIER
+  std::string model;
+};
+
+class ModelNameTest : public DeviceContextTest, public ::testing::WithParamInterface<ModelCase> {};
+
+TEST_P(ModelNameTest, MapsIdentifiersToMarketingNames) {
+  const auto& c = GetParam();
+  change([&](auto& v) {
+    if (c.simulated) v.environment[std::string(kSimulatorModelVariable)] = *c.simulated;
+  });
+  EXPECT_EQ(KivDeviceInfo::modelName(c.identifier), c.model);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Identifiers, ModelNameTest,
+    ::testing::Values(ModelCase{"iPhone", "iPhone12,1", std::nullopt, "iPhone 11"},
+                      ModelCase{"lastOfAGroup", "iPad8,8", std::nullopt, "iPad Pro (12.9-inch) (3rd generation)"},
+                      ModelCase{"homePod", "AudioAccessory1,1", std::nullopt, "HomePod"},
+                      ModelCase{"unknownKeptAsIs", "iPhone15,3", std::nullopt, "iPhone15,3"},
+                      ModelCase{"exactMatchOnly", "iphone12,1", std::nullopt, "iphone12,1"},
+                      ModelCase{"arm64IsNoSimulator", "arm64", "iPhone12,1", "arm64"},
+                      ModelCase{"simulatorNamesItsModel", "x86_64", "iPhone12,1", "Simulator iPhone 11"},
+                      ModelCase{"simulatorWithoutModel", "i386", std::nullopt, "Simulator iOS"},
+                      ModelCase{"simulatorOfUnknownModel", "x86_64", "iPhone15,3", "Simulator iPhone15,3"},
+                      ModelCase{"simulatorRuleNotAppliedTwice", "x86_64", "i386", "Simulator i386"}),
+    [](const auto& param) { return std::string(param.param.name); });
+
+TEST_F(DeviceContextTest, TheModelIsLookedUpOncePerProcess) {
+  change([](auto& v) {
+    v.machine = "x86_64";
+    v.environment[std::string(kSimulatorModelVariable)] = "iPhone12,1";
+  });
+  EXPECT_EQ(KivDeviceInfo::deviceData().substr(0, 37), "Device Model: Simulator iPhone 11\nSys");
+  change([](auto& v) { v.machine = "iPad2,1"; });
+  EXPECT_EQ(KivDeviceInfo::deviceData().substr(0, 33), "Device Model: Simulator iPhone 11");
+  EXPECT_EQ(KivDeviceInfo::modelIdentifier(), "iPad2,1");
+}
+
+TEST_F(DeviceContextTest, HostBundleValues) {
+  EXPECT_EQ(KivDeviceInfo::appName(), "HostApp");
+  EXPECT_EQ(KivDeviceInfo::appVersion(), "version: 2.4.1 buildNumber: 241");
+  EXPECT_EQ(KivContextCollector::bundleIdentifier(), "com.example.host");
+  EXPECT_EQ(KivContextCollector::systemVersion(), "17.5");
+  change([](auto& v) { v.bundle = HostBundle{}; });
+  EXPECT_EQ(KivDeviceInfo::appName(), std::nullopt);
+  EXPECT_EQ(KivDeviceInfo::appVersion(), "version:  buildNumber: ");
+  EXPECT_EQ(KivContextCollector::bundleIdentifier(), std::nullopt);
+}
+
+TEST_F(DeviceContextTest, AdvertisingIdentifierIsHashedFromItsUpperCaseText) {
+  EXPECT_EQ(KivContextCollector::hashedAdvertisingIdentifier(), "9f89c84a559f573636a47ff8daed0d33");
+  change([](auto& v) {
+    v.advertisingIdentifier = {0xE6, 0x21, 0xE1, 0xF8, 0xC3, 0x6C, 0x49, 0x5A,
+                               0x93, 0xFC, 0x0C, 0x24, 0x7A, 0x3E, 0x6E, 0x5F};
+  });
+  EXPECT_EQ(uuidText(platform()->device->advertisingIdentifier()), "E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
+  EXPECT_EQ(KivContextCollector::hashedAdvertisingIdentifier(), "c199e4f4eed5309b824eca68fd918c78");
+}
+
+}  // namespace
+}  // namespace kiv
