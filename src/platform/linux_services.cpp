@@ -1,9 +1,9 @@
 #include "platform/linux_services.hpp"
 
+#include "kiv/platform/crash.hpp"
 #include "kiv/platform/device_identity.hpp"
 #include "kiv/platform/secure_store.hpp"
 #include "kiv/platform/user_defaults.hpp"
-#include "platform/crash/linux_crash_primitives.hpp"
 
 namespace kiv {
 
@@ -12,7 +12,7 @@ void addLinuxServices(Platform& bundle) {
   bundle.secureStore = makeLinuxSecureStore();
   bundle.defaults = makeLinuxUserDefaults();
   bundle.device = makeLinuxDeviceIdentity();
-  bundle.crash = std::make_shared<LinuxCrashPrimitives>();
+  bundle.crash = makeLinuxCrashPrimitives();
 }
 
 }  // namespace kiv

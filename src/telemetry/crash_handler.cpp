@@ -17,7 +17,6 @@ struct SharedSlot {
   std::mutex mutex;
   bool created = false;
   std::shared_ptr<KivCrashHandler> instance;
-  std::optional<std::string> slotDirectory;
 };
 
 SharedSlot& sharedSlot() {
@@ -46,7 +45,6 @@ const process_state::ResetRegistration kReset{[] {
   std::lock_guard lock(slot.mutex);
   slot.created = false;
   slot.instance.reset();
-  slot.slotDirectory.reset();
 }};
 
 // Waits for one completion, like a dispatch group entered once.
@@ -84,17 +82,6 @@ bool storeHolds(KivCrashLogsManagerProtocol& manager, const CrashRecord& record)
   return false;
 }
 
-std::string defaultSlotDirectory(CrashPrimitives& primitives) {
-  // The secure store's own location on Linux.
-  if (auto data = primitives.environmentValue("XDG_DATA_HOME"); data && !data->empty()) {
-    return *data + "/KivFaceLivenessLite";
-  }
-  if (auto home = primitives.environmentValue("HOME"); home && !home->empty()) {
-    return *home + "/.local/share/KivFaceLivenessLite";
-  }
-  return "/tmp/KivFaceLivenessLite";
-}
-
 }  // namespace
 
 std::shared_ptr<KivCrashHandler> KivCrashHandler::shared() {
@@ -106,22 +93,6 @@ std::shared_ptr<KivCrashHandler> KivCrashHandler::shared() {
     slot.instance = std::make_shared<KivCrashHandler>(std::make_shared<KivCrashLogsManager>(store));
   }
   return slot.instance;
-}
-
-void KivCrashHandler::setCrashSlotDirectory(std::string directory) {
-  auto& slot = sharedSlot();
-  std::lock_guard lock(slot.mutex);
-  slot.slotDirectory = std::move(directory);
-}
-
-std::string KivCrashHandler::crashSlotDirectory() {
-  {
-    auto& slot = sharedSlot();
-    std::lock_guard lock(slot.mutex);
-    if (slot.slotDirectory) return *slot.slotDirectory;
-  }
-  auto primitives = platform()->crash;
-  return primitives ? defaultSlotDirectory(*primitives) : std::string();
 }
 
 KivCrashHandler::KivCrashHandler(std::shared_ptr<KivCrashLogsManagerProtocol> crashLogsManager)
@@ -138,7 +109,6 @@ void KivCrashHandler::install(std::string serviceName, bool useBFFAnalytics) {
   const auto bundle = platform();
   const auto primitives = bundle->crash;
   if (!primitives) return;
-  const std::string directory = crashSlotDirectory();
   CrashRecorder::Arming arming;
   {
     std::lock_guard lock(mutex_);
@@ -146,7 +116,6 @@ void KivCrashHandler::install(std::string serviceName, bool useBFFAnalytics) {
     useBFFAnalytics_.store(useBFFAnalytics);
     primitives_ = primitives;
     mainQueue_ = bundle->mainQueue;
-    slotDirectory_ = directory;
     primitives->prepareCapture();
     originalExceptionHandler_ = primitives->installExceptionHandler(&KivCrashHandler::handleException);
     for (int signal : kCrashSignals) {
@@ -161,7 +130,6 @@ void KivCrashHandler::install(std::string serviceName, bool useBFFAnalytics) {
   }
   arming.primitives = primitives;
   arming.clock = bundle->clock;
-  arming.slotDirectory = directory;
   arming.testRun = isTestRun();
   arming.work = [weak = weak_from_this()](const CrashCapture& capture, std::chrono::steady_clock::time_point deadline) {
     auto self = weak.lock();
@@ -299,14 +267,12 @@ void KivCrashHandler::resendStoredCrashLogs() {
 
 void KivCrashHandler::importLeftCrashSlots(KivCrashLogsManagerProtocol& manager) {
   std::shared_ptr<CrashPrimitives> primitives;
-  std::string directory;
   {
     std::lock_guard lock(mutex_);
     primitives = primitives_;
-    directory = slotDirectory_;
   }
   if (!primitives) return;
-  for (const auto& slot : primitives->leftCrashSlots(directory)) {
+  for (const auto& slot : primitives->leftCrashSlots()) {
     const std::string text = slot->read();
     const auto record = text.empty() ? std::nullopt : json::parse(text);
     // An empty slot, or one caught half-written, has nothing to import.

@@ -50,11 +50,6 @@ class KivCrashHandler : public std::enable_shared_from_this<KivCrashHandler> {
   // the shared secure store, empty for good once uninstalled.
   static std::shared_ptr<KivCrashHandler> shared();
 
-  // Where crash slots are kept: beside the secure store's own files. Set it
-  // before the first install when the host keeps its store elsewhere.
-  static void setCrashSlotDirectory(std::string directory);
-  static std::string crashSlotDirectory();
-
   explicit KivCrashHandler(std::shared_ptr<KivCrashLogsManagerProtocol> crashLogsManager);
   ~KivCrashHandler();
   KivCrashHandler(const KivCrashHandler&) = delete;
@@ -106,7 +101,6 @@ class KivCrashHandler : public std::enable_shared_from_this<KivCrashHandler> {
   bool installed_ = false;
   std::shared_ptr<CrashPrimitives> primitives_;
   std::shared_ptr<MainQueue> mainQueue_;
-  std::string slotDirectory_;
 
   std::shared_ptr<TaskPool> queue_;
   std::atomic<bool> crashed_{false};

@@ -71,8 +71,9 @@ void runWorker(CrashPipe* wake, CrashPipe* answer) {
     Path* path = gCrashPath.load();
     bool finished = false;
     if (path && path->work) {
-      const auto deadline = crashStart() + std::chrono::duration_cast<SteadyClock::duration>(
-                                               std::chrono::duration<double>(CrashRecorder::kPostBound));
+      const auto deadline =
+          crashStart() + std::chrono::duration_cast<SteadyClock::duration>(
+                             std::chrono::duration<double>(CrashRecorder::kPostBound - CrashRecorder::kWorkerMargin));
       try {
         finished = path->work(gCapture, deadline);
       } catch (...) {
@@ -167,7 +168,7 @@ void CrashRecorder::arm(Arming arming) {
     m.wake = arming.primitives->makePipe();
     m.answer = arming.primitives->makePipe();
     m.watchdog = arming.primitives->makePipe();
-    m.slot = arming.primitives->openCrashSlot(arming.slotDirectory);
+    m.slot = arming.primitives->openCrashSlot();
     gWake.store(m.wake.get());
     gAnswer.store(m.answer.get());
     gWatchdog.store(m.watchdog.get());

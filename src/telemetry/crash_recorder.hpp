@@ -39,6 +39,9 @@ class CrashRecorder {
   using CrashWork = std::function<bool(const CrashCapture& capture, Deadline deadline)>;
 
   static constexpr double kPostBound = 1.0;
+  // The worker's own bound ends this much earlier, so that in the normal
+  // case its answer, not the timeout, releases the crashing thread.
+  static constexpr double kWorkerMargin = 0.05;
   static constexpr double kAbortGrace = 0.2;
 
   struct Arming {
@@ -46,7 +49,6 @@ class CrashRecorder {
     std::shared_ptr<Clock> clock;
     // Put back by the crashing thread once the crash is dealt with.
     std::vector<std::pair<int, SavedCrashHandlerPtr>> previousSignalHandlers;
-    std::string slotDirectory;
     bool testRun = false;
     CrashWork work;
   };

@@ -1,6 +1,6 @@
 // A host that installs the crash handler and then crashes on command.
 //
-//   kivfll_crash <store directory> <how> <sender>
+//   kivfll_crash <store directory> <how> <sender> <store>
 //
 // <how>: segv, abort, trap, divide, overflow, threads, exception,
 // exception-without-message, raise-<signal number> (raised on the main
@@ -9,6 +9,8 @@
 // raise-off-main-<signal number> (raised once on another thread while the
 // main thread is blocked). <sender>: none (no analytics client), never (a
 // client whose post never answers), ok (a client whose post succeeds).
+// <store>: disk (the Linux store in the directory), unusable (a store that
+// cannot be opened; crash slots still go to the directory).
 //
 // Before crashing it prints "crashing <monotonic nanoseconds>" on standard
 // output, so that the test can time signal to exit. It exits 90 and up when
@@ -25,8 +27,10 @@
 #include <thread>
 #include <vector>
 
+#include "kiv/platform/crash.hpp"
 #include "kiv/platform/main_loop.hpp"
 #include "kiv/platform/platform.hpp"
+#include "kiv/platform/secure_store.hpp"
 #include "telemetry/crash_handler.hpp"
 #include "telemetry/crash_report_sender.hpp"
 
@@ -101,12 +105,24 @@ void crash(const std::string& how) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 4) return 90;
+  if (argc != 5) return 90;
   const std::string directory = argv[1];
   const std::string how = argv[2];
   const std::string sender = argv[3];
+  const std::string store = argv[4];
 
-  kiv::KivCrashHandler::setCrashSlotDirectory(directory);
+  // The Linux services, with the store and its crash slots in `directory`.
+  auto bundle = kiv::makeLinuxPlatform();
+  if (store == "unusable") {
+    // Below a regular file: the store's directory can never be made.
+    const std::string blocker = directory + "/not-a-directory";
+    if (FILE* file = std::fopen(blocker.c_str(), "w")) std::fclose(file);
+    bundle.secureStore = kiv::makeLinuxSecureStore(blocker + "/store");
+  } else {
+    bundle.secureStore = kiv::makeLinuxSecureStore(directory);
+  }
+  bundle.crash = kiv::makeLinuxCrashPrimitives(directory);
+  kiv::installPlatform(bundle);
   if (sender == "never") {
     kiv::setCrashReportSender(
         [](const kiv::CrashRecord&, std::string, kiv::CrashReportResult, kiv::CrashReportCompletion) { return true; });

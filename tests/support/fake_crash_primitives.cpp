@@ -264,13 +264,13 @@ void FakeCrashPrimitives::abort() {
 
 std::unique_ptr<CrashPipe> FakeCrashPrimitives::makePipe() { return std::make_unique<MemoryPipe>(); }
 
-std::shared_ptr<CrashSlot> FakeCrashPrimitives::openCrashSlot(const std::string&) {
+std::shared_ptr<CrashSlot> FakeCrashPrimitives::openCrashSlot() {
   std::lock_guard lock(mutex_);
   ownSlot_ = std::make_shared<MemorySlot>();
   return ownSlot_;
 }
 
-std::vector<std::shared_ptr<CrashSlot>> FakeCrashPrimitives::leftCrashSlots(const std::string&) {
+std::vector<std::shared_ptr<CrashSlot>> FakeCrashPrimitives::leftCrashSlots() {
   std::lock_guard lock(mutex_);
   std::vector<std::shared_ptr<CrashSlot>> slots;
   for (const auto& slot : leftSlots_) {

@@ -62,8 +62,8 @@ class FakeCrashPrimitives final : public CrashPrimitives {
   std::optional<std::string> environmentValue(const std::string& name) override;
   void abort() override;
   std::unique_ptr<CrashPipe> makePipe() override;
-  std::shared_ptr<CrashSlot> openCrashSlot(const std::string& directory) override;
-  std::vector<std::shared_ptr<CrashSlot>> leftCrashSlots(const std::string& directory) override;
+  std::shared_ptr<CrashSlot> openCrashSlot() override;
+  std::vector<std::shared_ptr<CrashSlot>> leftCrashSlots() override;
 
   struct Disposition {
     CrashSignalHandler signalEntry = nullptr;

@@ -14,6 +14,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <span>
@@ -105,12 +106,18 @@ class CrashPrimitives {
 
   virtual std::unique_ptr<CrashPipe> makePipe() = 0;
 
-  // A new slot for this process in `directory` (created 0700 when missing),
-  // its file 0600 and already open; null when it cannot be created.
-  virtual std::shared_ptr<CrashSlot> openCrashSlot(const std::string& directory) = 0;
-  // Slots in `directory` whose process has ended, now owned by the caller.
-  virtual std::vector<std::shared_ptr<CrashSlot>> leftCrashSlots(const std::string& directory) = 0;
+  // A new slot for this process, already open; null when it cannot be
+  // created. Slots live beside the secure store's files.
+  virtual std::shared_ptr<CrashSlot> openCrashSlot() = 0;
+  // Slots whose process has ended, now owned by the caller.
+  virtual std::vector<std::shared_ptr<CrashSlot>> leftCrashSlots() = 0;
 };
+
+// The Linux primitives. Slots are files (0600) in `slotDirectory` (created
+// 0700 when missing), by default the secure store's own location: pass the
+// directory given to makeLinuxSecureStore, if any.
+std::shared_ptr<CrashPrimitives> makeLinuxCrashPrimitives(
+    std::optional<std::filesystem::path> slotDirectory = std::nullopt);
 
 // Gives the calling thread an alternate signal stack so that a stack
 // overflow on it can still be recorded. Safe to call more than once.

@@ -25,6 +25,7 @@
 #include <mutex>
 
 #include "platform/crash/fixed_text.hpp"
+#include "platform/secure_store/store_database.hpp"
 
 namespace kiv {
 namespace {
@@ -278,7 +279,7 @@ std::string randomHex() {
   return std::string(out.view());
 }
 
-bool ensureDirectory(const std::string& directory) {
+bool ensureDirectory(const std::filesystem::path& directory) {
   std::error_code error;
   if (std::filesystem::is_directory(directory, error)) return true;
   if (!std::filesystem::create_directories(directory, error)) return false;
@@ -286,6 +287,13 @@ bool ensureDirectory(const std::string& directory) {
 }
 
 }  // namespace
+
+std::shared_ptr<CrashPrimitives> makeLinuxCrashPrimitives(std::optional<std::filesystem::path> slotDirectory) {
+  return std::make_shared<LinuxCrashPrimitives>(std::move(slotDirectory));
+}
+
+LinuxCrashPrimitives::LinuxCrashPrimitives(std::optional<std::filesystem::path> slotDirectory)
+    : slotDirectory_(slotDirectory ? std::move(slotDirectory) : defaultStoreDirectory()) {}
 
 void LinuxCrashPrimitives::prepareCapture() {
   // glibc's backtrace loads libgcc_s (malloc, the loader's lock) on its first
@@ -400,11 +408,11 @@ std::unique_ptr<CrashPipe> LinuxCrashPrimitives::makePipe() {
   return std::make_unique<LinuxCrashPipe>(fds[0], fds[1]);
 }
 
-std::shared_ptr<CrashSlot> LinuxCrashPrimitives::openCrashSlot(const std::string& directory) {
-  if (!ensureDirectory(directory)) return nullptr;
+std::shared_ptr<CrashSlot> LinuxCrashPrimitives::openCrashSlot() {
+  if (!slotDirectory_ || !ensureDirectory(*slotDirectory_)) return nullptr;
   const std::string name = std::string(kSlotPrefix) + std::to_string(getpid()) + "-" + randomHex();
-  const std::string temporary = directory + "/" + name + ".tmp";
-  const std::string path = directory + "/" + name + std::string(kSlotSuffix);
+  const std::string temporary = (*slotDirectory_ / (name + ".tmp")).string();
+  const std::string path = (*slotDirectory_ / (name + std::string(kSlotSuffix))).string();
   const int fd = open(temporary.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
   if (fd < 0) return nullptr;
   // Locked before it gets the name other processes look for, so that none of
@@ -417,10 +425,11 @@ std::shared_ptr<CrashSlot> LinuxCrashPrimitives::openCrashSlot(const std::string
   return std::make_shared<LinuxCrashSlot>(fd, path, true);
 }
 
-std::vector<std::shared_ptr<CrashSlot>> LinuxCrashPrimitives::leftCrashSlots(const std::string& directory) {
+std::vector<std::shared_ptr<CrashSlot>> LinuxCrashPrimitives::leftCrashSlots() {
   std::vector<std::shared_ptr<CrashSlot>> slots;
+  if (!slotDirectory_) return slots;
   std::error_code error;
-  for (const auto& entry : std::filesystem::directory_iterator(directory, error)) {
+  for (const auto& entry : std::filesystem::directory_iterator(*slotDirectory_, error)) {
     const std::string name = entry.path().filename().string();
     if (!name.starts_with(kSlotPrefix) || !name.ends_with(kSlotSuffix)) continue;
     const std::string path = entry.path().string();

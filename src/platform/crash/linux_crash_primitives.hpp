@@ -8,6 +8,9 @@ namespace kiv {
 
 class LinuxCrashPrimitives final : public CrashPrimitives {
  public:
+  // Slots go to `slotDirectory`, else to the secure store's default location.
+  explicit LinuxCrashPrimitives(std::optional<std::filesystem::path> slotDirectory = std::nullopt);
+
   void prepareCapture() override;
   void installAlternateStack() override;
 
@@ -26,8 +29,11 @@ class LinuxCrashPrimitives final : public CrashPrimitives {
   void abort() override;
 
   std::unique_ptr<CrashPipe> makePipe() override;
-  std::shared_ptr<CrashSlot> openCrashSlot(const std::string& directory) override;
-  std::vector<std::shared_ptr<CrashSlot>> leftCrashSlots(const std::string& directory) override;
+  std::shared_ptr<CrashSlot> openCrashSlot() override;
+  std::vector<std::shared_ptr<CrashSlot>> leftCrashSlots() override;
+
+ private:
+  std::optional<std::filesystem::path> slotDirectory_;
 };
 
 }  // namespace kiv
