@@ -49,6 +49,11 @@ volatile int gZero = 0;
 volatile int gSeven = 7;
 int* volatile gNull = nullptr;
 
+// Real faults, even in a build with the undefined-behaviour sanitizer, which
+// would otherwise stop the program just before the CPU faults.
+[[gnu::noinline, gnu::no_sanitize("undefined")]] void writeNull() { *gNull = 1; }
+[[gnu::noinline, gnu::no_sanitize("undefined")]] int divideByZero() { return gSeven / gZero; }
+
 // Deep enough to overflow any stack; the depth check only hides the
 // recursion from the compiler.
 [[gnu::noinline]] int recurse(int depth) {
@@ -61,13 +66,13 @@ int* volatile gNull = nullptr;
 void crash(const std::string& how) {
   announce();
   if (how == "segv") {
-    *gNull = 1;
+    writeNull();
   } else if (how == "abort") {
     std::abort();
   } else if (how == "trap") {
     __builtin_trap();
   } else if (how == "divide") {
-    std::printf("%d\n", gSeven / gZero);
+    std::printf("%d\n", divideByZero());
   } else if (how == "overflow") {
     std::printf("%d\n", recurse(0));
   } else if (how == "exception") {
@@ -81,7 +86,7 @@ void crash(const std::string& how) {
     for (int i = 0; i < kThreads; ++i) {
       threads.emplace_back([&start] {
         start.arrive_and_wait();
-        *gNull = 1;
+        writeNull();
       });
     }
     for (auto& t : threads) t.join();

@@ -117,6 +117,8 @@ struct CrashCase {
   std::string reason;
 };
 
+void PrintTo(const CrashCase& c, std::ostream* out) { *out << c.label; }
+
 class CrashDeliveryTest : public CrashHandlerTest, public ::testing::WithParamInterface<CrashCase> {
  protected:
   void deliver() {
@@ -236,6 +238,8 @@ struct ResendCase {
   bool otherServiceItemSurvives;  // false when the whole item was cleared by account
 };
 
+void PrintTo(const ResendCase& c, std::ostream* out) { *out << c.label; }
+
 class ResendTest : public CrashHandlerTest, public ::testing::WithParamInterface<ResendCase> {};
 
 TEST_P(ResendTest, StoredRecordsAreResentAtInstall) {
@@ -275,6 +279,8 @@ struct SlotCase {
   std::size_t posts;
   bool slotRemains;
 };
+
+void PrintTo(const SlotCase& c, std::ostream* out) { *out << c.label; }
 
 class LeftSlotTest : public CrashHandlerTest, public ::testing::WithParamInterface<SlotCase> {};
 

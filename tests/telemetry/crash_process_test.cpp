@@ -145,6 +145,8 @@ struct ProcessCase {
   std::string reason = {};
 };
 
+void PrintTo(const ProcessCase& c, std::ostream* out) { *out << c.label; }
+
 std::mutex gTimesMutex;
 std::vector<double> gCrashToExit;
 
