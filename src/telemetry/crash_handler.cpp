@@ -188,6 +188,7 @@ bool KivCrashHandler::recordCapturedCrash(const CrashCapture& capture, std::chro
 bool KivCrashHandler::handleCrash(CrashRecord record, std::chrono::steady_clock::time_point deadline) {
   if (crashed_.exchange(true)) return false;
   if (auto manager = crashLogsManager()) {
+    std::lock_guard lock(storeMutex_);
     manager->saveCrashLog(record);
     // Emptied only once the store holds the record: a failed write leaves
     // it for the next install to import.
@@ -203,6 +204,7 @@ bool KivCrashHandler::handleCrash(CrashRecord record, std::chrono::steady_clock:
     if (auto self = weak.lock()) {
       if (success && trace) {
         if (auto manager = self->crashLogsManager()) {
+          std::lock_guard lock(self->storeMutex_);
           if (auto id = manager->findCrashLogId(*trace)) manager->deleteCrashLog(*id);
         }
       }
@@ -243,8 +245,10 @@ void KivCrashHandler::sendCrashLog(CrashRecord record, Completion completion) {
 void KivCrashHandler::resendStoredCrashLogs() {
   auto manager = crashLogsManager();
   if (!manager) return;
+  std::unique_lock lock(storeMutex_);
   importLeftCrashSlots(*manager);
   auto logs = manager->getCrashLogs();
+  lock.unlock();
   if (!logs) return;
   const bool onlyOne = logs->size() == 1;
   for (CrashRecord record : *logs) {
@@ -256,6 +260,7 @@ void KivCrashHandler::resendStoredCrashLogs() {
       auto self = weak.lock();
       auto current = self ? self->crashLogsManager() : nullptr;
       if (!current) return;
+      std::lock_guard lock(self->storeMutex_);
       if (onlyOne) {
         current->clearCrashLogs();
       } else {

@@ -102,6 +102,10 @@ class KivCrashHandler : public std::enable_shared_from_this<KivCrashHandler> {
   std::shared_ptr<CrashPrimitives> primitives_;
   std::shared_ptr<MainQueue> mainQueue_;
 
+  // The store's read-change-write sequences take no lock of their own; the
+  // posts' completions run concurrently, so their changes are serialised
+  // here (a lost delete would post a record again on the next run).
+  std::mutex storeMutex_;
   std::shared_ptr<TaskPool> queue_;
   std::atomic<bool> crashed_{false};
   std::atomic<bool> useBFFAnalytics_{false};

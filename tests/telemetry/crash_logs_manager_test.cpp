@@ -118,22 +118,5 @@ TEST_F(CrashLogsManagerTest, AnUnreadableItemReadsAsNothingAndIsReplacedByTheNex
   EXPECT_EQ(consoleLines().size(), 2u);
 }
 
-TEST_F(CrashLogsManagerTest, AFailedStoreWriteIsNotReported) {
-  store.failNextAdd(-34018);
-  manager.saveCrashLog(signalRecord("x"));
-  EXPECT_EQ(manager.getCrashLogs(), std::nullopt);
-  EXPECT_TRUE(consoleLines().empty());
-}
-
-TEST_F(CrashLogsManagerTest, WithoutTheSecureStoreEverythingIsANoOp) {
-  KivCrashLogsManager orphan{std::weak_ptr<KeyChainManagerProtocol>{}};
-  orphan.saveCrashLog(signalRecord("x"));
-  orphan.deleteCrashLog("id");
-  EXPECT_EQ(orphan.getCrashLogs(), std::nullopt);
-  EXPECT_EQ(orphan.findCrashLogId("x"), std::nullopt);
-  EXPECT_TRUE(store.items().empty());
-  EXPECT_TRUE(consoleLines().empty());
-}
-
 }  // namespace
 }  // namespace kiv
