@@ -245,10 +245,10 @@ void KivCrashHandler::sendCrashLog(CrashRecord record, Completion completion) {
 void KivCrashHandler::resendStoredCrashLogs() {
   auto manager = crashLogsManager();
   if (!manager) return;
-  std::unique_lock lock(storeMutex_);
+  std::unique_lock storeLock(storeMutex_);
   importLeftCrashSlots(*manager);
   auto logs = manager->getCrashLogs();
-  lock.unlock();
+  storeLock.unlock();
   if (!logs) return;
   const bool onlyOne = logs->size() == 1;
   for (CrashRecord record : *logs) {

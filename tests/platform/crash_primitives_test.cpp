@@ -10,6 +10,7 @@
 #include <fstream>
 #include <thread>
 
+#include "support/child_process.hpp"
 #include "support/test_platform.hpp"
 #include "telemetry/crash_handler.hpp"
 
@@ -20,16 +21,8 @@ namespace fs = std::filesystem;
 
 class CrashPrimitivesTest : public testing::PlatformTest {
  protected:
-  CrashPrimitivesTest() {
-    std::string pattern = (fs::temp_directory_path() / "kivfll-slots-XXXXXX").string();
-    if (mkdtemp(pattern.data())) root = pattern;
-  }
-  ~CrashPrimitivesTest() override {
-    std::error_code ignored;
-    fs::remove_all(root, ignored);
-  }
-
-  fs::path root;
+  testing::TemporaryDirectory scratch;
+  const fs::path& root = scratch.path();
 };
 
 std::atomic<int> gHostSegvCalls{0};

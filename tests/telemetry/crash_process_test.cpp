@@ -1,31 +1,23 @@
 // Real crashes: a child process installs the crash handler and crashes on
 // command; this process then plays the next run of the host, installing over
 // the same store directory, and sees the record resent and removed.
-#include <fcntl.h>
-#include <poll.h>
-#include <spawn.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <csignal>
+#include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <mutex>
 
 #include "kiv/platform/crash.hpp"
 #include "kiv/platform/secure_store.hpp"
 #include "service/key_chain_manager.hpp"
+#include "support/child_process.hpp"
 #include "support/programs.hpp"
 #include "support/test_platform.hpp"
 #include "telemetry/crash_handler.hpp"
 #include "telemetry/crash_report_sender.hpp"
-
-extern char** environ;
 
 namespace kiv {
 namespace {
@@ -40,86 +32,7 @@ constexpr bool kSanitized = false;
 
 constexpr double kChildBound = 10.0;  // far beyond any crash path: reaching it is a hang
 
-struct ChildEnd {
-  bool hung = false;
-  std::string errors;  // its standard error
-  int exitSignal = 0;  // 0 when it exited
-  int exitCode = 0;
-  double crashToExit = -1;  // seconds from the child's "crashing" line to its end
-};
-
-double monotonicNow() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
-}
-
-// Runs the crash program to its end, bounded, reading its output as it goes.
-ChildEnd runCrashProgram(const std::vector<std::string>& arguments, const std::filesystem::path& errorFile) {
-  int out[2];
-  if (pipe2(out, O_CLOEXEC) != 0) return {.hung = true};
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errorFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-  const std::string program = testing::programPath("crash");
-  std::vector<char*> argv{const_cast<char*>(program.c_str())};
-  for (const auto& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
-  argv.push_back(nullptr);
-  pid_t pid = 0;
-  const int spawned = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  close(out[1]);
-  if (spawned != 0) {
-    close(out[0]);
-    return {.hung = true};
-  }
-  const int exited = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
-
-  ChildEnd end;
-  std::string output;
-  double crashedAt = -1;
-  const double deadline = monotonicNow() + kChildBound;
-  bool outputOpen = true;
-  for (;;) {
-    const double left = deadline - monotonicNow();
-    if (left <= 0) {
-      end.hung = true;
-      kill(pid, SIGKILL);
-      break;
-    }
-    pollfd waits[2] = {{exited, POLLIN, 0}, {outputOpen ? out[0] : -1, POLLIN, 0}};
-    if (poll(waits, 2, static_cast<int>(left * 1000) + 1) <= 0) continue;
-    if (waits[1].revents) {
-      char chunk[256];
-      const ssize_t n = read(out[0], chunk, sizeof chunk);
-      if (n > 0) {
-        output.append(chunk, static_cast<std::size_t>(n));
-        if (crashedAt < 0 && output.find('\n') != std::string::npos) {
-          timespec now{};
-          clock_gettime(CLOCK_MONOTONIC, &now);
-          long long nanos = 0;
-          if (std::sscanf(output.c_str(), "crashing %lld", &nanos) == 1) crashedAt = static_cast<double>(nanos) / 1e9;
-        }
-      } else {
-        outputOpen = false;
-      }
-    }
-    if (waits[0].revents) {
-      if (crashedAt >= 0) end.crashToExit = monotonicNow() - crashedAt;
-      break;
-    }
-  }
-  int status = 0;
-  waitpid(pid, &status, 0);
-  close(exited);
-  close(out[0]);
-  if (WIFSIGNALED(status)) end.exitSignal = WTERMSIG(status);
-  if (WIFEXITED(status)) end.exitCode = WEXITSTATUS(status);
-  std::ifstream errors(errorFile);
-  end.errors.assign(std::istreambuf_iterator<char>(errors), {});
-  return end;
-}
+using testing::ChildEnd;
 
 std::size_t occurrences(const std::string& text, std::string_view what) {
   std::size_t count = 0;
@@ -137,24 +50,6 @@ bool endedAsSanitizedCrash(const ChildEnd& end) {
   if (occurrences(end.errors, "ERROR: AddressSanitizer") > deadly) return false;
   return end.exitSignal != 0 || deadly > 0;
 }
-
-class ScratchDirectory {
- public:
-  ScratchDirectory() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "kivfll-crash-XXXXXX").string();
-    if (mkdtemp(pattern.data())) path_ = pattern;
-  }
-  ~ScratchDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  ScratchDirectory(const ScratchDirectory&) = delete;
-  ScratchDirectory& operator=(const ScratchDirectory&) = delete;
-  const std::filesystem::path& path() const { return path_; }
-
- private:
-  std::filesystem::path path_;
-};
 
 struct ProcessCase {
   std::string label;
@@ -200,23 +95,25 @@ class CrashProcessTest : public testing::PlatformTest, public ::testing::WithPar
     return records;
   }
 
-  ScratchDirectory scratch;
+  testing::TemporaryDirectory scratch;
 };
 
 TEST_P(CrashProcessTest, TheCrashEndsTheProcessAndIsResentByTheNextRun) {
   const auto& c = GetParam();
-  const ChildEnd end =
-      runCrashProgram({scratch.path().string(), c.how, c.sender, c.store}, scratch.path() / "errors.txt");
+  const ChildEnd end = testing::runToEnd(testing::programPath("crash"),
+                                         {scratch.path().string(), c.how, c.sender, c.store}, kChildBound);
   ASSERT_FALSE(end.hung) << "the crashed child did not end";
+  long long crashedAt = 0;  // the child's monotonic nanoseconds just before it crashed
+  ASSERT_EQ(std::sscanf(end.output.c_str(), "crashing %lld", &crashedAt), 1) << "no crash announced";
+  const double crashToExit = end.endedAt - static_cast<double>(crashedAt) / 1e9;
   if (kSanitized) {
     EXPECT_TRUE(endedAsSanitizedCrash(end)) << "exit code " << end.exitCode << "\n" << end.errors;
   } else {
     EXPECT_EQ(end.exitSignal, c.endSignal) << "exit code " << end.exitCode << "\n" << end.errors;
   }
-  ASSERT_GE(end.crashToExit, 0) << "no crash announced";
   {
     std::lock_guard lock(gTimesMutex);
-    gCrashToExit.push_back(end.crashToExit);
+    gCrashToExit.push_back(crashToExit);
   }
 
   becomeTheNextRun();
