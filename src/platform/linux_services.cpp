@@ -1,5 +1,6 @@
 #include "platform/linux_services.hpp"
 
+#include "kiv/platform/crash.hpp"
 #include "kiv/platform/device_identity.hpp"
 #include "kiv/platform/secure_store.hpp"
 #include "kiv/platform/user_defaults.hpp"
@@ -18,6 +19,7 @@ void addLinuxServices(Platform& bundle) {
   bundle.http = std::make_shared<CurlHttpSessionFactory>();
   bundle.ui = std::make_shared<HeadlessViewToolkit>(std::make_shared<FontconfigFontLookup>());
   bundle.capture = std::make_shared<SimulatedCaptureVendor>();
+  bundle.crash = makeLinuxCrashPrimitives();
 }
 
 }  // namespace kiv

@@ -7,6 +7,7 @@
 #include "platform/http/curl_http_session.hpp"
 #include "platform/ui/fake_font_lookup.hpp"
 #include "platform/ui/headless_view_toolkit.hpp"
+#include "support/fake_crash_primitives.hpp"
 
 namespace kiv::testing {
 
@@ -20,6 +21,7 @@ void addTestServices(Platform& bundle) {
       std::make_shared<HeadlessViewToolkit>(std::make_shared<FakeFontLookup>(FakeFontLookup::Families{"Avenir Next"}));
       std::make_shared<HeadlessViewToolkit>(std::make_shared<FakeFontLookup>(FakeFontLookup::Families{"Avenir Next"}));
   bundle.capture = std::make_shared<SimulatedCaptureVendor>();
+  bundle.crash = std::make_shared<FakeCrashPrimitives>();
 }
 
 }  // namespace kiv::testing
