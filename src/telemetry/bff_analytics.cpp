@@ -207,10 +207,10 @@ std::shared_future<void> KivBFFAnalytics::runDetached(Build build, KivAnalyticsE
   return finished;
 }
 
-std::shared_future<void> KivBFFAnalytics::track(const KivAnalyticsEvent& event, std::optional<TextParams> params,
+std::shared_future<void> KivBFFAnalytics::track(const KivAnalyticsEvent& event, TextParams params,
                                                 std::optional<std::string> requestBody) {
   return runDetached(
-      [name = event.name(), type = event.type(), params = std::move(params).value_or(TextParams{}),
+      [name = event.name(), type = event.type(), params = std::move(params),
        requestBody = std::move(requestBody)](const KivBFFAnalytics& self) mutable {
         params["sdk_name"] = self.sdk_.name;
         params["sdk_version"] = self.sdk_.version;

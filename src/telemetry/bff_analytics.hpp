@@ -88,9 +88,9 @@ class KivBFFAnalytics : public std::enable_shared_from_this<KivBFFAnalytics> {
   KivBFFAnalytics(const KivBFFAnalytics&) = delete;
   KivBFFAnalytics& operator=(const KivBFFAnalytics&) = delete;
 
-  // Posts the event to track-analytics with text-valued parameters. Safe
-  // from any thread.
-  std::shared_future<void> track(const KivAnalyticsEvent& event, std::optional<TextParams> params = std::nullopt,
+  // Posts the event to track-analytics with text-valued parameters (none is
+  // the same as an empty map). Safe from any thread.
+  std::shared_future<void> track(const KivAnalyticsEvent& event, TextParams params = {},
                                  std::optional<std::string> requestBody = std::nullopt);
   // The same with parameters of any JSON value (`params` an object; null
   // means none).
