@@ -4,6 +4,7 @@
 #include "kiv/platform/secure_store.hpp"
 #include "kiv/platform/user_defaults.hpp"
 #include "platform/http/curl_http_session.hpp"
+#include "platform/path_monitor/netlink_path_monitor.hpp"
 #include "platform/ui/fontconfig_font_lookup.hpp"
 #include "platform/ui/headless_view_toolkit.hpp"
 
@@ -15,6 +16,7 @@ void addLinuxServices(Platform& bundle) {
   bundle.defaults = makeLinuxUserDefaults();
   bundle.device = makeLinuxDeviceIdentity();
   bundle.http = std::make_shared<CurlHttpSessionFactory>();
+  bundle.pathMonitor = std::make_shared<NetlinkPathMonitorFactory>();
   bundle.ui = std::make_shared<HeadlessViewToolkit>(std::make_shared<FontconfigFontLookup>());
 }
 

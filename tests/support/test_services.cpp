@@ -2,8 +2,9 @@
 
 #include "platform/defaults/memory_user_defaults.hpp"
 #include "platform/device/fixed_device_identity.hpp"
-#include "platform/secure_store/memory_secure_store.hpp"
 #include "platform/http/curl_http_session.hpp"
+#include "platform/path_monitor/fake_path_monitor.hpp"
+#include "platform/secure_store/memory_secure_store.hpp"
 #include "platform/ui/fake_font_lookup.hpp"
 #include "platform/ui/headless_view_toolkit.hpp"
 
@@ -14,7 +15,8 @@ void addTestServices(Platform& bundle) {
   bundle.secureStore = std::make_shared<MemorySecureStore>();
   bundle.defaults = std::make_shared<MemoryUserDefaults>();
   bundle.device = std::make_shared<FixedDeviceIdentity>();
-  bundle.http = std::make_shared<CurlHttpSessionFactory>();  // wire tests talk to a RecordingHttpServer
+  bundle.http = std::make_shared<CurlHttpSessionFactory>();         // wire tests talk to a RecordingHttpServer
+  bundle.pathMonitor = std::make_shared<FakePathMonitorFactory>();  // offline until a test flips it
   bundle.ui =
       std::make_shared<HeadlessViewToolkit>(std::make_shared<FakeFontLookup>(FakeFontLookup::Families{"Avenir Next"}));
 }

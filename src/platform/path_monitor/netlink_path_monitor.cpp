@@ -1,0 +1,144 @@
+#include "platform/path_monitor/netlink_path_monitor.hpp"
+
+#include <ifaddrs.h>
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
+#include <net/if.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+namespace kiv {
+
+NetworkPathStatus currentNetworkPathStatus() {
+  ifaddrs* list = nullptr;
+  if (getifaddrs(&list) != 0) return NetworkPathStatus::unsatisfied;
+  bool usable = false;
+  for (const ifaddrs* entry = list; entry != nullptr && !usable; entry = entry->ifa_next) {
+    if (entry->ifa_addr == nullptr) continue;
+    const auto family = entry->ifa_addr->sa_family;
+    if (family != AF_INET && family != AF_INET6) continue;
+    const unsigned flags = entry->ifa_flags;
+    usable = (flags & IFF_UP) != 0 && (flags & IFF_RUNNING) != 0 && (flags & IFF_LOOPBACK) == 0;
+  }
+  freeifaddrs(list);
+  return usable ? NetworkPathStatus::satisfied : NetworkPathStatus::unsatisfied;
+}
+
+namespace {
+
+class NetlinkPathMonitor final : public PathMonitor, public std::enable_shared_from_this<NetlinkPathMonitor> {
+ public:
+  ~NetlinkPathMonitor() override { cancel(); }
+
+  void start(std::shared_ptr<SerialQueue> queue, Handler handler) override {
+    std::lock_guard lock(mutex_);
+    if (queue_ || cancelled_) return;
+    queue_ = std::move(queue);
+    handler_ = std::make_shared<Handler>(std::move(handler));
+    wake_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    socket_ = openSocket();
+    thread_ = std::thread([this] { run(); });
+  }
+
+  void cancel() override {
+    std::thread thread;
+    {
+      std::lock_guard lock(mutex_);
+      if (cancelled_) return;
+      cancelled_ = true;
+      handler_.reset();
+      if (wake_ >= 0) {
+        const std::uint64_t one = 1;
+        [[maybe_unused]] const auto written = write(wake_, &one, sizeof one);
+      }
+      thread = std::move(thread_);
+    }
+    // The thread never calls the handler itself, so joining cannot wait on a
+    // report in progress.
+    if (thread.joinable() && thread.get_id() != std::this_thread::get_id()) thread.join();
+    if (thread.joinable()) thread.detach();
+    if (socket_ >= 0) close(socket_);
+    if (wake_ >= 0) close(wake_);
+    socket_ = wake_ = -1;
+  }
+
+ private:
+  static int openSocket() {
+    const int fd = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE);
+    if (fd < 0) return -1;
+    sockaddr_nl address{};
+    address.nl_family = AF_NETLINK;
+    address.nl_groups = RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR | RTMGRP_IPV4_ROUTE | RTMGRP_IPV6_ROUTE;
+    if (bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+      close(fd);
+      return -1;
+    }
+    return fd;
+  }
+
+  void run() {
+    std::optional<NetworkPathStatus> last;
+    for (;;) {
+      const NetworkPathStatus status = currentNetworkPathStatus();
+      if (status != last) {
+        last = status;
+        report(status);
+      }
+      std::array<pollfd, 2> fds{{{wake_, POLLIN, 0}, {socket_, POLLIN, 0}}};
+      // Without a netlink socket the monitor still reports once and waits
+      // for cancel.
+      const nfds_t count = socket_ >= 0 ? 2 : 1;
+      if (poll(fds.data(), count, -1) < 0 && errno != EINTR) return;
+      if ((fds[0].revents & POLLIN) != 0) return;
+      if (count == 2 && (fds[1].revents & POLLIN) != 0) drain();
+    }
+  }
+
+  void drain() const {
+    std::array<char, 8192> buffer{};
+    while (recv(socket_, buffer.data(), buffer.size(), MSG_DONTWAIT) > 0) {
+    }
+  }
+
+  void report(NetworkPathStatus status) {
+    std::shared_ptr<SerialQueue> queue;
+    {
+      std::lock_guard lock(mutex_);
+      if (cancelled_) return;
+      queue = queue_;
+    }
+    queue->post([weak = weak_from_this(), status] {
+      auto self = weak.lock();
+      if (!self) return;
+      std::shared_ptr<Handler> handler;
+      {
+        std::lock_guard lock(self->mutex_);
+        handler = self->handler_;
+      }
+      if (handler) (*handler)(status);
+    });
+  }
+
+  std::mutex mutex_;
+  std::shared_ptr<SerialQueue> queue_;
+  std::shared_ptr<Handler> handler_;
+  bool cancelled_ = false;
+  int wake_ = -1;
+  int socket_ = -1;
+  std::thread thread_;
+};
+
+}  // namespace
+
+std::shared_ptr<PathMonitor> NetlinkPathMonitorFactory::makeMonitor() { return std::make_shared<NetlinkPathMonitor>(); }
+
+}  // namespace kiv

@@ -1,0 +1,182 @@
+// The analytics client: turns SDK events into JSON bodies and posts them to
+// the backend's analytics endpoints. One client per process, in shared().
+//
+//   KivBFFAnalytics::configure({.sessionId = uuid, .clientId = client, .mobileToken = token, .sdk = {name, version}});
+//   if (auto analytics = KivBFFAnalytics::shared()) {
+//     analytics->track(KivAnalyticsEvent::standard(KivAnalyticsEventName::sdkResult, KivAnalyticsEventType::sdkStep),
+//                      KivBFFAnalytics::TextParams{{"result", "success"}});
+//   }
+//
+// track() and sendCrashReport() return at once: the body is built and posted
+// on the task pool, never on the main queue. Nothing they do reaches the
+// caller as an error. A post that failed for the network or with a status
+// outside 200-299 is kept in an offline queue mirrored into the secure store
+// and resent, in order, when the network path becomes usable again, also by
+// the next process.
+//
+// The returned future becomes ready once the post was delivered, queued or
+// given up; a caller that must not wait long (the crash handler) bounds it:
+//   bool finished = analytics->sendCrashReport(trace, KivAnalyticsResult::signal)
+//                       .wait_for(std::chrono::seconds(1)) == std::future_status::ready;
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <future>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kiv/platform/clock.hpp"
+#include "kiv/platform/http.hpp"
+#include "kiv/platform/path_monitor.hpp"
+#include "kiv/platform/task_pool.hpp"
+#include "platform/json/json.hpp"
+#include "service/key_chain_manager.hpp"
+#include "telemetry/analytics_event.hpp"
+#include "telemetry/analytics_vocabulary.hpp"
+
+namespace kiv {
+
+class KivBFFAnalytics : public std::enable_shared_from_this<KivBFFAnalytics> {
+ public:
+  struct Configuration {
+    std::string sessionId{};
+    KivAnalyticsPlatform platform = KivAnalyticsPlatform::nativeIOS;
+    KivAnalyticsStage stage = KivAnalyticsStage::prod;
+    std::string clientId{};
+    std::string mobileToken{};
+    std::optional<std::string> personId{};
+    KivSDKInfo sdk{};
+    std::optional<HttpSessionConfiguration> sessionConfiguration{};
+    std::optional<std::string> entrypoint{};
+    std::optional<std::string> entrypointVersion{};
+  };
+
+  // One body that could not be posted, waiting for the network.
+  struct QueuedEvent {
+    KivAnalyticsEndpoint endpoint;
+    Json jsonBody;  // an object: the complete body as it would have been posted
+    TimePoint timestamp;
+  };
+
+  using TextParams = std::map<std::string, std::string>;
+
+  // Item names of the offline queue in the secure store.
+  static constexpr std::string_view queueKey = "kiv_analytics_queue";
+  static constexpr std::string_view queueSessionKey = "kiv_analytics_queue_session";
+  static constexpr int maxQueueRetries = 3;
+
+  // The configured client, or null before the first configure.
+  static std::shared_ptr<KivBFFAnalytics> shared();
+
+  // Builds a client, loads the queue an earlier client left in the secure
+  // store, starts watching the network path and stores the client in
+  // shared(), releasing (and so silencing) the one it held.
+  static void configure(Configuration configuration);
+
+  // A client outside the shared slot, with its queue loaded and its path
+  // monitor started. configure() uses it; so may a host with its own slot.
+  static std::shared_ptr<KivBFFAnalytics> make(Configuration configuration,
+                                               std::shared_ptr<KeyChainManagerProtocol> keyChainManager);
+
+  ~KivBFFAnalytics();
+  KivBFFAnalytics(const KivBFFAnalytics&) = delete;
+  KivBFFAnalytics& operator=(const KivBFFAnalytics&) = delete;
+
+  // Posts the event to track-analytics with text-valued parameters (none is
+  // the same as an empty map). Safe from any thread.
+  std::shared_future<void> track(const KivAnalyticsEvent& event, TextParams params = {},
+                                 std::optional<std::string> requestBody = std::nullopt);
+  // The same with parameters of any JSON value (`params` an object; null
+  // means none).
+  std::shared_future<void> track(const KivAnalyticsEvent& event, Json params,
+                                 std::optional<std::string> requestBody = std::nullopt);
+
+  // Posts a crash report to crashlytics. Safe from any thread.
+  std::shared_future<void> sendCrashReport(std::string stackTrace,
+                                           std::optional<KivAnalyticsResult> result = std::nullopt);
+
+  // The value sent as requestParams.provider from now on; absent sends none.
+  void setProvider(std::optional<std::string> provider);
+
+  // --- The steps behind track and sendCrashReport. Blocking; for pool
+  // tasks only.
+
+  // post(), queueing the body when the network or the backend failed it.
+  // Other errors are thrown.
+  void send(const Json& body, KivAnalyticsEndpoint endpoint);
+  // One POST of `body`. Throws HttpError for a transport failure,
+  // KivAnalyticsError for a bad URL, a body that is not an object, or a
+  // status outside 200-299.
+  void post(const Json& body, KivAnalyticsEndpoint endpoint);
+
+  // The envelope's properties object.
+  Json makeProperties(const TextParams& params, const std::optional<std::string>& requestBody) const;
+  Json makeProperties(Json params, const std::optional<std::string>& requestBody) const;
+  // The four-key body around `properties`.
+  Json makeBody(std::string_view eventName, KivAnalyticsEventType eventType, Json properties) const;
+
+  // The trimmed person id, or the session id when that is absent or blank.
+  std::string userId() const;
+  const std::string& sessionId() const { return sessionId_; }
+
+  // The secure-store service holding this client's queue.
+  std::string storageNamespace() const;
+  // The queue as it stands (oldest first), for diagnostics.
+  std::vector<QueuedEvent> queuedEvents() const;
+  int retryAttempts() const;
+
+  // The persisted form of a queue, and back (absent when an entry lacks a
+  // valid endpoint or timestamp).
+  static std::string encodeQueue(const std::vector<QueuedEvent>& queue);
+  static std::optional<std::vector<QueuedEvent>> decodeQueue(std::string_view bytes);
+
+  // "2025-01-31T12:34:56.789Z".
+  static std::string timestampText(TimePoint time);
+
+ private:
+  KivBFFAnalytics(Configuration configuration, std::shared_ptr<KeyChainManagerProtocol> keyChainManager);
+
+  template <typename Build>
+  std::shared_future<void> runDetached(Build build, KivAnalyticsEndpoint endpoint);
+  std::string baseURL() const;
+
+  void loadQueue();
+  void startPathMonitor();
+  void enqueue(KivAnalyticsEndpoint endpoint, const Json& body);
+  void persistQueue();
+  void flushQueue();
+  void runFlush();
+  void debug(std::string_view text) const;
+
+  const std::string sessionId_;
+  const KivAnalyticsPlatform platform_;
+  const KivAnalyticsStage stage_;
+  const std::string clientId_;
+  const std::string mobileToken_;
+  const std::optional<std::string> personId_;
+  const KivSDKInfo sdk_;
+  const std::string entrypoint_;
+  const std::string entrypointVersion_;
+  mutable std::mutex providerMutex_;
+  std::optional<std::string> provider_;
+  std::shared_ptr<HttpSession> urlSession_;
+  std::shared_ptr<KeyChainManagerProtocol> keyChainManager_;
+
+  // The offline queue; guarded by queueLock_, which is recursive because
+  // enqueue persists while holding it.
+  mutable std::recursive_mutex queueLock_;
+  std::vector<QueuedEvent> queue_;
+  std::optional<std::string> queuedSessionId_;
+  int retryAttempts_ = 0;
+  bool isValidating_ = false;
+  std::shared_ptr<PathMonitor> pathMonitor_;
+  std::shared_ptr<SerialQueue> monitorQueue_;
+};
+
+}  // namespace kiv

@@ -1,0 +1,242 @@
+// The offline queue of KivBFFAnalytics: bodies whose post failed, kept in
+// memory and mirrored into the secure store, resent when the path monitor
+// reports a usable network.
+#include <sodium.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include "kiv/platform/platform.hpp"
+#include "service/unicode_text.hpp"
+#include "telemetry/bff_analytics.hpp"
+
+namespace kiv {
+namespace {
+
+constexpr std::string_view kEndpointKey = "endpoint";
+constexpr std::string_view kJsonBodyKey = "jsonBody";
+constexpr std::string_view kTimestampKey = "timestamp";
+constexpr std::string_view kResentKey = "resent";
+constexpr std::string_view kPropertiesKey = "properties";
+constexpr std::string_view kQueuedEventsKey = "queued_events";
+
+// Stored timestamps count seconds from 2001-01-01 00:00:00 UTC, the phone
+// platform's reference date.
+constexpr std::chrono::seconds kReferenceDateSinceEpoch{978307200};
+
+std::string base64(std::string_view bytes) {
+  std::string text(sodium_base64_ENCODED_LEN(bytes.size(), sodium_base64_VARIANT_ORIGINAL), '\0');
+  sodium_bin2base64(text.data(), text.size(), reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(),
+                    sodium_base64_VARIANT_ORIGINAL);
+  text.resize(text.size() - 1);  // the terminating NUL
+  return text;
+}
+
+std::optional<std::string> fromBase64(std::string_view text) {
+  std::string bytes(text.size(), '\0');
+  std::size_t length = 0;
+  if (sodium_base642bin(reinterpret_cast<unsigned char*>(bytes.data()), bytes.size(), text.data(), text.size(), nullptr,
+                        &length, nullptr, sodium_base64_VARIANT_ORIGINAL) != 0) {
+    return std::nullopt;
+  }
+  bytes.resize(length);
+  return bytes;
+}
+
+std::string replacingUnsafeCharacters(std::string text) {
+  for (char& c : text) {
+    const bool safe =
+        (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_' || c == '.' || c == '-';
+    if (!safe) c = '_';
+  }
+  return text;
+}
+
+std::span<const std::uint8_t> bytesOf(std::string_view text) {
+  return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
+}
+
+}  // namespace
+
+std::string KivBFFAnalytics::encodeQueue(const std::vector<QueuedEvent>& queue) {
+  Json array = Json::array();
+  for (const auto& event : queue) {
+    Json item = Json::object();
+    item[kEndpointKey] = rawValue(event.endpoint);
+    item[kJsonBodyKey] = base64(json::dumpCompact(event.jsonBody));
+    item[kTimestampKey] =
+        std::chrono::duration<double>(event.timestamp.time_since_epoch() - kReferenceDateSinceEpoch).count();
+    array.push_back(std::move(item));
+  }
+  return json::dumpCompact(array);
+}
+
+std::optional<std::vector<KivBFFAnalytics::QueuedEvent>> KivBFFAnalytics::decodeQueue(std::string_view bytes) {
+  const auto array = json::parse(bytes);
+  if (!array || !array->is_array()) return std::nullopt;
+  std::vector<QueuedEvent> queue;
+  for (const auto& item : *array) {
+    if (!item.is_object()) return std::nullopt;
+    const auto endpointText = json::optionalString(item, kEndpointKey);
+    const auto seconds = json::optionalDouble(item, kTimestampKey);
+    if (!endpointText || !*endpointText || !seconds || !*seconds) return std::nullopt;
+    const auto endpoint = fromRawValue<KivAnalyticsEndpoint>(**endpointText);
+    if (!endpoint || !std::isfinite(**seconds)) return std::nullopt;
+    // A body that does not decode to an object is kept as an empty one, so
+    // one damaged entry does not cost the others.
+    Json body = Json::object();
+    if (const auto encoded = json::optionalString(item, kJsonBodyKey); encoded && *encoded) {
+      if (const auto raw = fromBase64(**encoded)) {
+        if (auto parsed = json::parse(*raw); parsed && parsed->is_object()) body = std::move(*parsed);
+      }
+    }
+    const auto sinceEpoch = std::chrono::duration_cast<TimePoint::duration>(std::chrono::duration<double>(**seconds) +
+                                                                            kReferenceDateSinceEpoch);
+    queue.push_back(QueuedEvent{*endpoint, std::move(body), TimePoint(sinceEpoch)});
+  }
+  return queue;
+}
+
+std::string KivBFFAnalytics::storageNamespace() const {
+  return "kiv_analytics_queue_" + std::string(rawValue(stage_)) + "_" + replacingUnsafeCharacters(clientId_) + "_" +
+         replacingUnsafeCharacters(sdk_.name);
+}
+
+std::vector<KivBFFAnalytics::QueuedEvent> KivBFFAnalytics::queuedEvents() const {
+  std::lock_guard lock(queueLock_);
+  return queue_;
+}
+
+int KivBFFAnalytics::retryAttempts() const {
+  std::lock_guard lock(queueLock_);
+  return retryAttempts_;
+}
+
+void KivBFFAnalytics::loadQueue() {
+  std::lock_guard lock(queueLock_);
+  const std::string service = storageNamespace();
+  if (const auto session = keyChainManager_->readData(service, queueSessionKey)) {
+    const std::string text(session->begin(), session->end());
+    if (unicode::isValidUtf8(text)) queuedSessionId_ = text;
+  }
+  if (const auto stored = keyChainManager_->readData(service, queueKey)) {
+    if (auto queue = decodeQueue(std::string_view(reinterpret_cast<const char*>(stored->data()), stored->size()))) {
+      queue_ = std::move(*queue);
+    }
+  }
+}
+
+void KivBFFAnalytics::startPathMonitor() {
+  if (!pathMonitor_) return;
+  pathMonitor_->start(monitorQueue_, [weak = weak_from_this()](NetworkPathStatus status) {
+    auto self = weak.lock();
+    if (!self || status != NetworkPathStatus::satisfied) return;
+    self->flushQueue();
+  });
+}
+
+void KivBFFAnalytics::enqueue(KivAnalyticsEndpoint endpoint, const Json& body) {
+  std::lock_guard lock(queueLock_);
+  if (queue_.empty()) {
+    queuedSessionId_ = sessionId_;
+  } else if (queuedSessionId_ && *queuedSessionId_ != sessionId_) {
+    return;  // the queue holds another session's events; they are never mixed
+  }
+  queue_.push_back(QueuedEvent{endpoint, body, platform()->clock->now()});
+  persistQueue();
+}
+
+void KivBFFAnalytics::persistQueue() {
+  std::lock_guard lock(queueLock_);
+  try {
+    const std::string service = storageNamespace();
+    keyChainManager_->save(service, queueKey, bytesOf(encodeQueue(queue_)), true);
+    keyChainManager_->save(service, queueSessionKey, bytesOf(queuedSessionId_.value_or("")), true);
+  } catch (const std::exception& error) {
+    // The events stay in memory for this process.
+    debug(error.what());
+  }
+}
+
+void KivBFFAnalytics::flushQueue() {
+  {
+    std::lock_guard lock(queueLock_);
+    if (queue_.empty() || isValidating_ || retryAttempts_ >= maxQueueRetries) return;
+    isValidating_ = true;
+  }
+  platform()->taskPool->post([weak = weak_from_this()] {
+    if (auto self = weak.lock()) self->runFlush();
+  });
+}
+
+void KivBFFAnalytics::runFlush() {
+  const auto finish = [this] {
+    std::lock_guard lock(queueLock_);
+    isValidating_ = false;
+  };
+  const auto attempt = [](const auto& action) {
+    try {
+      action();
+      return true;
+    } catch (...) {
+      return false;
+    }
+  };
+
+  std::size_t queued = 0;
+  {
+    std::lock_guard lock(queueLock_);
+    queued = queue_.size();
+  }
+  TextParams params{{"sdk_name", sdk_.name},
+                    {"sdk_version", sdk_.version},
+                    {std::string(kQueuedEventsKey), std::to_string(queued)},
+                    {"result", std::string(rawValue(KivAnalyticsResult::recovered))}};
+  const Json notice = makeBody(rawValue(KivAnalyticsFixedEvent::noConnection), KivAnalyticsEventType::sdkError,
+                               makeProperties(params, std::nullopt));
+  if (!attempt([&] { post(notice, KivAnalyticsEndpoint::trackAnalytics); })) {
+    {
+      std::lock_guard lock(queueLock_);
+      ++retryAttempts_;
+    }
+    return finish();
+  }
+
+  std::vector<QueuedEvent> snapshot;
+  {
+    std::lock_guard lock(queueLock_);
+    snapshot = queue_;
+  }
+  // Removes the first `delivered` entries; entries queued meanwhile stay.
+  const auto settle = [this](std::size_t delivered, bool failed) {
+    std::lock_guard lock(queueLock_);
+    if (delivered >= 1 && delivered <= queue_.size()) {
+      queue_.erase(queue_.begin(), queue_.begin() + static_cast<std::ptrdiff_t>(delivered));
+    }
+    if (queue_.empty()) queuedSessionId_.reset();
+    if (failed && !queue_.empty()) {
+      ++retryAttempts_;
+    } else {
+      retryAttempts_ = 0;
+    }
+    persistQueue();
+  };
+  for (std::size_t i = 0; i < snapshot.size(); ++i) {
+    Json body = snapshot[i].jsonBody;
+    if (body.is_object() && body.contains(kPropertiesKey) && body[kPropertiesKey].is_object()) {
+      body[kPropertiesKey][kResentKey] = true;
+    } else {
+      Json properties = Json::object();
+      properties[kResentKey] = true;
+      body[kPropertiesKey] = std::move(properties);
+    }
+    if (!attempt([&] { post(body, snapshot[i].endpoint); })) {
+      settle(i, true);
+      return finish();
+    }
+  }
+  settle(snapshot.size(), false);
+  finish();
+}
+
+}  // namespace kiv

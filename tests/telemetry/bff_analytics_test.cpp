@@ -1,0 +1,371 @@
+#include "telemetry/bff_analytics.hpp"
+
+#include <gtest/gtest.h>
+
+#include "kiv/backend.hpp"
+#include "platform/path_monitor/fake_path_monitor.hpp"
+#include "platform/secure_store/memory_secure_store.hpp"
+#include "support/recording_http_server.hpp"
+#include "support/scripted_http_session.hpp"
+#include "support/test_platform.hpp"
+
+namespace kiv {
+namespace {
+
+using testing::Answer;
+using testing::RecordedRequest;
+using testing::RecordingHttpServer;
+
+constexpr const char* kTrackPath = "/bff/track-analytics";
+constexpr const char* kCrashPath = "/bff/crashlytics";
+
+std::vector<std::string> keysOf(const Json& object) {
+  std::vector<std::string> keys;
+  for (const auto& [key, value] : object.items()) keys.push_back(key);
+  return keys;
+}
+
+KivAnalyticsEvent sdkResult() {
+  return KivAnalyticsEvent::standard(KivAnalyticsEventName::sdkResult, KivAnalyticsEventType::sdkStep);
+}
+
+class BFFAnalyticsTest : public testing::PlatformTest {
+ protected:
+  BFFAnalyticsTest() { EXPECT_TRUE(setBackendRootURL(KivEnvironment::dev, server.url())); }
+  ~BFFAnalyticsTest() override { resetBackendRootURL(KivEnvironment::dev); }
+
+  static KivBFFAnalytics::Configuration configuration(std::string sessionId = "session-A") {
+    return {.sessionId = std::move(sessionId),
+            .stage = KivAnalyticsStage::dev,
+            .clientId = "acme",
+            .mobileToken = "token-1",
+            .personId = "person-1",
+            .sdk = {"KivFaceLivenessLite", "3.2.1"}};
+  }
+  std::shared_ptr<KivBFFAnalytics> configure(KivBFFAnalytics::Configuration c = configuration()) {
+    KivBFFAnalytics::configure(std::move(c));
+    return KivBFFAnalytics::shared();
+  }
+  FakePathMonitorFactory& network() { return dynamic_cast<FakePathMonitorFactory&>(*platform()->pathMonitor); }
+  MemorySecureStore& store() { return dynamic_cast<MemorySecureStore&>(*platform()->secureStore); }
+  void goOnline() {
+    network().setStatus(NetworkPathStatus::satisfied);
+    testPlatform().pool->waitIdle();
+  }
+  std::optional<std::vector<KivBFFAnalytics::QueuedEvent>> storedQueue(const KivBFFAnalytics& client) {
+    const auto items = store().items();
+    const auto found = items.find({client.storageNamespace(), std::string(KivBFFAnalytics::queueKey)});
+    if (found == items.end()) return std::nullopt;
+    return KivBFFAnalytics::decodeQueue(std::string(found->second.begin(), found->second.end()));
+  }
+  std::vector<Json> bodies(const char* path) {
+    std::vector<Json> out;
+    for (const auto& request : server.requests(path)) out.push_back(request.bodyJson().value_or(Json()));
+    return out;
+  }
+
+  RecordingHttpServer server;
+};
+
+TEST_F(BFFAnalyticsTest, TrackPostsTheEnvelopeWithLiftedFieldsAndEnrichedParameters) {
+  clock().set(TimePoint(std::chrono::milliseconds(1738326896789)));  // 2025-01-31T12:34:56.789Z
+  auto analytics = configure();
+  analytics
+      ->track(sdkResult(),
+              KivBFFAnalytics::TextParams{{"result", "granted"},
+                                          {"responseCode", "201"},
+                                          {"apiEndpoint", "/bff/sessions"},
+                                          {"sdk_name", "spoofed"},
+                                          {"imgData", "base64..."},
+                                          {"zeta", "z"}},
+              std::string("{ \"a\" : 1 }"))
+      .wait();
+
+  ASSERT_EQ(server.requests(kTrackPath).size(), 1u);
+  const RecordedRequest request = server.requests(kTrackPath).front();
+  EXPECT_EQ(request.method, "POST");
+  EXPECT_EQ(request.header("Content-Type"), "application/json");
+  EXPECT_EQ(request.header("Cache-Control"), "no-cache, no-store, must-revalidate");
+  EXPECT_EQ(request.header("Pragma"), "no-cache");
+  EXPECT_EQ(request.header("Expires"), "0");
+  EXPECT_EQ(request.header("Authorization"), "token-1");
+
+  const Json body = *request.bodyJson();
+  EXPECT_EQ(keysOf(body), (std::vector<std::string>{"userId", "event", "eventType", "properties"}));
+  EXPECT_EQ(body["userId"], "person-1");
+  EXPECT_EQ(body["event"], "sdk_result");
+  EXPECT_EQ(body["eventType"], "sdk_step");
+  const Json& properties = body["properties"];
+  EXPECT_EQ(keysOf(properties),
+            (std::vector<std::string>{"platform", "clientId", "personId", "sessionId", "timestamp", "result",
+                                      "apiEndpoint", "responseCode", "requestParams", "requestBody"}));
+  EXPECT_EQ(properties["platform"], "native_ios");
+  EXPECT_EQ(properties["clientId"], "acme");
+  EXPECT_EQ(properties["sessionId"], "session-A");
+  EXPECT_EQ(properties["timestamp"], "2025-01-31T12:34:56.789Z");
+  EXPECT_EQ(properties["result"], "granted");
+  EXPECT_EQ(properties["requestBody"], R"({"a":1})");
+
+  const Json& params = properties["requestParams"];
+  EXPECT_FALSE(params.contains("result"));
+  EXPECT_FALSE(params.contains("imgData"));
+  EXPECT_EQ(params["sdk_name"], "KivFaceLivenessLite");
+  EXPECT_EQ(params["sdkVersion"], "3.2.1");
+  EXPECT_EQ(params["mobileToken"], "token-1");
+  EXPECT_EQ(params["sdkInfoEnvironment"], "dev");
+  EXPECT_TRUE(params["deviceData"].is_string());
+  EXPECT_EQ(params["zeta"], "z");
+}
+
+TEST_F(BFFAnalyticsTest, ConfigurationAndProviderOverwriteCallerValuesButCallerDeviceDataStays) {
+  auto c = configuration();
+  c.entrypoint = "flutter";
+  c.entrypointVersion = "";
+  c.mobileToken = " \n";
+  auto analytics = configure(c);
+  analytics->setProvider("iproov");
+  Json params = {{"entrypoint", "mine"}, {"provider", "other"}, {"deviceData", "caller's"}, {"attempt", 2}};
+  analytics->track(KivAnalyticsFixedEvent::startSdk, params).wait();
+
+  const RecordedRequest request = server.requests(kTrackPath).at(0);
+  EXPECT_FALSE(request.header("Authorization").has_value());  // blank token: no header
+  const Json body = *request.bodyJson();
+  EXPECT_EQ(body["event"], "start_sdk");
+  EXPECT_EQ(body["eventType"], "user_interaction");
+  const Json& sent = body["properties"]["requestParams"];
+  EXPECT_EQ(sent["entrypoint"], "flutter");
+  EXPECT_FALSE(sent.contains("entrypointVersion"));
+  EXPECT_EQ(sent["provider"], "iproov");
+  EXPECT_EQ(sent["deviceData"], "caller's");
+  EXPECT_EQ(sent["attempt"], 2);
+}
+
+struct UserIdCase {
+  const char* name;
+  std::optional<std::string> personId;
+  std::string expected;
+  friend void PrintTo(const UserIdCase& c, std::ostream* out) { *out << c.name; }
+};
+
+class UserIdTest : public BFFAnalyticsTest, public ::testing::WithParamInterface<UserIdCase> {};
+
+TEST_P(UserIdTest, PersonIdTrimmedOrSessionIdWhenBlank) {
+  auto c = configuration("session-X");
+  c.personId = GetParam().personId;
+  auto analytics = configure(c);
+  const Json body = analytics->makeBody("e", KivAnalyticsEventType::sdkStep, analytics->makeProperties(Json(), {}));
+  EXPECT_EQ(body["userId"], GetParam().expected);
+  EXPECT_EQ(body["properties"]["personId"], GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, UserIdTest,
+                         ::testing::Values(UserIdCase{"absent", std::nullopt, "session-X"},
+                                           UserIdCase{"empty", "", "session-X"},
+                                           UserIdCase{"blank", " \n\t", "session-X"},
+                                           UserIdCase{"padded", " p-7\n", "p-7"}),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+TEST_F(BFFAnalyticsTest, CrashReportCarriesTraceAndResultOnlyWhenGiven) {
+  auto analytics = configure();
+  analytics->sendCrashReport("frame 0\nframe 1", KivAnalyticsResult::signal).wait();
+  analytics->sendCrashReport("frame 2").wait();
+
+  const auto sent = bodies(kCrashPath);
+  ASSERT_EQ(sent.size(), 2u);
+  EXPECT_EQ(sent[0]["event"], "crash");
+  EXPECT_EQ(sent[0]["eventType"], "crash");
+  EXPECT_EQ(sent[0]["properties"]["result"], "signal");
+  EXPECT_EQ(sent[0]["properties"]["stackTrace"], "frame 0\nframe 1");
+  EXPECT_EQ(sent[0]["properties"]["requestParams"]["sdk_name"], "KivFaceLivenessLite");
+  EXPECT_FALSE(sent[1]["properties"].contains("result"));
+}
+
+struct AnswerCase {
+  const char* name;
+  Answer answer;
+  bool queued;
+  friend void PrintTo(const AnswerCase& c, std::ostream* out) { *out << c.name; }
+};
+
+class AnswerTest : public BFFAnalyticsTest, public ::testing::WithParamInterface<AnswerCase> {};
+
+TEST_P(AnswerTest, FailedPostIsQueuedAndTrackStillReturns) {
+  server.setAnswer(kTrackPath, GetParam().answer);
+  auto analytics = configure();
+  analytics->track(sdkResult(), KivBFFAnalytics::TextParams{{"step", "1"}}).wait();
+  ASSERT_GE(server.requestCount(), 1u);
+  const auto queued = analytics->queuedEvents();
+  ASSERT_EQ(queued.size(), GetParam().queued ? 1u : 0u);
+  if (GetParam().queued) {
+    EXPECT_EQ(queued[0].endpoint, KivAnalyticsEndpoint::trackAnalytics);
+    EXPECT_EQ(queued[0].jsonBody["properties"]["requestParams"]["step"], "1");
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, AnswerTest,
+                         ::testing::Values(AnswerCase{"ok204", Answer::http(204), false},
+                                           AnswerCase{"ok299", Answer::http(299), false},
+                                           AnswerCase{"redirect300", Answer::http(300), true},
+                                           AnswerCase{"throttled429", Answer::http(429), true},
+                                           AnswerCase{"server500", Answer::http(500, "boom"), true},
+                                           AnswerCase{"dropped", Answer::dropConnection(), true}),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+TEST_F(BFFAnalyticsTest, NonHttpAnswerCountsAsServerError) {
+  auto factory = std::make_shared<testing::ScriptedHttpSessionFactory>(
+      [](const HttpRequest& request) { return DataTaskResult{.data = "", .response = NonHttpResponse{request.url}}; });
+  testPlatform().bundle().http = factory;
+  testPlatform().install();
+  auto analytics = configure();
+  analytics->track(sdkResult()).wait();
+  EXPECT_EQ(analytics->queuedEvents().size(), 1u);
+  const auto lines = consoleLines();
+  EXPECT_NE(std::find(lines.begin(), lines.end(), debugQuoted("KIV BFF ANALYTICS - RESPONSE (status: 500)")),
+            lines.end());
+}
+
+TEST_F(BFFAnalyticsTest, QueuedEventsAreResentInOrderAfterANoticeWhenTheNetworkReturns) {
+  server.setAnswer(kTrackPath, Answer::http(503));
+  auto analytics = configure();
+  for (const char* step : {"1", "2", "3"}) {
+    analytics->track(sdkResult(), KivBFFAnalytics::TextParams{{"step", step}}).wait();
+  }
+  ASSERT_EQ(analytics->queuedEvents().size(), 3u);
+  EXPECT_EQ(storedQueue(*analytics)->size(), 3u);
+
+  server.setAnswer(kTrackPath, Answer::http(200));
+  goOnline();
+
+  const auto sent = bodies(kTrackPath);
+  ASSERT_EQ(sent.size(), 7u);
+  EXPECT_EQ(sent[3]["event"], "no_connection");
+  EXPECT_EQ(sent[3]["eventType"], "sdk_error");
+  EXPECT_EQ(sent[3]["properties"]["result"], "recovered");
+  EXPECT_EQ(sent[3]["properties"]["requestParams"]["queued_events"], "3");
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(sent[4 + i]["properties"]["requestParams"]["step"], std::to_string(i + 1));
+    EXPECT_EQ(sent[4 + i]["properties"]["resent"], true);
+  }
+  EXPECT_TRUE(analytics->queuedEvents().empty());
+  EXPECT_EQ(storedQueue(*analytics)->size(), 0u);
+
+  goOnline();  // nothing left: no further notice
+  EXPECT_EQ(server.requests(kTrackPath).size(), 7u);
+}
+
+TEST_F(BFFAnalyticsTest, FailedResendKeepsTheUndeliveredRestInStore) {
+  server.setAnswer(kTrackPath, Answer::http(500));
+  auto analytics = configure();
+  for (const char* step : {"1", "2", "3"}) {
+    analytics->track(sdkResult(), KivBFFAnalytics::TextParams{{"step", step}}).wait();
+  }
+  // Notice and first resend succeed, the second resend fails.
+  server.setResponder([](const RecordedRequest&, std::size_t index) -> std::optional<Answer> {
+    return index == 5 ? Answer::http(500) : Answer::http(200);
+  });
+  goOnline();
+
+  const auto remaining = analytics->queuedEvents();
+  ASSERT_EQ(remaining.size(), 2u);
+  EXPECT_EQ(remaining[0].jsonBody["properties"]["requestParams"]["step"], "2");
+  EXPECT_EQ(analytics->retryAttempts(), 1);
+  const auto stored = storedQueue(*analytics);
+  ASSERT_TRUE(stored);
+  ASSERT_EQ(stored->size(), 2u);
+  EXPECT_EQ((*stored)[1].jsonBody["properties"]["requestParams"]["step"], "3");
+}
+
+TEST_F(BFFAnalyticsTest, ThreeFailedFlushesSilenceTheMonitorForThisProcess) {
+  server.setAnswer(kTrackPath, Answer::http(500));
+  auto analytics = configure();
+  analytics->track(sdkResult()).wait();
+  for (int i = 0; i < 3; ++i) goOnline();
+  EXPECT_EQ(server.requests(kTrackPath).size(), 4u);  // the event and three notices
+  EXPECT_EQ(analytics->retryAttempts(), 3);
+
+  server.setAnswer(kTrackPath, Answer::http(200));
+  goOnline();
+  EXPECT_EQ(server.requests(kTrackPath).size(), 4u);
+  EXPECT_EQ(analytics->queuedEvents().size(), 1u);
+}
+
+TEST_F(BFFAnalyticsTest, QueueLeftByAnEarlierProcessIsLoadedAndResentByTheNext) {
+  clock().set(TimePoint(std::chrono::seconds(978307200 + 1000)));  // 1000 s after 2001-01-01
+  server.setAnswer(kTrackPath, Answer::http(500));
+  server.setAnswer(kCrashPath, Answer::dropConnection());
+  auto first = configure(configuration("session-A"));
+  first->track(sdkResult(), KivBFFAnalytics::TextParams{{"step", "1"}}).wait();
+  first->sendCrashReport("trace").wait();
+
+  // The persisted bytes: endpoint raw values, base64 of compact JSON bodies,
+  // seconds since 2001 as a number.
+  const auto items = store().items();
+  const Bytes& raw = items.at({first->storageNamespace(), std::string(KivBFFAnalytics::queueKey)});
+  const Json stored = *json::parse(std::string(raw.begin(), raw.end()));
+  ASSERT_EQ(stored.size(), 2u);
+  EXPECT_EQ(keysOf(stored[0]), (std::vector<std::string>{"endpoint", "jsonBody", "timestamp"}));
+  EXPECT_EQ(stored[1]["endpoint"], "crashlytics");
+  EXPECT_DOUBLE_EQ(stored[0]["timestamp"].get<double>(), 1000.0);
+  const Bytes& session = items.at({first->storageNamespace(), std::string(KivBFFAnalytics::queueSessionKey)});
+  EXPECT_EQ(std::string(session.begin(), session.end()), "session-A");
+
+  // A new process: a new client of another session takes the stored queue,
+  // refuses its own failed events meanwhile, and resends on a usable path.
+  first.reset();
+  auto second = configure(configuration("session-B"));
+  ASSERT_EQ(second->queuedEvents().size(), 2u);
+  second->track(sdkResult(), KivBFFAnalytics::TextParams{{"step", "B"}}).wait();
+  EXPECT_EQ(second->queuedEvents().size(), 2u);
+
+  server.setAnswer(kTrackPath, Answer::http(200));
+  server.setAnswer(kCrashPath, Answer::http(200));
+  goOnline();
+  const auto crashes = bodies(kCrashPath);
+  ASSERT_FALSE(crashes.empty());
+  EXPECT_EQ(crashes.back()["properties"]["resent"], true);
+  const auto tracks = bodies(kTrackPath);
+  EXPECT_EQ(tracks.back()["properties"]["requestParams"]["step"], "1");
+  EXPECT_EQ(tracks.back()["properties"]["sessionId"], "session-A");
+  EXPECT_TRUE(second->queuedEvents().empty());
+}
+
+TEST_F(BFFAnalyticsTest, StoredBodyWithoutPropertiesObjectIsResentWithOnlyTheResentFlag) {
+  const auto probe = KivBFFAnalytics::make(configuration(), KivKeyChainManager::shared());
+  const std::string encoded = KivBFFAnalytics::encodeQueue(
+      {{KivAnalyticsEndpoint::identifyAnalytics, Json{{"userId", "u"}, {"properties", "text"}}, clock().now()}});
+  const std::string service = probe->storageNamespace();
+  KivKeyChainManager::shared()->save(service, KivBFFAnalytics::queueKey,
+                                     {reinterpret_cast<const std::uint8_t*>(encoded.data()), encoded.size()}, true);
+  auto analytics = configure();
+  goOnline();
+  const auto sent = bodies("/bff/identify-analytics");
+  ASSERT_EQ(sent.size(), 1u);
+  EXPECT_EQ(sent[0], (Json{{"userId", "u"}, {"properties", {{"resent", true}}}}));
+}
+
+TEST_F(BFFAnalyticsTest, StoreWriteFailureKeepsTheEventInMemoryAndStillResends) {
+  server.setAnswer(kTrackPath, Answer::http(500));
+  store().failNextAdd(-34018);
+  auto analytics = configure();
+  analytics->track(sdkResult(), KivBFFAnalytics::TextParams{{"step", "1"}}).wait();
+  EXPECT_EQ(analytics->queuedEvents().size(), 1u);
+  EXPECT_FALSE(storedQueue(*analytics).has_value());
+  const auto lines = consoleLines();
+  EXPECT_NE(std::find(lines.begin(), lines.end(), debugQuoted("KeychainError.unknown(-34018)")), lines.end());
+
+  server.setAnswer(kTrackPath, Answer::http(200));
+  goOnline();
+  EXPECT_EQ(bodies(kTrackPath).back()["properties"]["requestParams"]["step"], "1");
+  EXPECT_TRUE(analytics->queuedEvents().empty());
+}
+
+TEST(AnalyticsStorageNamespace, ReplacesCharactersOutsideTheSafeSet) {
+  testing::TestPlatform platform;
+  auto analytics = KivBFFAnalytics::make(
+      {.sessionId = "s", .stage = KivAnalyticsStage::prod, .clientId = "acme corp/1", .sdk = {"Sdk1", "1"}},
+      KivKeyChainManager::shared());
+  EXPECT_EQ(analytics->storageNamespace(), "kiv_analytics_queue_prod_acme_corp_1_Sdk1");
+}
+
+}  // namespace
+}  // namespace kiv
