@@ -161,9 +161,9 @@ void KivService::trackApiResponse(const std::string& endpoint, const DataTaskRes
   if (result.error) facts.transportError = transportErrorText(*result.error);
   auto properties = apiResponseProperties(facts);
 
-  queue_->post([analytics = analytics_, properties = std::move(properties)] {
-    auto client = analytics ? analytics : KivBFFAnalytics::shared();
-    if (!client) return;
+  auto client = analytics_ ? analytics_ : KivBFFAnalytics::shared();
+  if (!client) return;
+  queue_->post([client = std::move(client), properties = std::move(properties)] {
     client->track(KivAnalyticsEvent::standard(KivAnalyticsEventName::apiResponse, KivAnalyticsEventType::apiCall),
                   properties);
   });
