@@ -66,7 +66,7 @@ std::string transportErrorText(const HttpError& error) {
 }  // namespace
 
 std::shared_ptr<KivService> KivService::create(std::shared_ptr<HttpSession> session, std::string tokenKeychainKey,
-                                               std::shared_ptr<KivServiceAnalytics> analytics) {
+                                               std::shared_ptr<KivBFFAnalytics> analytics) {
   {
     std::lock_guard lock(tokenKey().mutex);
     tokenKey().key = std::move(tokenKeychainKey);
@@ -74,7 +74,7 @@ std::shared_ptr<KivService> KivService::create(std::shared_ptr<HttpSession> sess
   return std::shared_ptr<KivService>(new KivService(std::move(session), std::move(analytics)));
 }
 
-KivService::KivService(std::shared_ptr<HttpSession> session, std::shared_ptr<KivServiceAnalytics> analytics)
+KivService::KivService(std::shared_ptr<HttpSession> session, std::shared_ptr<KivBFFAnalytics> analytics)
     : session_(std::move(session)),
       queueLabel_(kQueueLabel),
       queue_(platform()->taskPool),
@@ -161,11 +161,11 @@ void KivService::trackApiResponse(const std::string& endpoint, const DataTaskRes
   if (result.error) facts.transportError = transportErrorText(*result.error);
   auto properties = apiResponseProperties(facts);
 
-  auto analytics = analytics_;
-  if (!analytics) return;
-  queue_->post([analytics = std::move(analytics), properties = std::move(properties)] {
-    analytics->track(KivAnalyticsEvent::standard(KivAnalyticsEventName::apiResponse, KivAnalyticsEventType::apiCall),
-                     properties);
+  auto client = analytics_ ? analytics_ : KivBFFAnalytics::shared();
+  if (!client) return;
+  queue_->post([client = std::move(client), properties = std::move(properties)] {
+    client->track(KivAnalyticsEvent::standard(KivAnalyticsEventName::apiResponse, KivAnalyticsEventType::apiCall),
+                  properties);
   });
 }
 

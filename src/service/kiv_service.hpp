@@ -27,7 +27,7 @@
 #include "service/api_response_report.hpp"
 #include "service/api_service_error.hpp"
 #include "service/response_classification.hpp"
-#include "telemetry/analytics_event.hpp"
+#include "telemetry/bff_analytics.hpp"
 
 namespace kiv {
 
@@ -44,23 +44,15 @@ class KivServiceProtocol {
   virtual void fetchTransactions(const FetchTransactionsRequest& request, TransactionsCompletion completion) = 0;
 };
 
-// Where the service reports answered requests: the analytics client's event
-// operation, with text parameters and no request body.
-class KivServiceAnalytics {
- public:
-  virtual ~KivServiceAnalytics() = default;
-  // Called on a detached task; must not throw.
-  virtual void track(const KivAnalyticsEvent& event, const ApiResponseProperties& params) = 0;
-};
-
 class KivService final : public KivServiceProtocol, public std::enable_shared_from_this<KivService> {
  public:
   static constexpr std::string_view kQueueLabel = "kiv.sdk.queue";
 
   // Sets the process-wide token key to `tokenKeychainKey` (the last service
-  // created wins). `analytics` may be null.
+  // created wins). Without its own `analytics` client the service reports to
+  // the shared one, if any.
   static std::shared_ptr<KivService> create(std::shared_ptr<HttpSession> session, std::string tokenKeychainKey,
-                                            std::shared_ptr<KivServiceAnalytics> analytics);
+                                            std::shared_ptr<KivBFFAnalytics> analytics);
 
   // A session as the service expects its creator to make one: ephemeral,
   // no cache, requests reloading from the origin, no cookies.
@@ -99,7 +91,7 @@ class KivService final : public KivServiceProtocol, public std::enable_shared_fr
   const std::string& queueLabel() const { return queueLabel_; }
 
  private:
-  KivService(std::shared_ptr<HttpSession> session, std::shared_ptr<KivServiceAnalytics> analytics);
+  KivService(std::shared_ptr<HttpSession> session, std::shared_ptr<KivBFFAnalytics> analytics);
 
   template <typename ResponseType>
   void send(HttpRequest request, std::function<void(APIResult<ResponseType>)> completion);
@@ -109,7 +101,7 @@ class KivService final : public KivServiceProtocol, public std::enable_shared_fr
   std::shared_ptr<HttpSession> session_;
   std::string queueLabel_;
   std::shared_ptr<TaskPool> queue_;  // the pool is concurrent: requests overlap
-  std::shared_ptr<KivServiceAnalytics> analytics_;
+  std::shared_ptr<KivBFFAnalytics> analytics_;
 };
 
 }  // namespace kiv

@@ -4,6 +4,7 @@
 #include <mutex>
 #include <thread>
 
+#include "kiv/backend.hpp"
 #include "kiv/platform/secure_store.hpp"
 #include "service/key_chain_manager.hpp"
 #include "service/kiv_service.hpp"
@@ -20,29 +21,6 @@ using testing::RecordingHttpServer;
 using namespace std::chrono_literals;
 
 const std::string kToken = "eyJ0b2tlbi.payload.sig";
-
-// What analytics received from the service.
-class RecordingAnalytics final : public KivServiceAnalytics {
- public:
-  void track(const KivAnalyticsEvent& event, const ApiResponseProperties& params) override {
-    std::lock_guard lock(mutex_);
-    events_.push_back(event);
-    params_.push_back(params);
-  }
-  std::vector<KivAnalyticsEvent> events() {
-    std::lock_guard lock(mutex_);
-    return events_;
-  }
-  std::vector<ApiResponseProperties> params() {
-    std::lock_guard lock(mutex_);
-    return params_;
-  }
-
- private:
-  std::mutex mutex_;
-  std::vector<KivAnalyticsEvent> events_;
-  std::vector<ApiResponseProperties> params_;
-};
 
 // Every completion of one request, with the thread it ran on.
 template <typename T>
@@ -112,8 +90,26 @@ class KivServiceTest : public testing::PlatformTest {
     return finish(outcome);
   }
 
+  // Analytics posts reach the same server, as the dev stage's backend.
+  void reportToServer() { ASSERT_TRUE(setBackendRootURL(KivEnvironment::dev, server.url())); }
+  ~KivServiceTest() override { resetBackendRootURL(KivEnvironment::dev); }
+  static KivBFFAnalytics::Configuration analyticsConfiguration() {
+    return {.sessionId = "session-A", .stage = KivAnalyticsStage::dev, .mobileToken = kToken};
+  }
+  // The properties of every api_response event the server received.
+  std::vector<Json> reportedProperties() {
+    std::vector<Json> out;
+    for (const auto& request : server.requests("/bff/track-analytics")) {
+      const auto body = request.bodyJson().value_or(Json::object());
+      EXPECT_EQ(body.value("event", ""), "api_response");
+      EXPECT_EQ(body.value("eventType", ""), "api_call");
+      out.push_back(body.value("properties", Json::object()));
+    }
+    return out;
+  }
+
   RecordingHttpServer server;
-  std::shared_ptr<RecordingAnalytics> analytics = std::make_shared<RecordingAnalytics>();
+  std::shared_ptr<KivBFFAnalytics> analytics;  // none unless a test reports to its own client
   std::shared_ptr<HttpSession> session_;
 };
 
@@ -128,7 +124,7 @@ TEST_F(KivServiceTest, SessionRequestOnTheWire) {
   ASSERT_TRUE(result) << result.error();
   EXPECT_EQ(result->id, "s-1");
   EXPECT_EQ(result->livenessAttemptId, "a-1");
-  ASSERT_EQ(server.requestCount(), 1u);
+  ASSERT_EQ(server.requests("/bff/sessions").size(), 1u);
   const auto request = server.requests().front();
   EXPECT_EQ(request.method, "POST");
   EXPECT_EQ(request.target, "/bff/sessions?asyncAttempt=true");
@@ -146,7 +142,7 @@ TEST_F(KivServiceTest, WithoutStoredTokenTheRequestGoesOutWithoutAuthorization) 
 
   EXPECT_EQ(result.error(), APIServiceError{APIServiceError::decodingError{
                                 "The data couldn\u2019t be read because it isn\u2019t in the correct format."}});
-  ASSERT_EQ(server.requestCount(), 1u);
+  ASSERT_EQ(server.requests("/bff/sessions").size(), 1u);
   EXPECT_EQ(server.requests().front().header("Authorization"), std::nullopt);
 }
 
@@ -300,23 +296,29 @@ TEST_F(KivServiceTest, AnswersNoTransportCanGiveHere) {
 }
 
 TEST_F(KivServiceTest, TextThatIsNoURLIsInvalidAndNeverSent) {
+  reportToServer();
+  KivBFFAnalytics::configure(analyticsConfiguration());  // no client of its own: the shared one hears
+
   auto result = fetchSession("http://bad host/");
+
   EXPECT_EQ(result.error(), APIServiceError{APIServiceError::invalidResponse{}});
-  EXPECT_EQ(server.requestCount(), 0u);
-  ASSERT_EQ(analytics->params().size(), 1u);
-  EXPECT_EQ(analytics->params()[0].at("apiEndpoint"), "file:///error");
-  EXPECT_EQ(analytics->params()[0].at("responseCode"), "");
+  EXPECT_TRUE(server.requests("/bff/sessions").empty());
+  const auto reported = reportedProperties();
+  ASSERT_EQ(reported.size(), 1u);
+  EXPECT_EQ(reported[0]["apiEndpoint"], "file:///error");
+  EXPECT_EQ(reported[0]["responseCode"], "");
 }
 
 // --- The analytics hook ----------------------------------------------------------
 
 TEST_F(KivServiceTest, EveryAnswerIsReportedWithItsFiveProperties) {
+  reportToServer();
+  analytics = KivBFFAnalytics::make(analyticsConfiguration(), KivKeyChainManager::shared());
   server.setAnswer("/bff/sessions", Answer::json(200, "{}"));
   server.setAnswer("/bff/transactions/a/async", Answer::http(201, "\xff\xff"));
   server.holdAnswers();
   Outcome<SessionResponse> session;
-  auto service = makeService();
-  service->fetchSession(FetchSessionRequest::forPerson(server.url(), "p"), session.completion());
+  makeService()->fetchSession(FetchSessionRequest::forPerson(server.url(), "p"), session.completion());
   ASSERT_TRUE(server.waitForRequests(1));
   clock().advance(0.25);
   server.releaseAnswers();
@@ -329,26 +331,30 @@ TEST_F(KivServiceTest, EveryAnswerIsReportedWithItsFiveProperties) {
   server.setAnswer("/bff/sessions", Answer::dropConnection());
   ASSERT_FALSE(fetchSession(server.url()));
 
-  const auto event = KivAnalyticsEvent::standard(KivAnalyticsEventName::apiResponse, KivAnalyticsEventType::apiCall);
-  EXPECT_EQ(analytics->events(), std::vector<KivAnalyticsEvent>(3, event));
-  const auto params = analytics->params();
-  ASSERT_EQ(params.size(), 3u);
-  EXPECT_EQ(params[0], (ApiResponseProperties{{"apiEndpoint", server.url("/bff/sessions?asyncAttempt=true")},
-                                              {"responseCode", "200"},
-                                              {"responseTime", "0.25"},
-                                              {"responseData", R"("e30=")"},
-                                              {"result", "session"}}));
-  EXPECT_EQ(params[1], (ApiResponseProperties{{"apiEndpoint", server.url("/bff/transactions/a/async")},
-                                              {"responseCode", "201"},
-                                              {"responseTime", "0.0"},
-                                              {"responseData", R"("\/\/8=")"},  // slashes escaped
-                                              {"result", "transaction"}}));
-  EXPECT_EQ(params[2].at("responseCode"), "");
-  EXPECT_TRUE(params[2]
-                  .at("responseData")
-                  .starts_with("Optional(" + HttpError(HttpErrorCode::networkConnectionLost).localizedDescription()))
-      << params[2].at("responseData");
-  EXPECT_EQ(params[2].at("result"), "session");
+  auto reported = reportedProperties();
+  ASSERT_EQ(reported.size(), 3u);
+  const auto five = [](const Json& properties) {
+    Json picked = Json::object();
+    for (const char* key : {"apiEndpoint", "responseCode", "responseTime", "responseData", "result"}) {
+      if (properties.contains(key)) picked[key] = properties[key];
+    }
+    return picked;
+  };
+  EXPECT_EQ(five(reported[0]), (Json{{"apiEndpoint", server.url("/bff/sessions?asyncAttempt=true")},
+                                     {"responseCode", "200"},
+                                     {"responseTime", "0.25"},
+                                     {"responseData", R"("e30=")"},
+                                     {"result", "session"}}));
+  EXPECT_EQ(five(reported[1]), (Json{{"apiEndpoint", server.url("/bff/transactions/a/async")},
+                                     {"responseCode", "201"},
+                                     {"responseTime", "0.0"},
+                                     {"responseData", R"("\/\/8=")"},  // slashes escaped
+                                     {"result", "transaction"}}));
+  EXPECT_EQ(reported[2]["responseCode"], "");
+  const std::string lost = HttpError(HttpErrorCode::networkConnectionLost).localizedDescription();
+  EXPECT_TRUE(reported[2]["responseData"].get<std::string>().starts_with("Optional(" + lost))
+      << reported[2]["responseData"];
+  EXPECT_EQ(reported[2]["result"], "session");
 }
 
 }  // namespace
