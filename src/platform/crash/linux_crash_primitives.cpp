@@ -79,7 +79,8 @@ struct SavedTerminate final : SavedCrashHandler {
 // Alternate signal stacks, one per prepared thread, with a guard page below so
 // that overflowing it faults instead of writing over other memory.
 
-constexpr std::size_t kAlternateStackSize = 128 * 1024;
+constexpr std::size_t kMinimumAlternateStackSize = std::size_t{64} * 1024;
+constexpr std::size_t kAlternateStackSize = std::size_t{128} * 1024;
 
 struct AlternateStack {
   void* mapping = nullptr;
@@ -307,7 +308,9 @@ void LinuxCrashPrimitives::prepareCapture() {
 void LinuxCrashPrimitives::installAlternateStack() {
   if (tAlternateStack.mapping) return;
   stack_t current{};
-  if (sigaltstack(nullptr, &current) == 0 && !(current.ss_flags & SS_DISABLE) && current.ss_size >= 64 * 1024) return;
+  if (sigaltstack(nullptr, &current) == 0 && !(current.ss_flags & SS_DISABLE) &&
+      current.ss_size >= kMinimumAlternateStackSize)
+    return;
   const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
   const std::size_t size = kAlternateStackSize + page;
   void* mapping = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
@@ -393,7 +396,8 @@ std::vector<std::string> LinuxCrashPrimitives::symbolizeFrames(std::span<void* c
 }
 
 std::optional<std::string> LinuxCrashPrimitives::environmentValue(const std::string& name) {
-  const char* value = std::getenv(name.c_str());
+  // Read-only use; the SDK never changes the environment.
+  const char* value = std::getenv(name.c_str());  // NOLINT(concurrency-mt-unsafe)
   if (!value) return std::nullopt;
   return std::string(value);
 }
