@@ -21,7 +21,6 @@ void addTestServices(Platform& bundle) {
   bundle.pathMonitor = std::make_shared<FakePathMonitorFactory>();  // offline until a test flips it
   bundle.ui =
       std::make_shared<HeadlessViewToolkit>(std::make_shared<FakeFontLookup>(FakeFontLookup::Families{"Avenir Next"}));
-      std::make_shared<HeadlessViewToolkit>(std::make_shared<FakeFontLookup>(FakeFontLookup::Families{"Avenir Next"}));
   bundle.capture = std::make_shared<SimulatedCaptureVendor>();
   bundle.crash = std::make_shared<FakeCrashPrimitives>();
 }
