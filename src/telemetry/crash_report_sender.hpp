@@ -1,16 +1,9 @@
 // How a crash report leaves the process: the one place where the crash
 // handler meets the analytics client.
 //
-// The analytics client's crash post is installed here as a function; until
-// one is installed there is no analytics client, and the crash handler's
-// posts complete with failure (the record stays stored for the next run).
-//
-//   setCrashReportSender([](const CrashRecord&, std::string trace, CrashReportResult result, auto done) {
-//     auto client = KivBFFAnalytics::shared();
-//     if (!client) return false;                  // no client: nothing posted
-//     client->sendCrashReport(trace, result, ...) // done(true) when posted or queued, done(false) when it threw
-//     return true;
-//   });
+// By default reports go to the shared analytics client's crash post; with
+// no client configured nothing is posted and the record stays stored for the
+// next run. Tests and hosts may install another sender.
 #pragma once
 
 #include <functional>
@@ -46,8 +39,9 @@ using CrashReportCompletion = std::function<void(bool success)>;
 using CrashReportSender = std::function<bool(const CrashRecord& record, std::string stackTrace,
                                              CrashReportResult result, CrashReportCompletion completion)>;
 
-// Process-wide; empty until the analytics client installs itself. Safe from
-// any thread.
+// Process-wide. Without an installed sender, crashReportSender() posts
+// through KivBFFAnalytics::shared() (false when there is no client). Safe
+// from any thread.
 void setCrashReportSender(CrashReportSender sender);
 CrashReportSender crashReportSender();
 
