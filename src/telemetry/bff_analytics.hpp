@@ -146,6 +146,10 @@ class KivBFFAnalytics : public std::enable_shared_from_this<KivBFFAnalytics> {
   std::shared_future<void> runDetached(Build build, KivAnalyticsEndpoint endpoint);
   std::string baseURL() const;
 
+  // One entry of the stored array, and the array around such entries.
+  static std::string storedForm(const QueuedEvent& event);
+  static std::string joinedArray(const std::vector<std::string>& items);
+
   void loadQueue();
   void startPathMonitor();
   void enqueue(KivAnalyticsEndpoint endpoint, const Json& body);
@@ -172,6 +176,10 @@ class KivBFFAnalytics : public std::enable_shared_from_this<KivBFFAnalytics> {
   // enqueue persists while holding it.
   mutable std::recursive_mutex queueLock_;
   std::vector<QueuedEvent> queue_;
+  // The stored form of each queue entry, made once when it is queued: the
+  // whole array is rewritten on every change, but no body is serialised
+  // twice.
+  std::vector<std::string> storedForms_;
   std::optional<std::string> queuedSessionId_;
   int retryAttempts_ = 0;
   bool isValidating_ = false;

@@ -58,17 +58,34 @@ std::span<const std::uint8_t> bytesOf(std::string_view text) {
 
 }  // namespace
 
-std::string KivBFFAnalytics::encodeQueue(const std::vector<QueuedEvent>& queue) {
-  Json array = Json::array();
-  for (const auto& event : queue) {
-    Json item = Json::object();
-    item[kEndpointKey] = rawValue(event.endpoint);
-    item[kJsonBodyKey] = base64(json::dumpCompact(event.jsonBody));
-    item[kTimestampKey] =
-        std::chrono::duration<double>(event.timestamp.time_since_epoch() - kReferenceDateSinceEpoch).count();
-    array.push_back(std::move(item));
+std::string KivBFFAnalytics::storedForm(const QueuedEvent& event) {
+  Json item = Json::object();
+  item[kEndpointKey] = rawValue(event.endpoint);
+  item[kJsonBodyKey] = base64(json::dumpCompact(event.jsonBody));
+  item[kTimestampKey] =
+      std::chrono::duration<double>(event.timestamp.time_since_epoch() - kReferenceDateSinceEpoch).count();
+  return json::dumpCompact(item);
+}
+
+std::string KivBFFAnalytics::joinedArray(const std::vector<std::string>& items) {
+  std::size_t length = 2;
+  for (const auto& item : items) length += item.size() + 1;
+  std::string array;
+  array.reserve(length);
+  array += '[';
+  for (const auto& item : items) {
+    if (array.size() > 1) array += ',';
+    array += item;
   }
-  return json::dumpCompact(array);
+  array += ']';
+  return array;
+}
+
+std::string KivBFFAnalytics::encodeQueue(const std::vector<QueuedEvent>& queue) {
+  std::vector<std::string> items;
+  items.reserve(queue.size());
+  for (const auto& event : queue) items.push_back(storedForm(event));
+  return joinedArray(items);
 }
 
 std::optional<std::vector<KivBFFAnalytics::QueuedEvent>> KivBFFAnalytics::decodeQueue(std::string_view bytes) {
@@ -122,6 +139,8 @@ void KivBFFAnalytics::loadQueue() {
   if (const auto stored = keyChainManager_->readData(service, queueKey)) {
     if (auto queue = decodeQueue(std::string_view(reinterpret_cast<const char*>(stored->data()), stored->size()))) {
       queue_ = std::move(*queue);
+      storedForms_.clear();
+      for (const auto& event : queue_) storedForms_.push_back(storedForm(event));
     }
   }
 }
@@ -143,6 +162,7 @@ void KivBFFAnalytics::enqueue(KivAnalyticsEndpoint endpoint, const Json& body) {
     return;  // the queue holds another session's events; they are never mixed
   }
   queue_.push_back(QueuedEvent{endpoint, body, platform()->clock->now()});
+  storedForms_.push_back(storedForm(queue_.back()));
   persistQueue();
 }
 
@@ -150,7 +170,7 @@ void KivBFFAnalytics::persistQueue() {
   std::lock_guard lock(queueLock_);
   try {
     const std::string service = storageNamespace();
-    keyChainManager_->save(service, queueKey, bytesOf(encodeQueue(queue_)), true);
+    keyChainManager_->save(service, queueKey, bytesOf(joinedArray(storedForms_)), true);
     keyChainManager_->save(service, queueSessionKey, bytesOf(queuedSessionId_.value_or("")), true);
   } catch (const std::exception& error) {
     // The events stay in memory for this process.
@@ -212,6 +232,7 @@ void KivBFFAnalytics::runFlush() {
     std::lock_guard lock(queueLock_);
     if (delivered >= 1 && delivered <= queue_.size()) {
       queue_.erase(queue_.begin(), queue_.begin() + static_cast<std::ptrdiff_t>(delivered));
+      storedForms_.erase(storedForms_.begin(), storedForms_.begin() + static_cast<std::ptrdiff_t>(delivered));
     }
     if (queue_.empty()) queuedSessionId_.reset();
     if (failed && !queue_.empty()) {

@@ -1,10 +1,18 @@
 #include "telemetry/bff_analytics.hpp"
 
 #include <gtest/gtest.h>
+#include <sodium.h>
+
+#include <atomic>
+#include <iostream>
+#include <thread>
 
 #include "kiv/backend.hpp"
+#include "kiv/platform/secure_store.hpp"
 #include "platform/path_monitor/fake_path_monitor.hpp"
 #include "platform/secure_store/memory_secure_store.hpp"
+#include "support/child_process.hpp"
+#include "support/programs.hpp"
 #include "support/recording_http_server.hpp"
 #include "support/scripted_http_session.hpp"
 #include "support/test_platform.hpp"
@@ -289,44 +297,160 @@ TEST_F(BFFAnalyticsTest, ThreeFailedFlushesSilenceTheMonitorForThisProcess) {
   EXPECT_EQ(analytics->queuedEvents().size(), 1u);
 }
 
-TEST_F(BFFAnalyticsTest, QueueLeftByAnEarlierProcessIsLoadedAndResentByTheNext) {
+TEST_F(BFFAnalyticsTest, PersistedQueueHoldsEndpointBase64BodyAndSecondsSince2001) {
   clock().set(TimePoint(std::chrono::seconds(978307200 + 1000)));  // 1000 s after 2001-01-01
   server.setAnswer(kTrackPath, Answer::http(500));
   server.setAnswer(kCrashPath, Answer::dropConnection());
-  auto first = configure(configuration("session-A"));
-  first->track(sdkResult(), KivBFFAnalytics::TextParams{{"step", "1"}}).wait();
-  first->sendCrashReport("trace").wait();
+  auto analytics = configure(configuration("session-A"));
+  analytics->track(sdkResult(), KivBFFAnalytics::TextParams{{"step", "1"}}).wait();
+  analytics->sendCrashReport("trace").wait();
 
-  // The persisted bytes: endpoint raw values, base64 of compact JSON bodies,
-  // seconds since 2001 as a number.
   const auto items = store().items();
-  const Bytes& raw = items.at({first->storageNamespace(), std::string(KivBFFAnalytics::queueKey)});
+  const Bytes& raw = items.at({analytics->storageNamespace(), std::string(KivBFFAnalytics::queueKey)});
   const Json stored = *json::parse(std::string(raw.begin(), raw.end()));
   ASSERT_EQ(stored.size(), 2u);
   EXPECT_EQ(keysOf(stored[0]), (std::vector<std::string>{"endpoint", "jsonBody", "timestamp"}));
+  EXPECT_EQ(stored[0]["endpoint"], "track-analytics");
   EXPECT_EQ(stored[1]["endpoint"], "crashlytics");
   EXPECT_DOUBLE_EQ(stored[0]["timestamp"].get<double>(), 1000.0);
-  const Bytes& session = items.at({first->storageNamespace(), std::string(KivBFFAnalytics::queueSessionKey)});
+  // jsonBody is base64 of the compact body exactly as it was posted.
+  const Json posted = *server.requests(kTrackPath).at(0).bodyJson();
+  const std::string encoded = stored[0]["jsonBody"].get<std::string>();
+  std::string decoded(encoded.size(), '\0');
+  std::size_t length = 0;
+  ASSERT_EQ(sodium_base642bin(reinterpret_cast<unsigned char*>(decoded.data()), decoded.size(), encoded.data(),
+                              encoded.size(), nullptr, &length, nullptr, sodium_base64_VARIANT_ORIGINAL),
+            0);
+  decoded.resize(length);
+  EXPECT_EQ(decoded, json::dumpCompact(posted));
+  const Bytes& session = items.at({analytics->storageNamespace(), std::string(KivBFFAnalytics::queueSessionKey)});
   EXPECT_EQ(std::string(session.begin(), session.end()), "session-A");
+}
 
-  // A new process: a new client of another session takes the stored queue,
-  // refuses its own failed events meanwhile, and resends on a usable path.
-  first.reset();
-  auto second = configure(configuration("session-B"));
-  ASSERT_EQ(second->queuedEvents().size(), 2u);
-  second->track(sdkResult(), KivBFFAnalytics::TextParams{{"step", "B"}}).wait();
-  EXPECT_EQ(second->queuedEvents().size(), 2u);
+TEST_F(BFFAnalyticsTest, QueueLeftByAnEarlierProcessIsLoadedAndResentByTheNext) {
+  testing::TemporaryDirectory directory;
+  server.setAnswer(kTrackPath, Answer::http(500));
+  const auto child = testing::runToEnd(testing::programPath("analytics_queue"),
+                                       {directory.path().string(), server.url(), "session-A", "1", "2"}, 60.0);
+  ASSERT_FALSE(child.hung);
+  ASSERT_EQ(child.exitCode, 0) << child.output << child.errors;
+
+  // This process, on the same store: the stored queue is loaded, a failed
+  // event of its own (another session) is refused, and a usable path resends
+  // the earlier session's events in order.
+  testPlatform().bundle().secureStore = makeLinuxSecureStore(directory.path());
+  testPlatform().install();
+  auto analytics = configure(configuration("session-B"));
+  ASSERT_EQ(analytics->queuedEvents().size(), 2u);
+  analytics->track(sdkResult(), KivBFFAnalytics::TextParams{{"step", "B"}}).wait();
+  EXPECT_EQ(analytics->queuedEvents().size(), 2u);
 
   server.setAnswer(kTrackPath, Answer::http(200));
-  server.setAnswer(kCrashPath, Answer::http(200));
   goOnline();
-  const auto crashes = bodies(kCrashPath);
-  ASSERT_FALSE(crashes.empty());
-  EXPECT_EQ(crashes.back()["properties"]["resent"], true);
   const auto tracks = bodies(kTrackPath);
-  EXPECT_EQ(tracks.back()["properties"]["requestParams"]["step"], "1");
-  EXPECT_EQ(tracks.back()["properties"]["sessionId"], "session-A");
-  EXPECT_TRUE(second->queuedEvents().empty());
+  ASSERT_EQ(tracks.size(), 6u);  // two failed in the child, B, the notice, two resends
+  EXPECT_EQ(tracks[3]["event"], "no_connection");
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(tracks[4 + i]["properties"]["requestParams"]["step"], std::to_string(i + 1));
+    EXPECT_EQ(tracks[4 + i]["properties"]["sessionId"], "session-A");
+    EXPECT_EQ(tracks[4 + i]["properties"]["resent"], true);
+  }
+  EXPECT_TRUE(analytics->queuedEvents().empty());
+  const auto left = KivKeyChainManager::shared()->readData(analytics->storageNamespace(), KivBFFAnalytics::queueKey);
+  ASSERT_TRUE(left);
+  EXPECT_EQ(std::string(left->begin(), left->end()), "[]");
+}
+
+TEST_F(BFFAnalyticsTest, EventsQueuedDuringAFlushStayQueued) {
+  server.setAnswer(kTrackPath, Answer::http(500));
+  auto analytics = configure();
+  analytics->track(sdkResult(), KivBFFAnalytics::TextParams{{"step", "1"}}).wait();
+  analytics->track(sdkResult(), KivBFFAnalytics::TextParams{{"step", "2"}}).wait();
+
+  // While the first resend is on the wire, another event fails and is queued
+  // behind the two being resent.
+  server.setResponder([&](const RecordedRequest& request, std::size_t) -> std::optional<Answer> {
+    const Json body = request.bodyJson().value_or(Json());
+    const Json& params = body["properties"]["requestParams"];
+    if (params.value("step", "") == "late") return Answer::http(500);
+    if (params.value("step", "") == "1") {
+      analytics->track(sdkResult(), KivBFFAnalytics::TextParams{{"step", "late"}}).wait();
+    }
+    return Answer::http(200);
+  });
+  goOnline();
+
+  const auto remaining = analytics->queuedEvents();
+  ASSERT_EQ(remaining.size(), 1u);
+  EXPECT_EQ(remaining[0].jsonBody["properties"]["requestParams"]["step"], "late");
+  EXPECT_EQ(analytics->retryAttempts(), 0);
+  const auto stored = storedQueue(*analytics);
+  ASSERT_TRUE(stored);
+  ASSERT_EQ(stored->size(), 1u);
+  EXPECT_EQ((*stored)[0].jsonBody["properties"]["requestParams"]["step"], "late");
+}
+
+// 2,000 events from 4 threads while every third request (notices aside)
+// fails and flushes run in between; after the server recovers and a last
+// flush runs, each event has been accepted exactly once.
+TEST_F(BFFAnalyticsTest, NoEventIsLostOrDuplicatedUnderLoad) {
+  constexpr int kThreads = 4;
+  constexpr int kPerThread = 500;
+  std::mutex mutex;
+  std::map<std::string, int> accepted;
+  std::atomic<bool> recovered{false};
+  std::atomic<std::size_t> failures{0};
+  server.setResponder([&](const RecordedRequest& request, std::size_t index) -> std::optional<Answer> {
+    const Json body = request.bodyJson().value_or(Json());
+    const bool notice = body.value("event", "") == "no_connection";
+    if (!recovered && !notice && index % 3 == 2) {
+      // Flushes are asked for while the producers still run.
+      if (const auto failed = ++failures; failed == 150 || failed == 400) {
+        network().setStatus(NetworkPathStatus::satisfied);
+      }
+      return Answer::http(500);
+    }
+    if (!notice) {
+      std::lock_guard lock(mutex);
+      ++accepted[body["properties"]["requestParams"].value("n", "")];
+    }
+    return Answer::http(204);
+  });
+  auto analytics = configure();
+
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      std::vector<std::shared_future<void>> posted;
+      for (int i = 0; i < kPerThread; ++i) {
+        posted.push_back(analytics->track(
+            sdkResult(), KivBFFAnalytics::TextParams{{"n", std::to_string(t) + "-" + std::to_string(i)}}));
+      }
+      for (const auto& done : posted) done.wait();
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  testPlatform().pool->waitIdle();
+  const std::size_t queuedBeforeRecovery = analytics->queuedEvents().size();
+  const int failedFlushes = analytics->retryAttempts();
+
+  recovered = true;
+  goOnline();
+
+  std::size_t notices = 0, resent = 0;
+  for (const auto& body : bodies(kTrackPath)) {
+    notices += body.value("event", "") == "no_connection";
+    resent += body["properties"].contains("resent");
+  }
+  std::lock_guard lock(mutex);
+  EXPECT_EQ(accepted.size(), static_cast<std::size_t>(kThreads * kPerThread));
+  for (const auto& [n, times] : accepted) EXPECT_EQ(times, 1) << n;
+  EXPECT_TRUE(analytics->queuedEvents().empty());
+  EXPECT_EQ(storedQueue(*analytics)->size(), 0u);
+  std::cout << "[ figures  ] requests " << server.requestCount() << ", failed " << failures.load()
+            << ", queued before recovery " << queuedBeforeRecovery << ", failed flushes before recovery "
+            << failedFlushes << ", notices " << notices << ", resent " << resent << ", connections "
+            << server.connectionsUsed() << "\n";
 }
 
 TEST_F(BFFAnalyticsTest, StoredBodyWithoutPropertiesObjectIsResentWithOnlyTheResentFlag) {

@@ -9,28 +9,100 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
+#include <charconv>
 #include <cstdint>
+#include <fstream>
+#include <iterator>
 #include <mutex>
 #include <optional>
 #include <thread>
+#include <vector>
 
 namespace kiv {
+
+namespace {
+
+constexpr unsigned long kRouteUp = 0x0001;             // RTF_UP
+constexpr unsigned long kIpv6RouteLocal = 0x80000000;  // RTF_LOCAL: a route to the host's own address
+
+std::vector<std::string_view> fieldsOf(std::string_view line) {
+  std::vector<std::string_view> fields;
+  std::size_t at = 0;
+  while (at < line.size()) {
+    const auto start = line.find_first_not_of(" \t", at);
+    if (start == std::string_view::npos) break;
+    const auto end = std::min(line.find_first_of(" \t", start), line.size());
+    fields.push_back(line.substr(start, end - start));
+    at = end;
+  }
+  return fields;
+}
+
+std::optional<unsigned long> hexNumber(std::string_view text) {
+  unsigned long value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, 16);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return value;
+}
+
+template <typename Visit>
+void forEachLine(std::string_view table, Visit visit) {
+  while (!table.empty()) {
+    const auto end = std::min(table.find('\n'), table.size());
+    visit(fieldsOf(table.substr(0, end)));
+    table.remove_prefix(std::min(end + 1, table.size()));
+  }
+}
+
+std::string readWhole(const char* path) {
+  std::ifstream file(path);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+}  // namespace
+
+bool hasRouteThrough(std::string_view ipv4Table, std::string_view ipv6Table, const std::set<std::string>& interfaces) {
+  bool found = false;
+  // Iface Destination Gateway Flags ...; the first line is the heading.
+  forEachLine(ipv4Table, [&](const std::vector<std::string_view>& fields) {
+    if (found || fields.size() < 4 || !interfaces.contains(std::string(fields[0]))) return;
+    const auto flags = hexNumber(fields[3]);
+    found = flags && (*flags & kRouteUp) != 0;
+  });
+  // Destination PrefixLength Source SourceLength NextHop Metric RefCount Use Flags Iface.
+  forEachLine(ipv6Table, [&](const std::vector<std::string_view>& fields) {
+    if (found || fields.size() < 10 || !interfaces.contains(std::string(fields[9]))) return;
+    const auto flags = hexNumber(fields[8]);
+    const std::string_view destination = fields[0];
+    const bool linkLocal = destination.starts_with("fe8") || destination.starts_with("fe9") ||
+                           destination.starts_with("fea") || destination.starts_with("feb");
+    const bool multicast = destination.starts_with("ff");
+    found = flags && (*flags & kRouteUp) != 0 && (*flags & kIpv6RouteLocal) == 0 && !linkLocal && !multicast;
+  });
+  return found;
+}
 
 NetworkPathStatus currentNetworkPathStatus() {
   ifaddrs* list = nullptr;
   if (getifaddrs(&list) != 0) return NetworkPathStatus::unsatisfied;
-  bool usable = false;
-  for (const ifaddrs* entry = list; entry != nullptr && !usable; entry = entry->ifa_next) {
-    if (entry->ifa_addr == nullptr) continue;
+  std::set<std::string> usable;
+  for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next) {
+    if (entry->ifa_addr == nullptr || entry->ifa_name == nullptr) continue;
     const auto family = entry->ifa_addr->sa_family;
     if (family != AF_INET && family != AF_INET6) continue;
     const unsigned flags = entry->ifa_flags;
-    usable = (flags & IFF_UP) != 0 && (flags & IFF_RUNNING) != 0 && (flags & IFF_LOOPBACK) == 0;
+    if ((flags & IFF_UP) != 0 && (flags & IFF_RUNNING) != 0 && (flags & IFF_LOOPBACK) == 0) {
+      usable.insert(entry->ifa_name);
+    }
   }
   freeifaddrs(list);
-  return usable ? NetworkPathStatus::satisfied : NetworkPathStatus::unsatisfied;
+  if (usable.empty()) return NetworkPathStatus::unsatisfied;
+  return hasRouteThrough(readWhole("/proc/net/route"), readWhole("/proc/net/ipv6_route"), usable)
+             ? NetworkPathStatus::satisfied
+             : NetworkPathStatus::unsatisfied;
 }
 
 namespace {
