@@ -4,23 +4,17 @@
 // array, rewritten whole on every enqueue, so that cost grows with the
 // queue's length.
 #include <benchmark/benchmark.h>
-#include <unistd.h>
 
-#include <filesystem>
 #include <future>
 #include <vector>
 
 #include "kiv/backend.hpp"
-#include "kiv/platform/platform.hpp"
-#include "kiv/platform/secure_store.hpp"
-#include "platform/path_monitor/fake_path_monitor.hpp"
+#include "scratch_platform.hpp"
 #include "support/recording_http_server.hpp"
 #include "support/scripted_http_session.hpp"
 #include "telemetry/bff_analytics.hpp"
 
 namespace {
-
-namespace fs = std::filesystem;
 
 kiv::KivBFFAnalytics::Configuration configuration() {
   return {.sessionId = "2b0e6f4e-8a51-4c59-9d0e-5f3c1a7b9e21",
@@ -35,39 +29,9 @@ kiv::KivAnalyticsEvent sdkResult() {
   return kiv::KivAnalyticsEvent::standard(kiv::KivAnalyticsEventName::sdkResult, kiv::KivAnalyticsEventType::sdkStep);
 }
 
-class SilentConsole final : public kiv::Console {
- public:
-  void writeLine(std::string_view) override {}
-};
-
-// The Linux bundle, silent, with the store in a fresh directory and the network path
-// reported unusable (no flush interferes), removed at the end.
-class ScratchPlatform {
- public:
-  explicit ScratchPlatform(std::shared_ptr<kiv::HttpSessionFactory> http = nullptr) {
-    std::string pattern = (fs::temp_directory_path() / "kivfll-bench-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr) std::abort();
-    directory_ = pattern;
-    auto bundle = kiv::makeLinuxPlatform();
-    bundle.secureStore = kiv::makeLinuxSecureStore(directory_);
-    bundle.console = std::make_shared<SilentConsole>();
-    bundle.pathMonitor = std::make_shared<kiv::FakePathMonitorFactory>(kiv::NetworkPathStatus::unsatisfied);
-    if (http) bundle.http = std::move(http);
-    kiv::installPlatform(std::move(bundle));
-  }
-  ~ScratchPlatform() {
-    kiv::installPlatform(kiv::makeLinuxPlatform());
-    std::error_code ignored;
-    fs::remove_all(directory_, ignored);
-  }
-
- private:
-  fs::path directory_;
-};
-
 // Batches of `range(0)` concurrent track calls, each batch awaited.
 void BM_TrackThroughput(benchmark::State& state) {
-  ScratchPlatform scratch;
+  kiv::bench::ScratchPlatform scratch;
   kiv::testing::RecordingHttpServer server;
   server.setDefaultAnswer(kiv::testing::Answer::http(204));
   if (!kiv::setBackendRootURL(kiv::KivEnvironment::dev, server.url())) std::abort();
@@ -93,9 +57,10 @@ BENCHMARK(BM_TrackThroughput)->Arg(1)->Arg(64)->Unit(benchmark::kMillisecond)->U
 // transport fails at once, so the time is the enqueue (encode the whole
 // queue, seal it, write it with fsync).
 void BM_EnqueueFailedPost(benchmark::State& state) {
-  ScratchPlatform scratch(std::make_shared<kiv::testing::ScriptedHttpSessionFactory>([](const kiv::HttpRequest&) {
-    return kiv::DataTaskResult{.error = kiv::HttpError(kiv::HttpErrorCode::cannotConnectToHost)};
-  }));
+  kiv::bench::ScratchPlatform scratch(
+      std::make_shared<kiv::testing::ScriptedHttpSessionFactory>([](const kiv::HttpRequest&) {
+        return kiv::DataTaskResult{.error = kiv::HttpError(kiv::HttpErrorCode::cannotConnectToHost)};
+      }));
   const auto keychain = kiv::KivKeyChainManager::shared();
   const auto probe = kiv::KivBFFAnalytics::make(configuration(), keychain);
   const kiv::Json body =
