@@ -23,6 +23,9 @@ constexpr std::string_view kQueuedEventsKey = "queued_events";
 // Stored timestamps count seconds from 2001-01-01 00:00:00 UTC, the phone
 // platform's reference date.
 constexpr std::chrono::seconds kReferenceDateSinceEpoch{978307200};
+// About 285 years either side of 1970: inside the range of the clock's
+// nanosecond count.
+constexpr double kLatestStoredSeconds = 9.0e9;
 
 std::string base64(std::string_view bytes) {
   std::string text(sodium_base64_ENCODED_LEN(bytes.size(), sodium_base64_VARIANT_ORIGINAL), '\0');
@@ -107,8 +110,12 @@ std::optional<std::vector<KivBFFAnalytics::QueuedEvent>> KivBFFAnalytics::decode
         if (auto parsed = json::parse(*raw); parsed && parsed->is_object()) body = std::move(*parsed);
       }
     }
-    const auto sinceEpoch = std::chrono::duration_cast<TimePoint::duration>(std::chrono::duration<double>(**seconds) +
-                                                                            kReferenceDateSinceEpoch);
+    // A time outside what the clock can hold (centuries away) is kept at
+    // the nearest one it can, rather than losing the event.
+    const double sinceEpochSeconds = std::clamp(**seconds + static_cast<double>(kReferenceDateSinceEpoch.count()),
+                                                -kLatestStoredSeconds, kLatestStoredSeconds);
+    const auto sinceEpoch =
+        std::chrono::duration_cast<TimePoint::duration>(std::chrono::duration<double>(sinceEpochSeconds));
     queue.push_back(QueuedEvent{*endpoint, std::move(body), TimePoint(sinceEpoch)});
   }
   return queue;

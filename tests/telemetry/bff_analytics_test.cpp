@@ -467,6 +467,33 @@ TEST_F(BFFAnalyticsTest, StoredBodyWithoutPropertiesObjectIsResentWithOnlyTheRes
   EXPECT_EQ(sent[0], (Json{{"userId", "u"}, {"properties", {{"resent", true}}}}));
 }
 
+TEST(AnalyticsQueueDecoding, DamagedEntriesKeepTheirPlaceWithAnEmptyBody) {
+  std::string deep;
+  for (int i = 0; i < 100'000; ++i) deep += R"({"a":)";
+  deep += "1" + std::string(100'000, '}');
+  std::string deepBase64(sodium_base64_ENCODED_LEN(deep.size(), sodium_base64_VARIANT_ORIGINAL), '\0');
+  sodium_bin2base64(deepBase64.data(), deepBase64.size(), reinterpret_cast<const unsigned char*>(deep.data()),
+                    deep.size(), sodium_base64_VARIANT_ORIGINAL);
+  deepBase64.pop_back();
+  const Json stored = Json::array({
+      Json{{"endpoint", "track-analytics"}, {"jsonBody", "bm90IGJhc2U2NA=!"}, {"timestamp", 1.5}},
+      Json{{"endpoint", "crashlytics"}, {"timestamp", 1e300}},
+      Json{{"endpoint", "identify-analytics"}, {"jsonBody", deepBase64}, {"timestamp", -2.0}},
+  });
+  const auto queue = KivBFFAnalytics::decodeQueue(json::dumpCompact(stored));
+  ASSERT_TRUE(queue);
+  ASSERT_EQ(queue->size(), 3u);
+  EXPECT_EQ((*queue)[0].jsonBody, Json::object());
+  EXPECT_EQ((*queue)[1].endpoint, KivAnalyticsEndpoint::crashlytics);
+  EXPECT_EQ((*queue)[2].jsonBody, Json::object());
+  // Written out again without overflowing anything.
+  EXPECT_EQ(KivBFFAnalytics::decodeQueue(KivBFFAnalytics::encodeQueue(*queue))->size(), 3u);
+
+  EXPECT_FALSE(KivBFFAnalytics::decodeQueue(R"([{"endpoint":"track-analytics"}])"));
+  EXPECT_FALSE(KivBFFAnalytics::decodeQueue(R"([{"endpoint":"elsewhere","timestamp":1}])"));
+  EXPECT_FALSE(KivBFFAnalytics::decodeQueue(std::string(100'000, '[') + std::string(100'000, ']')));
+}
+
 TEST_F(BFFAnalyticsTest, StoreWriteFailureKeepsTheEventInMemoryAndStillResends) {
   server.setAnswer(kTrackPath, Answer::http(500));
   store().failNextAdd(-34018);

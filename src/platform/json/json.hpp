@@ -27,7 +27,11 @@ namespace json {
 // Compact text (no spaces); invalid UTF-8 in strings becomes U+FFFD.
 std::string dumpCompact(const Json& value);
 
-// Absent for text that is not exactly one JSON value.
+// Containers nested deeper than this are refused by parse.
+inline constexpr std::size_t kMaxDepth = 512;
+
+// Absent for text that is not exactly one JSON value, or one nested deeper
+// than kMaxDepth.
 std::optional<Json> parse(std::string_view text);
 
 bool isInteger(const Json& value);  // an integral number, not a float or bool
