@@ -1,16 +1,8 @@
 #include "telemetry/analytics_event.hpp"
 
+#include "platform/overloaded.hpp"
+
 namespace kiv {
-namespace {
-
-template <typename... Visitors>
-struct Overloaded : Visitors... {
-  using Visitors::operator()...;
-};
-template <typename... Visitors>
-Overloaded(Visitors...) -> Overloaded<Visitors...>;  // clang 16 does not deduce aggregates
-
-}  // namespace
 
 std::string KivAnalyticsEvent::name() const {
   return std::visit(Overloaded{

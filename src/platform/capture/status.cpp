@@ -1,14 +1,8 @@
 #include "kiv/platform/capture/status.hpp"
 
+#include "platform/overloaded.hpp"
+
 namespace kiv {
-namespace {
-
-template <typename... Ts>
-struct Overloaded : Ts... {
-  using Ts::operator()...;
-};
-
-}  // namespace
 
 std::string FailureResult::description() const {
   std::string text = "FailureResult(reasons: [";
