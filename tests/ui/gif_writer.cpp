@@ -56,18 +56,8 @@ EncodedGif encodeGif(const GifLayout& layout) {
     check(EGifPutImageDesc(file.get(), frame.left, frame.top, frame.width, frame.height, frame.interlaced,
                            makeMap(frame.localColors).get()) == GIF_OK);
     encoded.frameData.push_back(encoded.bytes.size());
-    // An interlaced image stores every 8th row from 0, every 8th from 4,
-    // every 4th from 2, then every 2nd from 1.
-    const int passes = frame.interlaced ? 4 : 1;
-    const int start[] = {0, 4, 2, 1};
-    const int step[] = {8, 8, 4, 2};
-    for (int pass = 0; pass < passes; ++pass) {
-      for (int row = frame.interlaced ? start[pass] : 0; row < frame.height; row += frame.interlaced ? step[pass] : 1) {
-        std::vector<GifPixelType> line(frame.indices.begin() + row * frame.width,
-                                       frame.indices.begin() + (row + 1) * frame.width);
-        check(EGifPutLine(file.get(), line.data(), frame.width) == GIF_OK);
-      }
-    }
+    std::vector<GifPixelType> pixels(frame.indices);  // giflib masks them in place
+    check(EGifPutLine(file.get(), pixels.data(), static_cast<int>(pixels.size())) == GIF_OK);
   }
   check(EGifCloseFile(file.release(), &error) == GIF_OK);
   return encoded;
