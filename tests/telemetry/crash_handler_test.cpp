@@ -157,8 +157,6 @@ TEST_P(CrashDeliveryTest, WithoutAnAnalyticsClientTheCrashIsStoredAndNothingPost
   const auto records = stored();
   ASSERT_EQ(records.size(), 1u);
   EXPECT_EQ(records[0].contains("signal"), GetParam().signal != 0);
-  EXPECT_EQ(crash.ownSlotContent(), "");
-  EXPECT_EQ(crash.signalDisposition(SIGSEGV), "default");
   // The post finished (with failure): nothing to abort.
   EXPECT_EQ(crash.abortCount(), 0);
 }
