@@ -1,5 +1,7 @@
 #include "gif_writer.hpp"
 
+#include <algorithm>
+#include <bit>
 #include <memory>
 #include <stdexcept>
 
@@ -12,17 +14,11 @@ int appendOutput(GifFileType* file, const GifByteType* data, int length) {
   return length;
 }
 
-struct MapDeleter {
-  void operator()(ColorMapObject* map) const { GifFreeMapObject(map); }
-};
-
 // giflib wants a power-of-two table; the padding entries are black.
-std::unique_ptr<ColorMapObject, MapDeleter> makeMap(std::vector<GifColorType> colors) {
+std::shared_ptr<ColorMapObject> makeMap(std::vector<GifColorType> colors) {
   if (colors.empty()) return nullptr;
-  std::size_t size = 2;
-  while (size < colors.size()) size *= 2;
-  colors.resize(size, GifColorType{0, 0, 0});
-  return std::unique_ptr<ColorMapObject, MapDeleter>(GifMakeMapObject(static_cast<int>(size), colors.data()));
+  colors.resize(std::bit_ceil(std::max<std::size_t>(colors.size(), 2)), GifColorType{0, 0, 0});
+  return {GifMakeMapObject(static_cast<int>(colors.size()), colors.data()), GifFreeMapObject};
 }
 
 void check(bool ok) {
