@@ -104,66 +104,49 @@ TEST_P(OptionsBuilderTest, WritesExactlyTheOptionsItsInputsName) {
   EXPECT_EQ(readBack(options, presenter), expected);
 }
 
+constexpr auto none = std::nullopt;
 const std::string kLines = "lines shaded rgba(0.25098 0.25098 0.25098 1) on rgba(0.98039 0.98039 0.98039 1)";
-const Look kBare{std::nullopt, std::nullopt, std::nullopt, std::nullopt};
 auto byName = [](const auto& testInfo) { return testInfo.param.name; };
 
-INSTANTIATE_TEST_SUITE_P(
-    Filters, OptionsBuilderTest,
-    ::testing::Values(BuildCase{"None", std::nullopt, std::nullopt, {}},
-                      BuildCase{"NaturalInAnyCase", "NaTuRaL", std::nullopt, {{"filter", "natural clean"}}},
-                      BuildCase{"LineDrawingInUpperCase", "LINEDRAWING", std::nullopt, {{"filter", kLines}}},
-                      BuildCase{"AnotherWord", "blur", std::nullopt, {}},
-                      BuildCase{"Padded", " natural", std::nullopt, {}}),
-    byName);
+const BuildCase kFilters[] = {{"None", none, none, {}},
+                              {"NaturalInAnyCase", "NaTuRaL", none, {{"filter", "natural clean"}}},
+                              {"LineDrawingInUpperCase", "LINEDRAWING", none, {{"filter", kLines}}},
+                              {"AnotherWord", "blur", none, {}},
+                              {"Padded", " natural", none, {}}};
+INSTANTIATE_TEST_SUITE_P(Filters, OptionsBuilderTest, ::testing::ValuesIn(kFilters), byName);
 
-INSTANTIATE_TEST_SUITE_P(
-    Customizations, OptionsBuilderTest,
-    ::testing::Values(BuildCase{"Localization",
-                                std::nullopt,
-                                std::nullopt,
-                                {{"stringsTable", "HostCapture"}, {"stringsBundle", "strings"}},
-                                true},
-                      BuildCase{"EveryRecordAbsent", std::nullopt, kBare, {}},
-                      BuildCase{"BlurOffWithoutColour",
-                                std::nullopt,
-                                Look{Mask{false, nullptr}, std::nullopt, std::nullopt, std::nullopt},
-                                {{"disableExteriorEffects", "true"}}},
-                      BuildCase{"BlurOnWithColour",
-                                std::nullopt,
-                                Look{Mask{true, kRed}, std::nullopt, std::nullopt, std::nullopt},
-                                {{"surroundColor", "red"}}},
-                      BuildCase{"FullAppBar",
-                                std::nullopt,
-                                Look{std::nullopt, Bar{"Verify", kRed, kGreen, kCross, kBlue, kLogo}, std::nullopt,
-                                     std::nullopt},
-                                {{"title", "Verify"},
-                                 {"titleTextColor", "red"},
-                                 {"headerBackgroundColor", "green"},
-                                 {"closeButtonImage", "cross"},
-                                 {"closeButtonTintColor", "blue"},
-                                 {"logoImage", "logo"}}},
-                      BuildCase{"PromptOnlyRounded",
-                                std::nullopt,
-                                Look{std::nullopt, std::nullopt, Prompt{nullptr, nullptr, true}, std::nullopt},
-                                {{"promptRoundedCorners", "true"}}},
-                      BuildCase{"PromptColours",
-                                std::nullopt,
-                                Look{std::nullopt, std::nullopt, Prompt{kInk, kPaper, false}, std::nullopt},
-                                {{"promptTextColor", "ink"}, {"promptBackgroundColor", "paper"}}},
-                      BuildCase{"KnownFontAtTheSystemSize",
-                                std::nullopt,
-                                Look{std::nullopt, std::nullopt, std::nullopt, "Avenir Next"},
-                                {{"font", "Avenir Next 14"}}},
-                      BuildCase{"UnknownFontLeavesTheRest",
-                                "natural",
-                                Look{Mask{false, kBlue}, std::nullopt, Prompt{nullptr, kPaper, true}, "Comic Sans"},
-                                {{"filter", "natural clean"},
-                                 {"disableExteriorEffects", "true"},
-                                 {"surroundColor", "blue"},
-                                 {"promptBackgroundColor", "paper"},
-                                 {"promptRoundedCorners", "true"}}}),
-    byName);
+const BuildCase kCustomizations[] = {
+    {"Localization", none, none, {{"stringsTable", "HostCapture"}, {"stringsBundle", "strings"}}, true},
+    {"EveryRecordAbsent", none, Look{none, none, none, none}, {}},
+    {"BlurOffWithoutColour", none, Look{Mask{false, nullptr}, none, none, none}, {{"disableExteriorEffects", "true"}}},
+    {"BlurOnWithColour", none, Look{Mask{true, kRed}, none, none, none}, {{"surroundColor", "red"}}},
+    {"FullAppBar",
+     none,
+     Look{none, Bar{"Verify", kRed, kGreen, kCross, kBlue, kLogo}, none, none},
+     {{"title", "Verify"},
+      {"titleTextColor", "red"},
+      {"headerBackgroundColor", "green"},
+      {"closeButtonImage", "cross"},
+      {"closeButtonTintColor", "blue"},
+      {"logoImage", "logo"}}},
+    {"PromptOnlyRounded",
+     none,
+     Look{none, none, Prompt{nullptr, nullptr, true}, none},
+     {{"promptRoundedCorners", "true"}}},
+    {"PromptColours",
+     none,
+     Look{none, none, Prompt{kInk, kPaper, false}, none},
+     {{"promptTextColor", "ink"}, {"promptBackgroundColor", "paper"}}},
+    {"KnownFontAtTheSystemSize", none, Look{none, none, none, "Avenir Next"}, {{"font", "Avenir Next 14"}}},
+    {"UnknownFontLeavesTheRest",
+     "natural",
+     Look{Mask{false, kBlue}, none, Prompt{nullptr, kPaper, true}, "Comic Sans"},
+     {{"filter", "natural clean"},
+      {"disableExteriorEffects", "true"},
+      {"surroundColor", "blue"},
+      {"promptBackgroundColor", "paper"},
+      {"promptRoundedCorners", "true"}}}};
+INSTANTIATE_TEST_SUITE_P(Customizations, OptionsBuilderTest, ::testing::ValuesIn(kCustomizations), byName);
 
 }  // namespace
 }  // namespace kiv

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -17,29 +18,25 @@ std::vector<std::string> rawValues() {
   return out;
 }
 
-TEST(Vocabulary, ErrorTypesHaveTheirWireValuesInDeclarationOrder) {
-  const std::vector<std::string> expected{
-      "unsupportedDevice",        "cameraPermission",          "networkException",
-      "serverException",          "tokenException",            "captureAlreadyActiveException",
-      "unexpectedErrorException", "userTimeoutException",      "imageNotFoundException",
-      "tooManyRequestsException", "unknownException",          "libraryException",
-      "permissionException",      "invalidResponseException",  "cameraException",
-      "certificateException",     "invalidOptionsException",   "securityException",
-      "faceAuthentication"};
-  EXPECT_EQ(rawValues<KivErrorType>(), expected);
-  EXPECT_EQ(allCases<KivErrorType>().front(), KivErrorType::unsupportedDevice);
-  EXPECT_EQ(allCases<KivErrorType>().back(), KivErrorType::faceAuthentication);
+std::vector<std::string> words(const std::string& text) {
+  std::vector<std::string> out;
+  std::istringstream in(text);
+  for (std::string word; in >> word;) out.push_back(word);
+  return out;
 }
 
-TEST(Vocabulary, FailureTypesAreSnakeCaseInDeclarationOrder) {
-  const std::vector<std::string> expected{
-      "unknown",       "too_much_movement", "too_bright",      "too_dark",         "misaligned_face",
-      "eyes_closed",   "face_too_far",      "face_too_close",  "sunglasses",       "eyewear",
-      "obscured_face", "multiple_faces",    "face_not_found",  "frames_blurry",    "lighting_issues",
-      "motion_issue",  "background_issue",  "device_issue",    "device_restart",   "system_error",
-      "rejected",      "timeout",           "user_not_found",  "processing_fault"};
-  EXPECT_EQ(rawValues<KivFailureType>(), expected);
-  EXPECT_EQ(allCases<KivFailureType>().back(), KivFailureType::processingFault);
+TEST(Vocabulary, ErrorAndFailureTypesHaveTheirWireValuesInDeclarationOrder) {
+  EXPECT_EQ(rawValues<KivErrorType>(),
+            words("unsupportedDevice cameraPermission networkException serverException tokenException "
+                  "captureAlreadyActiveException unexpectedErrorException userTimeoutException imageNotFoundException "
+                  "tooManyRequestsException unknownException libraryException permissionException "
+                  "invalidResponseException cameraException certificateException invalidOptionsException "
+                  "securityException faceAuthentication"));
+  EXPECT_EQ(rawValues<KivFailureType>(),
+            words("unknown too_much_movement too_bright too_dark misaligned_face eyes_closed face_too_far "
+                  "face_too_close sunglasses eyewear obscured_face multiple_faces face_not_found frames_blurry "
+                  "lighting_issues motion_issue background_issue device_issue device_restart system_error rejected "
+                  "timeout user_not_found processing_fault"));
 }
 
 TEST(Vocabulary, RawValueConstructionIsExactAndCaseSensitive) {
@@ -51,8 +48,6 @@ TEST(Vocabulary, RawValueConstructionIsExactAndCaseSensitive) {
   EXPECT_EQ(fromRawValue<KivEnvironment>(3), std::nullopt);
   EXPECT_EQ(fromRawValue<KivEnvironment>(-1), std::nullopt);
 
-  EXPECT_EQ(fromRawValue<KivFailureType>("tooMuchMovement"), std::nullopt);
-  EXPECT_EQ(fromRawValue<KivFailureType>("too_much_movement"), KivFailureType::tooMuchMovement);
   EXPECT_EQ(fromRawValue<KivErrorType>("cameraPermission"), KivErrorType::cameraPermission);
   EXPECT_EQ(fromRawValue<KivErrorType>("CameraPermission"), std::nullopt);
   EXPECT_EQ(fromRawValue<KivErrorType>(""), std::nullopt);

@@ -27,43 +27,21 @@ struct Post {
 };
 
 // An analytics client that keeps what it was asked to post.
-class RecordingSender : public std::enable_shared_from_this<RecordingSender> {
- public:
-  explicit RecordingSender(Answer answer) : answer_(answer) {}
+struct RecordingSender {
+  Answer answer;
+  mutable std::mutex mutex;
+  std::vector<Post> posts_;
+  std::vector<CrashReportCompletion> unanswered_;
 
-  void install() {
-    setCrashReportSender([self = shared_from_this()](const CrashRecord& record, std::string trace,
-                                                     CrashReportResult result, CrashReportCompletion done) {
-      {
-        std::lock_guard lock(self->mutex_);
-        self->posts_.push_back({record, std::move(trace), result});
-        if (self->answer_ == Answer::never) self->unanswered_.push_back(done);
-      }
-      if (self->answer_ != Answer::never) done(self->answer_ == Answer::succeed);
-      return true;
-    });
-  }
   std::vector<Post> posts() const {
-    std::lock_guard lock(mutex_);
+    std::lock_guard lock(mutex);
     return posts_;
   }
   std::vector<CrashReportCompletion> unanswered() const {
-    std::lock_guard lock(mutex_);
+    std::lock_guard lock(mutex);
     return unanswered_;
   }
-
- private:
-  Answer answer_;
-  mutable std::mutex mutex_;
-  std::vector<Post> posts_;
-  std::vector<CrashReportCompletion> unanswered_;
 };
-
-std::vector<std::string> keysOf(const Json& object) {
-  std::vector<std::string> keys;
-  for (const auto& item : object.items()) keys.push_back(item.key());
-  return keys;
-}
 
 class CrashHandlerTest : public testing::PlatformTest {
  protected:
@@ -74,7 +52,16 @@ class CrashHandlerTest : public testing::PlatformTest {
 
   std::shared_ptr<RecordingSender> sender(Answer answer) {
     auto recording = std::make_shared<RecordingSender>(answer);
-    recording->install();
+    setCrashReportSender([recording](const CrashRecord& record, std::string trace, CrashReportResult result,
+                                     CrashReportCompletion done) {
+      {
+        std::lock_guard lock(recording->mutex);
+        recording->posts_.push_back({record, std::move(trace), result});
+        if (recording->answer == Answer::never) recording->unanswered_.push_back(done);
+      }
+      if (recording->answer != Answer::never) done(recording->answer == Answer::succeed);
+      return true;
+    });
     return recording;
   }
   std::shared_ptr<KivCrashHandler> install() {
@@ -138,21 +125,18 @@ TEST_P(CrashDeliveryTest, TheCrashIsStoredPostedOnceAndTheHandlersGoBack) {
   ASSERT_EQ(posts.size(), 1u);
   const CrashRecord& record = posts[0].record;
   EXPECT_EQ(posts[0].stackTrace, kTrace);
-  EXPECT_EQ(record["createdAt"], "2026-01-01 00:00:00 +0000");
+  const std::string createdAt = R"("createdAt":"2026-01-01 00:00:00 +0000",)";
   if (c.signal) {
     EXPECT_EQ(posts[0].result, CrashReportResult::signal);
-    EXPECT_EQ(keysOf(record), (std::vector<std::string>{"signal", "createdAt", "stackTrace"}));
-    EXPECT_EQ(record["signal"], c.signal);
+    EXPECT_EQ(json::dumpCompact(record), R"({"signal":)" + std::to_string(c.signal) + "," + createdAt +
+                                             R"x("stackTrace":"fake(symbol+0x1000)\nfake(symbol+0x2000)"})x");
     // Posted, so looked up by its stack trace and deleted.
     EXPECT_TRUE(stored().empty());
   } else {
     EXPECT_EQ(posts[0].result, CrashReportResult::exception);
-    EXPECT_EQ(keysOf(record),
-              (std::vector<std::string>{"name", "reason", "createdAt", "userInfo", "callStackSymbols"}));
-    EXPECT_EQ(record["name"], c.name);
-    EXPECT_EQ(record["reason"], c.reason);
-    EXPECT_EQ(record["userInfo"], Json::object());
-    EXPECT_EQ(record["callStackSymbols"], Json::array({"fake(symbol+0x1000)", "fake(symbol+0x2000)"}));
+    EXPECT_EQ(json::dumpCompact(record),
+              R"({"name":")" + c.name + R"(","reason":")" + c.reason + R"(",)" + createdAt +
+                  R"x("userInfo":{},"callStackSymbols":["fake(symbol+0x1000)","fake(symbol+0x2000)"]})x");
     // Without a stack trace there is nothing to find it by: it stays stored.
     ASSERT_EQ(stored().size(), 1u);
     EXPECT_EQ(stored()[0]["name"], c.name);
@@ -173,8 +157,6 @@ TEST_P(CrashDeliveryTest, WithoutAnAnalyticsClientTheCrashIsStoredAndNothingPost
   const auto records = stored();
   ASSERT_EQ(records.size(), 1u);
   EXPECT_EQ(records[0].contains("signal"), GetParam().signal != 0);
-  EXPECT_EQ(crash.ownSlotContent(), "");
-  EXPECT_EQ(crash.signalDisposition(SIGSEGV), "default");
   // The post finished (with failure): nothing to abort.
   EXPECT_EQ(crash.abortCount(), 0);
 }

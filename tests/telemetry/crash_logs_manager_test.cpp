@@ -17,14 +17,6 @@ CrashRecord signalRecord(std::string trace) {
   return CrashRecord{{"signal", 11}, {"createdAt", "2026-01-01 00:00:00 +0000"}, {"stackTrace", std::move(trace)}};
 }
 
-CrashRecord exceptionRecord() {
-  return CrashRecord{{"name", "std::runtime_error"},
-                     {"reason", "boom"},
-                     {"createdAt", "2026-01-01 00:00:00 +0000"},
-                     {"userInfo", Json::object()},
-                     {"callStackSymbols", Json::array({"a", "b"})}};
-}
-
 class CrashLogsManagerTest : public testing::PlatformTest {
  protected:
   CrashLogsManagerTest() { KivCrashLogsManager::setServiceName(std::string(kService)); }
@@ -60,8 +52,10 @@ TEST_F(CrashLogsManagerTest, SignalRecordsWithTheSameStackTraceAreStoredOnce) {
 }
 
 TEST_F(CrashLogsManagerTest, EqualExceptionRecordsAreBothKeptWithTheirOwnIds) {
-  manager.saveCrashLog(exceptionRecord());
-  manager.saveCrashLog(exceptionRecord());
+  const CrashRecord exception{
+      {"name", "std::runtime_error"}, {"reason", "boom"}, {"callStackSymbols", Json::array({"a"})}};
+  manager.saveCrashLog(exception);
+  manager.saveCrashLog(exception);
   auto logs = manager.getCrashLogs();
   ASSERT_TRUE(logs);
   ASSERT_EQ(logs->size(), 2u);

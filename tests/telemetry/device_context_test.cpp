@@ -36,19 +36,12 @@ TEST_P(DeviceTextTest, DescribesModelSystemScreenAndLocaleInTenLines) {
     v.language = c.language;
     v.region = c.region;
   });
-  const std::string lines[] = {"Device Model: iPhone 11 Pro",
-                               "System Name: iOS",
-                               "System Version: 17.5.1",
-                               "SDK Level: 17",
-                               "Device Manufacturer: Apple",
-                               "Screen Resolution: " + c.resolution,
-                               "Screen Density: " + c.density,
-                               "Screen Scale: " + c.scale,
-                               "Preferred Language: " + c.language.value_or("Unknown"),
-                               "Region: " + c.region.value_or("Unknown")};
-  std::string text = lines[0];
-  for (std::size_t i = 1; i < std::size(lines); ++i) text += "\n" + lines[i];
-  EXPECT_EQ(KivDeviceInfo::deviceData(), text);
+  EXPECT_EQ(KivDeviceInfo::deviceData(),
+            "Device Model: iPhone 11 Pro\nSystem Name: iOS\nSystem Version: 17.5.1\nSDK Level: 17\n"
+            "Device Manufacturer: Apple\nScreen Resolution: " +
+                c.resolution + "\nScreen Density: " + c.density + "\nScreen Scale: " + c.scale +
+                "\nPreferred Language: " + c.language.value_or("Unknown") +
+                "\nRegion: " + c.region.value_or("Unknown"));
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -1,5 +1,7 @@
 #include "gif_writer.hpp"
 
+#include <algorithm>
+#include <bit>
 #include <memory>
 #include <stdexcept>
 
@@ -12,17 +14,11 @@ int appendOutput(GifFileType* file, const GifByteType* data, int length) {
   return length;
 }
 
-struct MapDeleter {
-  void operator()(ColorMapObject* map) const { GifFreeMapObject(map); }
-};
-
 // giflib wants a power-of-two table; the padding entries are black.
-std::unique_ptr<ColorMapObject, MapDeleter> makeMap(std::vector<GifColorType> colors) {
+std::shared_ptr<ColorMapObject> makeMap(std::vector<GifColorType> colors) {
   if (colors.empty()) return nullptr;
-  std::size_t size = 2;
-  while (size < colors.size()) size *= 2;
-  colors.resize(size, GifColorType{0, 0, 0});
-  return std::unique_ptr<ColorMapObject, MapDeleter>(GifMakeMapObject(static_cast<int>(size), colors.data()));
+  colors.resize(std::bit_ceil(std::max<std::size_t>(colors.size(), 2)), GifColorType{0, 0, 0});
+  return {GifMakeMapObject(static_cast<int>(colors.size()), colors.data()), GifFreeMapObject};
 }
 
 void check(bool ok) {
@@ -56,18 +52,8 @@ EncodedGif encodeGif(const GifLayout& layout) {
     check(EGifPutImageDesc(file.get(), frame.left, frame.top, frame.width, frame.height, frame.interlaced,
                            makeMap(frame.localColors).get()) == GIF_OK);
     encoded.frameData.push_back(encoded.bytes.size());
-    // An interlaced image stores every 8th row from 0, every 8th from 4,
-    // every 4th from 2, then every 2nd from 1.
-    const int passes = frame.interlaced ? 4 : 1;
-    const int start[] = {0, 4, 2, 1};
-    const int step[] = {8, 8, 4, 2};
-    for (int pass = 0; pass < passes; ++pass) {
-      for (int row = frame.interlaced ? start[pass] : 0; row < frame.height; row += frame.interlaced ? step[pass] : 1) {
-        std::vector<GifPixelType> line(frame.indices.begin() + row * frame.width,
-                                       frame.indices.begin() + (row + 1) * frame.width);
-        check(EGifPutLine(file.get(), line.data(), frame.width) == GIF_OK);
-      }
-    }
+    std::vector<GifPixelType> pixels(frame.indices);  // giflib masks them in place
+    check(EGifPutLine(file.get(), pixels.data(), static_cast<int>(pixels.size())) == GIF_OK);
   }
   check(EGifCloseFile(file.release(), &error) == GIF_OK);
   return encoded;

@@ -15,7 +15,7 @@ namespace kiv::testing {
 
 struct FrameLayout {
   int left = 0, top = 0, width = 0, height = 0;
-  std::vector<std::uint8_t> indices{};  // width * height, row by row
+  std::vector<std::uint8_t> indices{};  // width * height, row by row as stored (interlaced: pass by pass)
   // A graphics control block is written when any of these three is set.
   std::optional<int> delayCentiseconds{};
   int disposal = DISPOSAL_UNSPECIFIED;

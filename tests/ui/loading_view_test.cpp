@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <numbers>
 #include <thread>
 
 #include "kiv/platform/platform.hpp"
