@@ -101,6 +101,23 @@ TEST_F(HttpSessionTest, BodyWithoutContentTypeIsNotLabelledAndGetSendsNoBody) {
   EXPECT_EQ(requests[1].body, "");
 }
 
+TEST_F(HttpSessionTest, HeaderTextNeverAddsALineToTheRequest) {
+  HttpRequest request = get("/h");
+  request.setValue("tok\r\nX-Injected: 1", "Authorization");
+  request.setValue(std::string("a\0b\n", 4), "X-Nul");
+  request.setValue("1", "X-Evil\r\nX-Injected");
+  request.setValue("1", "Bad Name");
+  ASSERT_FALSE(session->send(request).error);
+
+  const auto recorded = server.requests().at(0);
+  EXPECT_EQ(recorded.header("Authorization"), "tok  X-Injected: 1");
+  EXPECT_EQ(recorded.header("X-Nul"), "a b");
+  std::vector<std::string> names;
+  for (const auto& header : recorded.headers) names.push_back(header.name);
+  std::ranges::sort(names);
+  EXPECT_EQ(names, (std::vector<std::string>{"Accept", "Authorization", "Host", "X-Nul"}));
+}
+
 struct StatusCase {
   int status;
   std::string body;
