@@ -56,8 +56,11 @@ struct FetchSessionRequest {
 struct FetchTransactionsRequest {
   using ResponseType = KivEmptyResponse;
 
-  std::string baseURL;            // ends with "/"
-  std::string livenessAttemptId;  // inserted into the path unchanged; "" when the session had none
+  std::string baseURL;  // ends with "/"
+  // One segment of the path, unchanged when made of letters, digits and
+  // "-._~", percent-encoded otherwise (url::pathSegment); "" when the session
+  // had none, which leaves "bff/transactions//async".
+  std::string livenessAttemptId;
   TransactionsBodyRequest transactionsBodyRequest;
 
   // The request that registers the attempt of `session`.
