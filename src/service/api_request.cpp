@@ -1,7 +1,5 @@
 #include "service/api_request.hpp"
 
-#include "platform/http/url.hpp"
-
 namespace kiv {
 namespace {
 
@@ -9,9 +7,6 @@ constexpr std::string_view kPost = "POST";
 constexpr std::string_view kSessionsPath = "bff/sessions?asyncAttempt=true";
 constexpr std::string_view kTransactionsPathStart = "bff/transactions/";
 constexpr std::string_view kTransactionsPathEnd = "/async";
-// Stands for an identifier that cannot be encoded: the URL text made with it
-// does not parse, so the request fails without being sent.
-constexpr std::string_view kUnencodableSegment = " ";
 
 }  // namespace
 
@@ -46,10 +41,7 @@ FetchTransactionsRequest FetchTransactionsRequest::forSession(std::string baseUR
 }
 
 std::string FetchTransactionsRequest::path() const {
-  // Encoded, the identifier addresses its own attempt whatever it holds:
-  // "../x" or "a/b?c" would otherwise reach another path.
-  const auto segment = url::pathSegment(livenessAttemptId).value_or(std::string(kUnencodableSegment));
-  return std::string(kTransactionsPathStart) + segment + std::string(kTransactionsPathEnd);
+  return std::string(kTransactionsPathStart) + livenessAttemptId + std::string(kTransactionsPathEnd);
 }
 
 std::string FetchTransactionsRequest::method() const { return std::string(kPost); }

@@ -56,11 +56,8 @@ struct FetchSessionRequest {
 struct FetchTransactionsRequest {
   using ResponseType = KivEmptyResponse;
 
-  std::string baseURL;  // ends with "/"
-  // One segment of the path, unchanged when made of letters, digits and
-  // "-._~", percent-encoded otherwise (url::pathSegment); "" when the session
-  // had none, which leaves "bff/transactions//async".
-  std::string livenessAttemptId;
+  std::string baseURL;            // ends with "/"
+  std::string livenessAttemptId;  // inserted into the path unchanged; "" when the session had none
   TransactionsBodyRequest transactionsBodyRequest;
 
   // The request that registers the attempt of `session`.

@@ -112,6 +112,12 @@ TEST(RequestRecordsTest, BodiesWriteOnlyPresentPartsInOrderAndRoundTrip) {
 
   auto transactions = FetchTransactionsRequest::forSession("https://b.example/", kFull);
   EXPECT_EQ(TransactionsBodyRequest::decode(*transactions.parameters()), transactions.transactionsBodyRequest);
+  // The attempt id goes into the path unchanged; a text that is then no URL
+  // fails the request instead.
+  SessionResponse odd;
+  odd.livenessAttemptId = "a b/../c?d";
+  EXPECT_EQ(FetchTransactionsRequest::forSession("https://b.example/", odd).path(),
+            "bff/transactions/a b/../c?d/async");
   TransactionData data;
   data.payFaceData = "d";
   data.faceTecFaceScan = "f";

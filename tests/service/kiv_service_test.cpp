@@ -147,22 +147,6 @@ TEST_F(KivServiceTest, TransactionsRequestOnTheWire) {
   EXPECT_EQ(requests[1].body, R"({"sessionId":"","data":{}})");
 }
 
-// An identifier is one segment of its own path, whatever it holds: nothing in
-// it may step up a level, start a segment, a query or a fragment.
-TEST_F(KivServiceTest, AttemptIdReachesOnlyItsOwnPath) {
-  const std::vector<std::pair<std::string, std::string>> sent{{"A-z_0.9~", "/bff/transactions/A-z_0.9~/async"},
-                                                              {"../x", "/bff/transactions/..%2Fx/async"},
-                                                              {"..", "/bff/transactions/%2E%2E/async"},
-                                                              {".", "/bff/transactions/%2E/async"},
-                                                              {"a b?c#d%", "/bff/transactions/a%20b%3Fc%23d%25/async"}};
-  for (const auto& [id, target] : sent) {
-    SessionResponse session;
-    session.livenessAttemptId = id;
-    ASSERT_TRUE(fetchTransactions(session)) << id;
-    EXPECT_EQ(server.requests().back().target, target) << id;
-  }
-}
-
 TEST_F(KivServiceTest, RequestIsBuiltInTheBackendsOrder) {
   const auto request = FetchSessionRequest::forPerson("https://b.example/", "p");
   makeService();

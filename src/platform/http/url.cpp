@@ -3,7 +3,6 @@
 #include <curl/curl.h>
 
 #include <charconv>
-#include <climits>
 #include <memory>
 
 namespace kiv::url {
@@ -75,18 +74,6 @@ std::optional<std::string> replacingQueryItems(std::string_view text,
     }
   }
   return part(handle.get(), CURLUPART_URL);
-}
-
-std::optional<std::string> pathSegment(std::string_view text) {
-  if (text == "." || text == "..") return text == "." ? "%2E" : "%2E%2E";
-  if (text.empty()) return std::string();  // a length of 0 would make libcurl read up to a NUL
-  if (text.size() > INT_MAX) return std::nullopt;
-  // The handle is ignored since libcurl 7.82.
-  char* escaped = curl_easy_escape(nullptr, text.data(), static_cast<int>(text.size()));
-  if (escaped == nullptr) return std::nullopt;
-  std::string out(escaped);
-  curl_free(escaped);
-  return out;
 }
 
 }  // namespace kiv::url

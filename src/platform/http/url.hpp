@@ -4,7 +4,6 @@
 //   url::parse("wss://eu/ws")->scheme == "wss"
 //   url::parse("example.com")           -> absent (no scheme is guessed)
 //   url::isHttp("file:///error")        -> false
-//   url::pathSegment("../x")            -> "..%2Fx"
 #pragma once
 
 #include <optional>
@@ -38,13 +37,5 @@ bool isHttp(std::string_view text);
 // Absent when `text` is not a URL.
 std::optional<std::string> replacingQueryItems(std::string_view text,
                                                const std::vector<std::pair<std::string, std::string>>& items);
-
-// `text` as exactly one path segment, for an identifier placed in a path:
-// every byte but letters, digits and "-._~" percent-encoded (so "/", "?",
-// "#" and "%" cannot start another segment, a query or an escape), and the
-// dot segments "." and ".." written "%2E" and "%2E%2E", which URL parsers
-// leave in place instead of stepping up a level. Absent when libcurl cannot
-// encode it (longer than its 8 MB input limit, out of memory).
-std::optional<std::string> pathSegment(std::string_view text);
 
 }  // namespace kiv::url
