@@ -1,7 +1,5 @@
 #include "kiv/platform/platform.hpp"
 
-#include <mutex>
-
 #include "kiv/platform/main_loop.hpp"
 #include "platform/console/stdout_console.hpp"
 #include "platform/dispatch/thread_task_pool.hpp"
@@ -11,22 +9,12 @@
 namespace kiv {
 namespace {
 
-struct Slot {
-  std::mutex mutex;
-  std::shared_ptr<const Platform> installed;
-};
-
-Slot& slot() {
-  static Slot instance;
-  return instance;
-}
-
 // After a test's reset the next platform() call builds the Linux bundle
 // afresh, as a new process would.
-const process_state::ResetRegistration kReset{[] {
-  std::lock_guard lock(slot().mutex);
-  slot().installed.reset();
-}};
+ProcessSlot<std::shared_ptr<const Platform>>& slot() {
+  static ProcessSlot<std::shared_ptr<const Platform>> instance;
+  return instance;
+}
 
 }  // namespace
 
@@ -40,16 +28,13 @@ Platform makeLinuxPlatform() {
   return bundle;
 }
 
-void installPlatform(Platform bundle) {
-  auto installed = std::make_shared<const Platform>(std::move(bundle));
-  std::lock_guard lock(slot().mutex);
-  slot().installed = std::move(installed);
-}
+void installPlatform(Platform bundle) { slot().set(std::make_shared<const Platform>(std::move(bundle))); }
 
 std::shared_ptr<const Platform> platform() {
-  std::lock_guard lock(slot().mutex);
-  if (!slot().installed) slot().installed = std::make_shared<const Platform>(makeLinuxPlatform());
-  return slot().installed;
+  return slot().update([](std::shared_ptr<const Platform>& installed) {
+    if (!installed) installed = std::make_shared<const Platform>(makeLinuxPlatform());
+    return installed;
+  });
 }
 
 }  // namespace kiv

@@ -1,7 +1,6 @@
 #include "service/backend_urls.hpp"
 
 #include <array>
-#include <mutex>
 #include <optional>
 #include <string_view>
 
@@ -31,20 +30,16 @@ std::size_t indexOf(KivEnvironment environment) {
   return 2;
 }
 
-struct Overrides {
-  std::mutex mutex;
-  std::array<std::optional<std::string>, 3> roots;
-};
+using Roots = std::array<std::optional<std::string>, 3>;
 
-Overrides& overrides() {
-  static Overrides instance;
+ProcessSlot<Roots>& overrides() {
+  static ProcessSlot<Roots> instance;
   return instance;
 }
 
-const process_state::ResetRegistration kReset{[] {
-  std::lock_guard lock(overrides().mutex);
-  overrides().roots = {};
-}};
+void setOverride(KivEnvironment environment, std::optional<std::string> root) {
+  overrides().update([&](Roots& roots) { roots[indexOf(environment)] = std::move(root); });
+}
 
 }  // namespace
 
@@ -54,21 +49,16 @@ bool setBackendRootURL(KivEnvironment environment, std::string_view rootURL) {
   if (!url::isHttp(rootURL) || url::parse(rootURL)->query || rootURL.find('#') != std::string_view::npos) return false;
   std::string root(rootURL);
   if (!root.ends_with('/')) root += '/';
-  std::lock_guard lock(overrides().mutex);
-  overrides().roots[indexOf(environment)] = std::move(root);
+  setOverride(environment, std::move(root));
   return true;
 }
 
-void resetBackendRootURL(KivEnvironment environment) {
-  std::lock_guard lock(overrides().mutex);
-  overrides().roots[indexOf(environment)].reset();
-}
+void resetBackendRootURL(KivEnvironment environment) { setOverride(environment, std::nullopt); }
 
 std::string backendRootURL(KivEnvironment environment) {
   const auto index = indexOf(environment);
-  std::lock_guard lock(overrides().mutex);
-  const auto& root = overrides().roots[index];
-  return root ? *root : std::string(kCompiledRoots[index]);
+  return overrides().update(
+      [&](const Roots& roots) { return roots[index].value_or(std::string(kCompiledRoots[index])); });
 }
 
 std::string analyticsBaseURL(KivEnvironment environment) { return backendRootURL(environment) + std::string(kBffPath); }

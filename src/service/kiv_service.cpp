@@ -1,6 +1,5 @@
 #include "service/kiv_service.hpp"
 
-#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -34,20 +33,10 @@ constexpr std::string_view kJsonContentType = "application/json";
 
 // The process-wide token key. Written when a service is created and read by
 // every request; guarded because those may be on different threads.
-struct TokenKey {
-  std::mutex mutex;
-  std::string key;
-};
-
-TokenKey& tokenKey() {
-  static TokenKey instance;
-  return instance;
+ProcessSlot<std::string>& tokenKey() {
+  static ProcessSlot<std::string> slot;
+  return slot;
 }
-
-const process_state::ResetRegistration kReset{[] {
-  std::lock_guard lock(tokenKey().mutex);
-  tokenKey().key.clear();
-}};
 
 // A query item's value: texts as they are, numbers and literals as JSON
 // writes them except booleans, which read "1" and "0" as the backend's other
@@ -67,10 +56,7 @@ std::string transportErrorText(const HttpError& error) {
 
 std::shared_ptr<KivService> KivService::create(std::shared_ptr<HttpSession> session, std::string tokenKeychainKey,
                                                std::shared_ptr<KivBFFAnalytics> analytics) {
-  {
-    std::lock_guard lock(tokenKey().mutex);
-    tokenKey().key = std::move(tokenKeychainKey);
-  }
+  tokenKey().set(std::move(tokenKeychainKey));
   return std::shared_ptr<KivService>(new KivService(std::move(session), std::move(analytics)));
 }
 
@@ -86,10 +72,7 @@ std::shared_ptr<HttpSession> KivService::makeURLSession() {
   return platform()->http->makeSession(std::move(configuration));
 }
 
-std::string KivService::tokenKeychainKey() {
-  std::lock_guard lock(tokenKey().mutex);
-  return tokenKey().key;
-}
+std::string KivService::tokenKeychainKey() { return tokenKey().get(); }
 
 HttpRequest KivService::makeURLRequest(const std::string& urlText, const std::string& method,
                                        const std::optional<Json>& parameters) {

@@ -53,36 +53,19 @@ std::string trimmed(std::string_view text) {
   return std::string(text.substr(first, last - first + 1));
 }
 
-struct Slot {
-  std::mutex mutex;
-  std::shared_ptr<KivBFFAnalytics> client;
-};
-
-Slot& slot() {
-  static Slot instance;
+// The slot releases a replaced client outside its lock: the destructor
+// cancels the path monitor.
+ProcessSlot<std::shared_ptr<KivBFFAnalytics>>& slot() {
+  static ProcessSlot<std::shared_ptr<KivBFFAnalytics>> instance;
   return instance;
 }
 
-void replaceShared(std::shared_ptr<KivBFFAnalytics> client) {
-  std::shared_ptr<KivBFFAnalytics> released;
-  {
-    std::lock_guard lock(slot().mutex);
-    released = std::exchange(slot().client, std::move(client));
-  }
-  // Released outside the lock: the destructor cancels the path monitor.
-}
-
-const process_state::ResetRegistration kResetShared{[] { replaceShared(nullptr); }};
-
 }  // namespace
 
-std::shared_ptr<KivBFFAnalytics> KivBFFAnalytics::shared() {
-  std::lock_guard lock(slot().mutex);
-  return slot().client;
-}
+std::shared_ptr<KivBFFAnalytics> KivBFFAnalytics::shared() { return slot().get(); }
 
 void KivBFFAnalytics::configure(Configuration configuration) {
-  replaceShared(make(std::move(configuration), KivKeyChainManager::shared()));
+  slot().set(make(std::move(configuration), KivKeyChainManager::shared()));
 }
 
 std::shared_ptr<KivBFFAnalytics> KivBFFAnalytics::make(Configuration configuration,

@@ -18,17 +18,10 @@ constexpr std::string_view kUpdateFailed = "Failed to update crash logs: ";
 constexpr std::string_view kNotFoundPrefix = "Crash log with ID ";
 constexpr std::string_view kNotFoundSuffix = " not found.";
 
-struct ServiceNameSlot {
-  std::mutex mutex;
-  std::string name;
-};
-
-ServiceNameSlot& serviceNameSlot() {
-  static ServiceNameSlot slot;
+ProcessSlot<std::string>& serviceNameSlot() {
+  static ProcessSlot<std::string> slot;
   return slot;
 }
-
-const process_state::ResetRegistration kReset{[] { KivCrashLogsManager::setServiceName(""); }};
 
 void print(std::string_view line) { platform()->console->writeLine(debugQuoted(line)); }
 
@@ -68,17 +61,9 @@ std::optional<std::string> stringField(const CrashRecord& record, std::string_vi
 KivCrashLogsManager::KivCrashLogsManager(std::weak_ptr<KeyChainManagerProtocol> keyChainManager)
     : keyChainManager_(std::move(keyChainManager)) {}
 
-std::string KivCrashLogsManager::serviceName() {
-  auto& slot = serviceNameSlot();
-  std::lock_guard lock(slot.mutex);
-  return slot.name;
-}
+std::string KivCrashLogsManager::serviceName() { return serviceNameSlot().get(); }
 
-void KivCrashLogsManager::setServiceName(std::string name) {
-  auto& slot = serviceNameSlot();
-  std::lock_guard lock(slot.mutex);
-  slot.name = std::move(name);
-}
+void KivCrashLogsManager::setServiceName(std::string name) { serviceNameSlot().set(std::move(name)); }
 
 std::optional<std::vector<CrashRecord>> KivCrashLogsManager::getCrashLogs() {
   auto store = keyChainManager_.lock();

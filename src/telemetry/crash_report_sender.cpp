@@ -1,7 +1,5 @@
 #include "telemetry/crash_report_sender.hpp"
 
-#include <mutex>
-
 #include "kiv/platform/platform.hpp"
 #include "platform/process_state.hpp"
 #include "telemetry/bff_analytics.hpp"
@@ -9,17 +7,10 @@
 namespace kiv {
 namespace {
 
-struct SenderSlot {
-  std::mutex mutex;
-  CrashReportSender sender;
-};
-
-SenderSlot& slot() {
-  static SenderSlot instance;
+ProcessSlot<CrashReportSender>& slot() {
+  static ProcessSlot<CrashReportSender> instance;
   return instance;
 }
-
-const process_state::ResetRegistration kReset{[] { setCrashReportSender(nullptr); }};
 
 // Without a sender of its own the process posts through the shared analytics
 // client. The wait for the post runs on the task pool so that the caller (the
@@ -45,14 +36,11 @@ bool postThroughAnalytics(const CrashRecord&, std::string stackTrace, CrashRepor
 
 }  // namespace
 
-void setCrashReportSender(CrashReportSender sender) {
-  std::lock_guard lock(slot().mutex);
-  slot().sender = std::move(sender);
-}
+void setCrashReportSender(CrashReportSender sender) { slot().set(std::move(sender)); }
 
 CrashReportSender crashReportSender() {
-  std::lock_guard lock(slot().mutex);
-  return slot().sender ? slot().sender : CrashReportSender(postThroughAnalytics);
+  auto sender = slot().get();
+  return sender ? sender : CrashReportSender(postThroughAnalytics);
 }
 
 }  // namespace kiv

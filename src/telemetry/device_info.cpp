@@ -127,26 +127,16 @@ std::string nameOrIdentifier(std::string_view identifier) {
 }
 
 // The model name is worked out once per process; tests start afresh.
-struct ModelNameCache {
-  std::mutex mutex;
-  std::optional<std::string> name;
-};
-
-ModelNameCache& modelNameCache() {
-  static ModelNameCache cache;
+ProcessSlot<std::optional<std::string>>& modelNameCache() {
+  static ProcessSlot<std::optional<std::string>> cache;
   return cache;
 }
 
-const process_state::ResetRegistration kReset{[] {
-  std::lock_guard lock(modelNameCache().mutex);
-  modelNameCache().name.reset();
-}};
-
 std::string cachedModelName() {
-  auto& cache = modelNameCache();
-  std::lock_guard lock(cache.mutex);
-  if (!cache.name) cache.name = KivDeviceInfo::modelName(KivDeviceInfo::modelIdentifier());
-  return *cache.name;
+  return modelNameCache().update([](std::optional<std::string>& name) {
+    if (!name) name = KivDeviceInfo::modelName(KivDeviceInfo::modelIdentifier());
+    return *name;
+  });
 }
 
 // Host-given sizes can be anything; text is only made of finite, sane ones.

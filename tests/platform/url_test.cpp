@@ -37,22 +37,6 @@ INSTANTIATE_TEST_SUITE_P(
                       UrlCase{std::string("https://a.example\0.evil/", 25), std::nullopt, false},
                       UrlCase{"https://", std::nullopt, false}));
 
-TEST(Url, GivesTheNormalisedParts) {
-  const auto parts = url::parse("HTTP://127.0.0.1:8080/bff/sessions?asyncAttempt=true");
-  ASSERT_TRUE(parts);
-  EXPECT_EQ(parts->scheme, "http");
-  EXPECT_EQ(parts->host, "127.0.0.1");
-  EXPECT_EQ(parts->port, 8080);
-  EXPECT_EQ(parts->path, "/bff/sessions");
-  EXPECT_EQ(parts->query, "asyncAttempt=true");
-
-  const auto bare = url::parse("https://backend.example");
-  ASSERT_TRUE(bare);
-  EXPECT_EQ(bare->port, std::nullopt);
-  EXPECT_EQ(bare->path, "/");
-  EXPECT_EQ(bare->query, std::nullopt);
-}
-
 TEST(Url, ReplacesTheQueryWithEncodedItemsInOrder) {
   EXPECT_EQ(url::replacingQueryItems("https://h.example/p?old=1", {{"b", "x&y=z"}, {"a", "1/2"}}),
             "https://h.example/p?b=x%26y%3dz&a=1%2f2");

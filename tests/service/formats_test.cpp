@@ -26,19 +26,23 @@ struct SessionCase {
 
 void PrintTo(const SessionCase& c, std::ostream* out) { *out << c.name; }
 
-SessionResponse fullSession() {
+// kFullSession as a record, fields in declaration order.
+const SessionResponse kFull{
+    "s-1",
+    "c-1",
+    SessionUser{"p-1", "u-1"},
+    SessionSupplier{"iproov", "liveness", "tok", SessionSettings{"classic", "dk", "pk", "pf", "sk", "si"}},
+    SessionSdk{"9.9", "android"},
+    2,
+    false,
+    "2024-01-01T00:00:00Z",
+    "not a date",
+    "a-1",
+    "sig"};
+
+SessionResponse withSupplier(SessionSupplier supplier) {
   SessionResponse s;
-  s.id = "s-1";
-  s.clientId = "c-1";
-  s.user = SessionUser{"p-1", "u-1"};
-  s.supplier = SessionSupplier{"iproov", "liveness", "tok", SessionSettings{"classic", "dk", "pk", "pf", "sk", "si"}};
-  s.sdk = SessionSdk{"9.9", "android"};
-  s.remainingAttempts = 2;
-  s.hasFingerprint = false;
-  s.expiredAt = "2024-01-01T00:00:00Z";
-  s.createdAt = "not a date";
-  s.livenessAttemptId = "a-1";
-  s.signedResponse = "sig";
+  s.supplier = std::move(supplier);
   return s;
 }
 
@@ -49,12 +53,6 @@ const std::string kFullSession =
     R"("sessionId":"si"}},"sdk":{"version":"9.9","platform":"android"},"remainingAttempts":2,)"
     R"("hasFingerprint":false,"expiredAt":"2024-01-01T00:00:00Z","createdAt":"not a date",)"
     R"("livenessAttemptId":"a-1","signedResponse":"sig"})";
-
-SessionResponse withSupplier(SessionSupplier supplier) {
-  SessionResponse s;
-  s.supplier = std::move(supplier);
-  return s;
-}
 
 class SessionDecodingTest : public ::testing::TestWithParam<SessionCase> {};
 
@@ -73,7 +71,7 @@ TEST_P(SessionDecodingTest, DecodesOrNamesTheFailingKey) {
 INSTANTIATE_TEST_SUITE_P(
     Answers, SessionDecodingTest,
     ::testing::Values(
-        SessionCase{"Empty", "{}", SessionResponse{}}, SessionCase{"Full", kFullSession, fullSession()},
+        SessionCase{"Empty", "{}", SessionResponse{}}, SessionCase{"Full", kFullSession, kFull},
         SessionCase{"NullsAreAbsent",
                     R"({"id":null,"supplier":null,"remainingAttempts":null,"hasFingerprint":null,"sdk":null})",
                     SessionResponse{}},
@@ -81,11 +79,9 @@ INSTANTIATE_TEST_SUITE_P(
         SessionCase{"UnknownKeysIgnored", R"({"extra":[1,{"x":true}],"supplier":{"more":1,"token":"t"}})",
                     withSupplier({{}, {}, "t", {}})},
         SessionCase{"AttemptsAsTextFails", R"({"remainingAttempts":"2"})", std::nullopt, "remainingAttempts"},
-        SessionCase{"AttemptsAsFractionFails", R"({"remainingAttempts":2.5})", std::nullopt, "remainingAttempts"},
         SessionCase{"AttemptsBeyondInt64Fails", R"({"remainingAttempts":9223372036854775808})", std::nullopt,
                     "remainingAttempts"},
         SessionCase{"FingerprintAsTextFails", R"({"hasFingerprint":"true"})", std::nullopt, "hasFingerprint"},
-        SessionCase{"FingerprintAsNumberFails", R"({"hasFingerprint":1})", std::nullopt, "hasFingerprint"},
         SessionCase{"IdAsNumberFails", R"({"id":7})", std::nullopt, "id"},
         SessionCase{"SupplierAsTextFails", R"({"supplier":"iproov"})", std::nullopt, "supplier"},
         SessionCase{"NestedWrongTypeFails", R"({"supplier":{"settings":{"filter":false}}})", std::nullopt,
@@ -97,36 +93,31 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& param) { return param.param.name; });
 
 TEST(SessionFormatTest, EncodingOmitsAbsentFieldsAndRoundTrips) {
-  auto full = fullSession();
-  EXPECT_EQ(json::dumpCompact(full.encode()), kFullSession);  // fixed key order
-  EXPECT_EQ(SessionResponse::decode(full.encode()), full);
+  EXPECT_EQ(json::dumpCompact(kFull.encode()), kFullSession);  // fixed key order
+  EXPECT_EQ(SessionResponse::decode(kFull.encode()), kFull);
 
-  auto sparse = withSupplier({{}, {}, "t", SessionSettings{}});
+  const auto sparse = withSupplier({{}, {}, "t", SessionSettings{}});
   EXPECT_EQ(json::dumpCompact(sparse.encode()), R"({"supplier":{"token":"t","settings":{}}})");
   EXPECT_EQ(SessionResponse::decode(sparse.encode()), sparse);
 }
 
 // --- Request records ------------------------------------------------------------
 
-TEST(SessionFormatTest, SessionBodyWritesDataOnlyWhenPresent) {
-  auto request = FetchSessionRequest::forPerson("https://b.example/", "p");
-  EXPECT_FALSE(request.parameters()->contains("data"));
-  request.sessionBodyRequest.data = SessionData{"dev"};
-  EXPECT_EQ(request.parameters()->at("data"), parsed(R"({"deviceRequestInfo":"dev"})"));
-  EXPECT_EQ(SessionBodyRequest::decode(*request.parameters()), request.sessionBodyRequest);
-}
+TEST(RequestRecordsTest, BodiesWriteOnlyPresentPartsInOrderAndRoundTrip) {
+  auto session = FetchSessionRequest::forPerson("https://b.example/", "p");
+  EXPECT_FALSE(session.parameters()->contains("data"));
+  session.sessionBodyRequest.data = SessionData{"dev"};
+  EXPECT_EQ(session.parameters()->at("data"), parsed(R"({"deviceRequestInfo":"dev"})"));
+  EXPECT_EQ(SessionBodyRequest::decode(*session.parameters()), session.sessionBodyRequest);
 
-TEST(TransactionsFormatTest, AttemptIdGoesIntoThePathUnchanged) {
-  // Escaping it would address another attempt; a text that is then no URL
+  auto transactions = FetchTransactionsRequest::forSession("https://b.example/", kFull);
+  EXPECT_EQ(TransactionsBodyRequest::decode(*transactions.parameters()), transactions.transactionsBodyRequest);
+  // The attempt id goes into the path unchanged; a text that is then no URL
   // fails the request instead.
-  SessionResponse session;
-  session.livenessAttemptId = "a b/../c?d";
-  auto request = FetchTransactionsRequest::forSession("https://b.example/", session);
-  EXPECT_EQ(request.path(), "bff/transactions/a b/../c?d/async");
-  EXPECT_EQ(TransactionsBodyRequest::decode(*request.parameters()), request.transactionsBodyRequest);
-}
-
-TEST(TransactionsFormatTest, DataWritesOnlyPresentFieldsInOrder) {
+  SessionResponse odd;
+  odd.livenessAttemptId = "a b/../c?d";
+  EXPECT_EQ(FetchTransactionsRequest::forSession("https://b.example/", odd).path(),
+            "bff/transactions/a b/../c?d/async");
   TransactionData data;
   data.payFaceData = "d";
   data.faceTecFaceScan = "f";

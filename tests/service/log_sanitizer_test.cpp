@@ -43,15 +43,6 @@ TEST_P(ScalarBoundaryTest, PlainTextIsCutBeforeTheCharacterThatCrossesTheBudget)
 
 INSTANTIATE_TEST_SUITE_P(Widths, ScalarBoundaryTest, ::testing::Values("\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80"));
 
-TEST(LogSanitizer, Utf8PrefixKeepsWholeSequencesWithinTheBudget) {
-  EXPECT_EQ(utf8Prefix("a\xC3\xA9", 2), "a");
-  EXPECT_EQ(utf8Prefix("a\xC3\xA9", 3), "a\xC3\xA9");
-  EXPECT_EQ(utf8Prefix("\xF0\x9F\x98\x80x", 3), "");
-  EXPECT_EQ(utf8Prefix("\xF0\x9F\x98\x80x", 4), "\xF0\x9F\x98\x80");
-  EXPECT_EQ(utf8Prefix("abc", 0), "");
-  EXPECT_EQ(utf8Prefix("\x80\x80\x80\x80\x80", 2), "\x80\x80");  // stray bytes are units of their own
-}
-
 TEST(LogSanitizer, JsonBodyLosesNestedImagesBeforeItsSizeIsChecked) {
   const std::string body = "{\"a\":{\"imgData\":\"" + repeat("A", 40000) + "\"},\"list\":[{\"img_preview\":\"" +
                            repeat("B", 40000) + "\",\"n\":1}],\"ok\":true}";
@@ -130,16 +121,8 @@ TEST(LogSanitizer, AnyValueKeepsItsShapeAndNonTextLeaves) {
   const Json input = {{"img_preview", 3},
                       {"image", 5},
                       {"list", Json::array({1, nullptr, false, {{"imgData", "x"}, {"k", "v"}}, repeat("z", 65001)})}};
-  const Json result = sanitizeForLog(input);
-  EXPECT_EQ(result.size(), 2u);
-  EXPECT_EQ(result["image"], 5);
-  const Json& list = result["list"];
-  ASSERT_EQ(list.size(), 5u);
-  EXPECT_EQ(list[0], 1);
-  EXPECT_TRUE(list[1].is_null());
-  EXPECT_EQ(list[2], false);
-  EXPECT_EQ(list[3], Json({{"k", "v"}}));
-  EXPECT_EQ(list[4].get<std::string>().size(), 65000u);
+  const std::string cut = repeat("z", 64961) + kEllipsis + "[truncated,originalByteLength=65001]";
+  EXPECT_EQ(sanitizeForLog(input), (Json{{"image", 5}, {"list", Json::array({1, nullptr, false, {{"k", "v"}}, cut})}}));
 }
 
 TEST(LogSanitizer, TextValuesHoldingJsonAreSanitisedInside) {

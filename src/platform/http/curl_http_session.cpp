@@ -71,11 +71,31 @@ DataTaskResult errorResult(HttpErrorCode code, std::string detail = {}) {
   return result;
 }
 
-// Header names and values go into raw header lines: a line break inside one
-// would start a header (or a body) of the caller's making.
-std::string withoutLineBreaks(std::string text) {
-  std::erase_if(text, [](char c) { return c == '\r' || c == '\n'; });
-  return text;
+// Header fields go into raw header lines, so a caller's text (a token read
+// from the store, say) must never end a line or the request.
+
+// A name is sent only when it is an HTTP token; anything else (empty, white
+// space, a colon, a line break) is not a name and its header is dropped.
+bool isFieldName(std::string_view name) {
+  constexpr std::string_view kTokenPunctuation = "!#$%&'*+-.^_`|~";
+  return !name.empty() && std::ranges::all_of(name, [&](char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+           kTokenPunctuation.find(c) != std::string_view::npos;
+  });
+}
+
+// Control characters (CR, LF and NUL among them) become spaces, as a server
+// receiving them would read them, and the surrounding white space a server
+// would strip goes: libcurl takes a value of white space alone as a request
+// to remove its own header of that name.
+std::string fieldValue(std::string_view value) {
+  std::string text(value);
+  for (char& c : text) {
+    if ((static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == '\x7f') c = ' ';
+  }
+  const auto first = text.find_first_not_of(" \t");
+  if (first == std::string::npos) return {};
+  return text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
 class Engine;
@@ -316,9 +336,9 @@ class Engine : public std::enable_shared_from_this<Engine> {
     bool hasContentType = false;
     bool hasExpect = false;
     for (const auto& header : request.headers) {
-      const std::string name = withoutLineBreaks(header.name);
-      if (name.empty() || name.find(':') != std::string::npos) continue;
-      const std::string value = withoutLineBreaks(header.value);
+      if (!isFieldName(header.name)) continue;
+      const std::string& name = header.name;
+      const std::string value = fieldValue(header.value);
       hasContentType = hasContentType || strcasecmp(name.c_str(), "Content-Type") == 0;
       hasExpect = hasExpect || strcasecmp(name.c_str(), "Expect") == 0;
       // "Name:" would remove the header; "Name;" is libcurl's way to send it empty.

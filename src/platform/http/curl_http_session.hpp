@@ -6,6 +6,12 @@
 // blocks SIGPIPE and every transfer sets CURLOPT_NOSIGNAL, so a peer that
 // closes a connection never raises a signal in the host. Only http and https
 // URLs are loaded; any other text completes with an error and no response.
+//
+// Header fields never change the framing of a request: a name that is not an
+// HTTP token (empty, with white space, a colon or a line break) drops its
+// header; in a value every control character but tab (CR, LF, NUL...) is sent
+// as a space and surrounding spaces and tabs are trimmed, so a hostile value
+// stays one value of its own header.
 #pragma once
 
 #include "kiv/platform/http.hpp"
