@@ -12,7 +12,7 @@
 
 #include "kiv/platform/http.hpp"
 #include "support/recording_http_server.hpp"
-#include "support/scripted_http_session.hpp"
+#include "platform/http/scripted_http_session.hpp"
 #include "support/test_platform.hpp"
 
 namespace kiv {
@@ -288,7 +288,7 @@ TEST_F(HttpSessionTest, WritesToAClosedSocketOnTheSessionThreadRaiseNoSignal) {
 }
 
 TEST_F(HttpSessionTest, ScriptedSessionsGiveAnswersNoSocketCan) {
-  auto factory = std::make_shared<testing::ScriptedHttpSessionFactory>(
+  auto factory = std::make_shared<ScriptedHttpSessionFactory>(
       [](const HttpRequest& request) { return DataTaskResult{.data = "", .response = NonHttpResponse{request.url}}; });
   Completions completions;
   factory->makeSession({})->dataTask({.url = "file:///error"}, completions.record())->resume();

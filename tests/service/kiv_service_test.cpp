@@ -10,7 +10,7 @@
 #include "service/kiv_service.hpp"
 #include "service/string_utils.hpp"
 #include "support/recording_http_server.hpp"
-#include "support/scripted_http_session.hpp"
+#include "platform/http/scripted_http_session.hpp"
 #include "support/test_platform.hpp"
 
 namespace kiv {
@@ -285,7 +285,7 @@ TEST_F(KivServiceTest, AnswersNoTransportCanGiveHere) {
        APIServiceError::invalidResponse{}},
   };
   for (const auto& row : rows) {
-    auto factory = std::make_shared<testing::ScriptedHttpSessionFactory>([&](const HttpRequest&) { return row.given; });
+    auto factory = std::make_shared<ScriptedHttpSessionFactory>([&](const HttpRequest&) { return row.given; });
     Outcome<KivEmptyResponse> outcome;
     makeService(factory->makeSession({}))
         ->fetchTransactions(FetchTransactionsRequest::forSession(server.url(), {}), outcome.completion());
