@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "kiv/backend.hpp"
+#include "platform/http/scripted_http_session.hpp"
 #include "scratch_platform.hpp"
 #include "support/recording_http_server.hpp"
-#include "support/scripted_http_session.hpp"
 #include "telemetry/bff_analytics.hpp"
 
 namespace {
@@ -57,10 +57,9 @@ BENCHMARK(BM_TrackThroughput)->Arg(1)->Arg(64)->Unit(benchmark::kMillisecond)->U
 // transport fails at once, so the time is the enqueue (encode the whole
 // queue, seal it, write it with fsync).
 void BM_EnqueueFailedPost(benchmark::State& state) {
-  kiv::bench::ScratchPlatform scratch(
-      std::make_shared<kiv::testing::ScriptedHttpSessionFactory>([](const kiv::HttpRequest&) {
-        return kiv::DataTaskResult{.error = kiv::HttpError(kiv::HttpErrorCode::cannotConnectToHost)};
-      }));
+  kiv::bench::ScratchPlatform scratch(std::make_shared<kiv::ScriptedHttpSessionFactory>([](const kiv::HttpRequest&) {
+    return kiv::DataTaskResult{.error = kiv::HttpError(kiv::HttpErrorCode::cannotConnectToHost)};
+  }));
   const auto keychain = kiv::KivKeyChainManager::shared();
   const auto probe = kiv::KivBFFAnalytics::make(configuration(), keychain);
   const kiv::Json body =

@@ -77,23 +77,22 @@ Scratch& scratch() {
   return instance;
 }
 
-void storedValue(std::span<const std::uint8_t> bytes) {
-  auto& s = scratch();
-  const auto opened = openItemValue(fixedKey(), kService, kAccount, bytes);
-  s.database->run([&](sqlite3* db, const ItemKey&) {
+// Stores `sealed` as the item's value behind the store's back, then reads it.
+std::optional<Bytes> storeAndRead(std::string_view account, std::span<const std::uint8_t> sealed) {
+  scratch().database->run([&](sqlite3* db, const ItemKey&) {
     Statement put(db, "INSERT OR REPLACE INTO items (service, account, sealed) VALUES (?1, ?2, ?3)");
-    check(put.ok() && put.bindBlob(1, asBytes(kService)) && put.bindBlob(2, asBytes(kAccount)) &&
-          put.bindBlob(3, bytes) && put.step() == SQLITE_DONE);
+    check(put.ok() && put.bindBlob(1, asBytes(kService)) && put.bindBlob(2, asBytes(account)) &&
+          put.bindBlob(3, sealed) && put.step() == SQLITE_DONE);
   });
-  const auto copy = s.store->copyMatching(kService, kAccount);
-  check(copy.data == opened);
+  const auto copy = scratch().store->copyMatching(kService, account);
   check((copy.status == SecureStoreStatus::success) == copy.data.has_value());
+  return copy.data;
+}
+
+void storedValue(std::span<const std::uint8_t> bytes) {
+  check(storeAndRead(kAccount, bytes) == openItemValue(fixedKey(), kService, kAccount, bytes));
   // The same bytes under another account never open.
-  s.database->run([&](sqlite3* db, const ItemKey&) {
-    Statement put(db, "INSERT OR REPLACE INTO items (service, account, sealed) VALUES (?1, 'moved', ?2)");
-    check(put.ok() && put.bindBlob(1, asBytes(kService)) && put.bindBlob(2, bytes) && put.step() == SQLITE_DONE);
-  });
-  check(!s.store->copyMatching(kService, "moved").data);
+  check(!storeAndRead("moved", bytes));
 }
 
 void databaseFile(std::span<const std::uint8_t> bytes) {

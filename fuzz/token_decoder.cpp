@@ -2,6 +2,7 @@
 // never a crash, and the console lines must stay the documented ones.
 #include <sodium.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdlib>
@@ -35,10 +36,7 @@ void checkIssuer(std::string_view token, kiv::CapturingConsole& console) {
     if (!lines.empty()) std::abort();
     return;
   }
-  if (lines.size() != 1) std::abort();
-  bool known = false;
-  for (auto line : kLines) known = known || lines.front() == line;
-  if (!known) std::abort();
+  if (lines.size() != 1 || std::ranges::find(kLines, lines.front()) == kLines.end()) std::abort();
 }
 
 std::string base64Url(std::string_view bytes) {

@@ -6,20 +6,21 @@
 #include <cstdlib>
 #include <fstream>
 #include <functional>
+#include <future>
 #include <thread>
 
 #include "kiv/platform/secure_store.hpp"
 #include "kiv/platform/user_defaults.hpp"
-#include "platform/scratch.hpp"
 #include "platform/secure_store/memory_secure_store.hpp"
 #include "platform/secure_store/store_database.hpp"
+#include "support/child_process.hpp"
 #include "support/programs.hpp"
 
 namespace kiv {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::ScratchDirectory;
+using testing::TemporaryDirectory;
 using Status = SecureStoreStatus;
 
 Bytes bytesOf(std::string_view text) { return {text.begin(), text.end()}; }
@@ -31,6 +32,13 @@ std::optional<Bytes> read(SecureItemStore& store, std::string_view service, std:
 unsigned modeOf(const fs::path& path) {
   struct stat info {};
   return ::stat(path.c_str(), &info) == 0 ? (info.st_mode & 0777) : 0;
+}
+
+// The exit status of the store_item program; -1 when it did not exit by itself.
+using Arguments = std::vector<std::string>;
+int storeItem(const Arguments& arguments) {
+  const auto end = testing::runToEnd(testing::programPath("store_item"), arguments, 100.0);
+  return end.hung || end.exitSignal != 0 ? -1 : end.exitCode;
 }
 
 // Runs one statement on the store's database behind its back.
@@ -55,7 +63,7 @@ struct StoreKind {
 
 class SecureStoreContract : public ::testing::TestWithParam<StoreKind> {
  protected:
-  ScratchDirectory scratch;
+  TemporaryDirectory scratch;
   std::shared_ptr<SecureItemStore> store = GetParam().make(scratch.path());
 };
 
@@ -113,36 +121,26 @@ INSTANTIATE_TEST_SUITE_P(
 
 class SqliteSecureStoreTest : public ::testing::Test {
  protected:
-  ScratchDirectory scratch;
+  TemporaryDirectory scratch;
   fs::path directory = scratch.path() / "data";
   std::shared_ptr<SecureItemStore> store = makeLinuxSecureStore(directory);
 };
 
 TEST_F(SqliteSecureStoreTest, AValueThatNoLongerOpensReadsAsAbsent) {
+  // Each damages the sealed value of "victim"; "donor" holds another value.
+  auto sql = [&](std::string set) {
+    return
+        [&, set] { tamper(directory, "UPDATE items SET sealed = " + set + " WHERE account = CAST('victim' AS BLOB)"); };
+  };
   const struct {
     const char* name;
     std::function<void()> damage;
   } cases[] = {
-      {"changed byte",
-       [&] {
-         tamper(directory,
-                "UPDATE items SET sealed = CAST(substr(sealed, 1, 30) || "
-                "iif(substr(sealed, 31, 1) = X'00', X'01', X'00') || "
-                "substr(sealed, 32) AS BLOB) WHERE account = CAST('victim' AS BLOB)");
-       }},
-      {"truncated",
-       [&] {
-         tamper(directory,
-                "UPDATE items SET sealed = substr(sealed, 1, 20) "
-                "WHERE account = CAST('victim' AS BLOB)");
-       }},
-      {"not bytes", [&] { tamper(directory, "UPDATE items SET sealed = 42 WHERE account = CAST('victim' AS BLOB)"); }},
-      {"moved from another item",
-       [&] {
-         tamper(directory,
-                "UPDATE items SET sealed = (SELECT sealed FROM items WHERE account = "
-                "CAST('donor' AS BLOB)) WHERE account = CAST('victim' AS BLOB)");
-       }},
+      {"changed byte", sql("CAST(substr(sealed, 1, 30) || iif(substr(sealed, 31, 1) = X'00', X'01', X'00') || "
+                           "substr(sealed, 32) AS BLOB)")},
+      {"truncated", sql("substr(sealed, 1, 20)")},
+      {"not bytes", sql("42")},
+      {"moved from another item", sql("(SELECT sealed FROM items WHERE account = CAST('donor' AS BLOB))")},
       {"other key",
        [&] {
          store.reset();
@@ -195,44 +193,32 @@ TEST_F(SqliteSecureStoreTest, AnUnusableLocationFailsEachCallUntilItBecomesUsabl
   EXPECT_FALSE(read(*garbage, "svc", "acct"));
 }
 
-TEST_F(SqliteSecureStoreTest, AnItemWrittenByOneProcessIsReadByAnother) {
-  const auto program = testing::programPath("store_item");
-  ASSERT_EQ(
-      testing::ChildProcess(program, {directory, "put", "kiv.sdk.service", "fllitemobileToken", "from child"}).wait(),
-      0);
-  EXPECT_EQ(read(*store, "kiv.sdk.service", "fllitemobileToken"), bytesOf("from child"));
-  ASSERT_EQ(store->update("kiv.sdk.service", "fllitemobileToken", bytesOf("from parent")), Status::success);
-  EXPECT_EQ(testing::ChildProcess(program, {directory, "expect", "kiv.sdk.service", "fllitemobileToken", "from parent"})
-                .wait(),
-            0);
-  EXPECT_EQ(
-      testing::ChildProcess(program, {directory, "expect", "kiv.sdk.service", "fllitemobileToken", "stale"}).wait(), 1);
-}
-
-TEST_F(SqliteSecureStoreTest, ProcessesRacingOnAFreshStoreAgreeOnOneKey) {
+TEST_F(SqliteSecureStoreTest, ProcessesRacingOnAFreshStoreAgreeOnOneKeyAndSeeEachOthersItems) {
   constexpr int kCount = 30;
-  const auto program = testing::programPath("store_item");
-  testing::ChildProcess first(program, {directory, "fill", "first", std::to_string(kCount)});
-  testing::ChildProcess second(program, {directory, "fill", "second", std::to_string(kCount)});
+  const std::string count = std::to_string(kCount);
+  auto first = std::async(std::launch::async, storeItem, Arguments{directory, "fill", "first", count});
+  auto second = std::async(std::launch::async, storeItem, Arguments{directory, "fill", "second", count});
   for (int i = 0; i < kCount; ++i) {
     const std::string account = std::to_string(i);
     ASSERT_EQ(store->add("parent", account, asBytes(account)), Status::success);
   }
-  ASSERT_EQ(first.wait(), 0);
-  ASSERT_EQ(second.wait(), 0);
-  auto fresh = makeLinuxSecureStore(directory);
+  ASSERT_EQ(first.get(), 0);
+  ASSERT_EQ(second.get(), 0);
   for (const auto* service : {"first", "second", "parent"}) {
     for (int i = 0; i < kCount; ++i) {
       const std::string account = std::to_string(i);
-      EXPECT_EQ(read(*fresh, service, account), bytesOf(account)) << service << " " << account;
+      EXPECT_EQ(read(*store, service, account), bytesOf(account)) << service << " " << account;
     }
   }
+  ASSERT_EQ(store->update("first", "0", bytesOf("from parent")), Status::success);
+  EXPECT_EQ(storeItem({directory, "expect", "first", "0", "from parent"}), 0);
+  EXPECT_EQ(storeItem({directory, "expect", "first", "0", "0"}), 1);
 }
 
 TEST(SecureStoreKey, CallersRacingToCreateItAllGetTheSameKey) {
   constexpr int kThreads = 6;
   constexpr int kRounds = 40;
-  ScratchDirectory scratch;
+  TemporaryDirectory scratch;
   for (int round = 0; round < kRounds; ++round) {
     const fs::path directory = scratch.path() / std::to_string(round);
     fs::create_directory(directory);
@@ -271,7 +257,7 @@ TEST(SecureStoreLocation, FollowsXdgDataHomeThenHome) {
 }
 
 TEST(SqliteUserDefaults, KeepsOnePlainStringPerKeyAcrossInstances) {
-  ScratchDirectory scratch;
+  TemporaryDirectory scratch;
   auto defaults = makeLinuxUserDefaults(scratch.path());
   EXPECT_EQ(defaults->string("install_guid"), std::nullopt);
   defaults->setString("install_guid", "");

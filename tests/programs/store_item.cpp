@@ -1,5 +1,4 @@
 // A second process on the secure item store, for tests:
-//   kivfll_store_item <dir> put <service> <account> <value>     add or replace one item
 //   kivfll_store_item <dir> expect <service> <account> <value>  exit 0 when the item holds <value>
 //   kivfll_store_item <dir> fill <service> <count>             add items "0" .. "<count - 1>" holding their account
 // Exit 0 on success, 1 when the store disagrees, 2 on bad arguments.
@@ -9,31 +8,17 @@
 
 #include "kiv/platform/secure_store.hpp"
 
-namespace {
-
-bool put(kiv::SecureItemStore& store, std::string_view service, std::string_view account, std::string_view value) {
-  const auto status = store.add(service, account, kiv::asBytes(value));
-  if (status == kiv::SecureStoreStatus::duplicateItem) {
-    return store.update(service, account, kiv::asBytes(value)) == kiv::SecureStoreStatus::success;
-  }
-  return status == kiv::SecureStoreStatus::success;
-}
-
-}  // namespace
-
 int main(int argc, char** argv) {
   if (argc < 5) return 2;
   const auto store = kiv::makeLinuxSecureStore(std::string(argv[1]));
   const std::string_view command = argv[2];
-  if (command == "put" && argc == 6) return put(*store, argv[3], argv[4], argv[5]) ? 0 : 1;
   if (command == "expect" && argc == 6) {
     const auto copy = store->copyMatching(argv[3], argv[4]);
     const auto expected = kiv::asBytes(argv[5]);
     return copy.data && kiv::Bytes(expected.begin(), expected.end()) == *copy.data ? 0 : 1;
   }
   if (command == "fill" && argc == 5) {
-    const int count = std::atoi(argv[4]);
-    for (int i = 0; i < count; ++i) {
+    for (int i = 0; i < std::atoi(argv[4]); ++i) {
       const std::string account = std::to_string(i);
       if (store->add(argv[3], account, kiv::asBytes(account)) != kiv::SecureStoreStatus::success) return 1;
     }

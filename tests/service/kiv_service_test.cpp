@@ -6,10 +6,10 @@
 #include <variant>
 
 #include "kiv/backend.hpp"
+#include "platform/http/scripted_http_session.hpp"
 #include "service/key_chain_manager.hpp"
 #include "service/kiv_service.hpp"
 #include "support/recording_http_server.hpp"
-#include "support/scripted_http_session.hpp"
 #include "support/test_platform.hpp"
 
 namespace kiv {
@@ -199,9 +199,8 @@ TEST_P(AnswerClassificationTest, CompletesOnceWithTheClassifiedResult) {
   const auto& c = GetParam();
   auto session = KivService::makeURLSession();
   if (const auto* given = std::get_if<DataTaskResult>(&c.answer)) {
-    session = std::make_shared<testing::ScriptedHttpSessionFactory>([given](const HttpRequest&) {
-                return *given;
-              })->makeSession({});
+    session =
+        std::make_shared<ScriptedHttpSessionFactory>([given](const HttpRequest&) { return *given; })->makeSession({});
   } else {
     server.setDefaultAnswer(std::get<Answer>(c.answer));
   }

@@ -22,77 +22,61 @@ double monotonicSeconds() {
 }
 
 ChildEnd runToEnd(const std::string& program, const std::vector<std::string>& arguments, double boundSeconds) {
-  int out[2];
-  int err[2];
   ChildEnd end;
   end.hung = true;  // until it is seen to end
-  if (pipe2(out, O_CLOEXEC) != 0) return end;
-  if (pipe2(err, O_CLOEXEC) != 0) {
-    close(out[0]);
-    close(out[1]);
-    return end;
-  }
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
-  std::vector<char*> argv{const_cast<char*>(program.c_str())};
-  for (const auto& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
-  argv.push_back(nullptr);
+  int out[2] = {-1, -1};
+  int err[2] = {-1, -1};
   pid_t pid = 0;
-  const int spawned = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  close(out[1]);
-  close(err[1]);
-  if (spawned != 0) {
-    close(out[0]);
-    close(err[0]);
+  if (pipe2(out, O_CLOEXEC) == 0 && pipe2(err, O_CLOEXEC) == 0) {
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
+    std::vector<char*> argv{const_cast<char*>(program.c_str())};
+    for (const auto& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+    if (posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), environ) != 0) pid = 0;
+    posix_spawn_file_actions_destroy(&actions);
+  }
+  for (int fd : {out[1], err[1]}) close(fd);
+  if (pid == 0) {
+    for (int fd : {out[0], err[0]}) close(fd);
     return end;
   }
   end.hung = false;
 
-  // Readable once the process has ended, whatever became of its pipes.
+  // The process's descriptor is readable once it has ended; the pipes are
+  // read until they close.
   const int process = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
   const double deadline = monotonicSeconds() + boundSeconds;
-  int streams[2] = {out[0], err[0]};
-  std::string* texts[2] = {&end.output, &end.errors};
-  for (bool ended = false; !ended;) {
+  pollfd waits[3] = {{process, POLLIN, 0}, {out[0], POLLIN, 0}, {err[0], POLLIN, 0}};
+  std::string* texts[3] = {nullptr, &end.output, &end.errors};
+  while (waits[0].fd >= 0 || waits[1].fd >= 0 || waits[2].fd >= 0) {
     const double left = deadline - monotonicSeconds();
     if (left <= 0) {
       end.hung = true;
       kill(pid, SIGKILL);
       break;
     }
-    pollfd waits[3] = {{process, POLLIN, 0}, {streams[0], POLLIN, 0}, {streams[1], POLLIN, 0}};
     if (poll(waits, 3, static_cast<int>(left * 1000) + 1) <= 0) continue;
-    for (int i = 0; i < 2; ++i) {
-      if (!waits[i + 1].revents) continue;
+    if (waits[0].revents) {
+      end.endedAt = monotonicSeconds();
+      waits[0].fd = -1;  // poll ignores negative descriptors
+    }
+    for (int i = 1; i < 3; ++i) {
+      if (!waits[i].revents) continue;
       char chunk[4096];
-      const ssize_t n = read(streams[i], chunk, sizeof chunk);
+      const ssize_t n = read(waits[i].fd, chunk, sizeof chunk);
       if (n > 0) {
         texts[i]->append(chunk, static_cast<std::size_t>(n));
       } else {
-        streams[i] = -1;  // closed: poll ignores negative descriptors
+        waits[i].fd = -1;  // closed
       }
-    }
-    if (waits[0].revents) {
-      end.endedAt = monotonicSeconds();
-      ended = true;
     }
   }
   int status = 0;
   waitpid(pid, &status, 0);
-  // What was still in the pipes when it ended.
-  for (int i = 0; i < 2; ++i) {
-    char chunk[4096];
-    ssize_t n = 0;
-    while (streams[i] >= 0 && (n = read(streams[i], chunk, sizeof chunk)) > 0) {
-      texts[i]->append(chunk, static_cast<std::size_t>(n));
-    }
-  }
-  if (process >= 0) close(process);
-  close(out[0]);
-  close(err[0]);
+  for (int fd : {process, out[0], err[0]}) close(fd);
   if (WIFSIGNALED(status)) end.exitSignal = WTERMSIG(status);
   if (WIFEXITED(status)) end.exitCode = WEXITSTATUS(status);
   return end;

@@ -6,6 +6,7 @@
 #include <pthread.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -40,24 +41,17 @@ int portOf(const sockaddr_storage& address) {
 }  // namespace
 
 Answer Answer::http(int status, std::string body, std::string contentType) {
-  Answer answer;
-  answer.status = status;
-  answer.body = std::move(body);
-  answer.contentType = std::move(contentType);
-  return answer;
+  return {.status = status, .body = std::move(body), .contentType = std::move(contentType)};
 }
 
-Answer Answer::dropConnection() {
-  Answer answer;
-  answer.action = Action::dropConnection;
-  return answer;
-}
+Answer Answer::dropConnection() { return {.action = Action::dropConnection}; }
 
 Answer Answer::cutOff(int status, std::string bodyStart, std::size_t declaredLength) {
-  Answer answer = http(status, std::move(bodyStart), "application/octet-stream");
-  answer.action = Action::cutOff;
-  answer.declaredLength = declaredLength;
-  return answer;
+  return {.action = Action::cutOff,
+          .status = status,
+          .body = std::move(bodyStart),
+          .contentType = "application/octet-stream",
+          .declaredLength = declaredLength};
 }
 
 Answer Answer::withHeader(std::string name, std::string value) && {
@@ -136,12 +130,6 @@ void RecordingHttpServer::setAnswer(const std::string& path, Answer answer) {
   standing_[path] = std::move(answer);
 }
 
-void RecordingHttpServer::queueAnswers(const std::string& path, std::vector<Answer> answers) {
-  std::lock_guard lock(mutex_);
-  auto& queue = queued_[path];
-  queue.insert(queue.end(), std::make_move_iterator(answers.begin()), std::make_move_iterator(answers.end()));
-}
-
 void RecordingHttpServer::setDefaultAnswer(Answer answer) {
   std::lock_guard lock(mutex_);
   default_ = std::move(answer);
@@ -185,9 +173,7 @@ std::vector<RecordedRequest> RecordingHttpServer::requests() const {
 std::vector<RecordedRequest> RecordingHttpServer::requests(std::string_view path) const {
   std::lock_guard lock(mutex_);
   std::vector<RecordedRequest> matching;
-  for (const auto& request : requests_) {
-    if (request.path == path) matching.push_back(request);
-  }
+  std::ranges::copy_if(requests_, std::back_inserter(matching), [&](const auto& r) { return r.path == path; });
   return matching;
 }
 
@@ -199,15 +185,14 @@ std::size_t RecordingHttpServer::connectionsUsed() const {
 }
 
 void RecordingHttpServer::handle(const httplib::Request& request, httplib::Response& response) {
-  RecordedRequest recorded;
-  recorded.method = request.method;
-  recorded.target = request.target;
-  recorded.path = request.path;
+  RecordedRequest recorded{.method = request.method,
+                           .target = request.target,
+                           .path = request.path,
+                           .body = request.body,
+                           .remotePort = request.remote_port};
   for (const auto& [name, value] : request.headers) {
     if (!isAddedByServer(name)) recorded.headers.push_back({name, value});
   }
-  recorded.body = request.body;
-  recorded.remotePort = request.remote_port;
 
   std::size_t index = 0;
   Responder responder;
@@ -220,45 +205,31 @@ void RecordingHttpServer::handle(const httplib::Request& request, httplib::Respo
   changed_.notify_all();
 
   std::optional<Answer> scripted = responder ? responder(recorded, index) : std::nullopt;
-  Answer answer = scripted ? std::move(*scripted) : answerFor(recorded, index);
+  Answer answer = scripted ? std::move(*scripted) : answerFor(recorded);
   {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [&] { return !held_ || stopping_; });
     changed_.wait_for(lock, answer.delay, [&] { return stopping_; });
   }
 
-  switch (answer.action) {
-    case Answer::Action::dropConnection:
-      shutDownConnections(request.remote_port);
-      return;
-    case Answer::Action::cutOff: {
-      response.status = answer.status;
-      for (const auto& header : answer.headers) response.set_header(header.name, header.value);
-      const int remotePort = request.remote_port;
-      response.set_content_provider(
-          answer.declaredLength, answer.contentType,
-          [this, remotePort, part = answer.body](std::size_t offset, std::size_t, httplib::DataSink& sink) {
-            if (offset == 0 && !part.empty()) sink.write(part.data(), part.size());
-            shutDownConnections(remotePort);
-            return false;
-          });
-      return;
-    }
-    case Answer::Action::respond:
-      response.status = answer.status;
-      for (const auto& header : answer.headers) response.set_header(header.name, header.value);
-      if (!answer.body.empty()) response.set_content(answer.body, answer.contentType);
-      return;
+  if (answer.action == Answer::Action::dropConnection) return shutDownConnections(request.remote_port);
+  response.status = answer.status;
+  for (const auto& header : answer.headers) response.set_header(header.name, header.value);
+  if (answer.action == Answer::Action::respond) {
+    if (!answer.body.empty()) response.set_content(answer.body, answer.contentType);
+    return;
   }
+  response.set_content_provider(answer.declaredLength, answer.contentType,
+                                [this, remotePort = request.remote_port, part = answer.body](
+                                    std::size_t offset, std::size_t, httplib::DataSink& sink) {
+                                  if (offset == 0 && !part.empty()) sink.write(part.data(), part.size());
+                                  shutDownConnections(remotePort);
+                                  return false;
+                                });
 }
 
-Answer RecordingHttpServer::answerFor(const RecordedRequest& request, std::size_t) {
+Answer RecordingHttpServer::answerFor(const RecordedRequest& request) {
   std::lock_guard lock(mutex_);
-  if (auto queue = queued_.find(request.path); queue != queued_.end() && !queue->second.empty()) {
-    Answer next = std::move(queue->second.front());
-    queue->second.erase(queue->second.begin());
-    return next;
-  }
   if (auto standing = standing_.find(request.path); standing != standing_.end()) return standing->second;
   return default_;
 }

@@ -3,7 +3,6 @@
 //
 //   RecordingHttpServer server;                                   // listening on an ephemeral port
 //   server.setAnswer("/bff/sessions", Answer::json(200, R"({"id":"s1"})"));
-//   server.queueAnswers("/bff/track-analytics", {Answer::http(500), Answer::dropConnection()});
 //   ... the code under test posts to server.url("/bff/sessions") ...
 //   ASSERT_TRUE(server.waitForRequests(1));
 //   auto request = server.requests().front();
@@ -11,8 +10,8 @@
 //   EXPECT_EQ(request.bodyJson()->at("event"), "start_sdk");
 //
 // How a request is answered, first match wins: the responder (setResponder)
-// if it gives an answer; the next queued answer for the request's path; the
-// standing answer for the path (setAnswer); the default answer (200, empty).
+// if it gives an answer; the standing answer for the path (setAnswer); the
+// default answer (200, empty).
 // Paths are matched exactly, without the query.
 //
 // Keep-alive is on (TCP_NODELAY, no per-connection request limit), so a
@@ -52,7 +51,7 @@ struct RecordedRequest {
   // Names as the client sent them. The server library sorts fields by name,
   // so the order on the wire is not kept, and it drops fields whose value is
   // empty.
-  HttpHeaders headers;
+  HttpHeaders headers{};
   std::string body;
   int remotePort = 0;  // the client's port: equal ports, one connection
 
@@ -70,9 +69,9 @@ struct Answer {
 
   Action action = Action::respond;
   int status = 200;
-  std::string body;
-  std::string contentType;  // sent when the body is not empty
-  HttpHeaders headers;
+  std::string body{};
+  std::string contentType{};  // sent when the body is not empty
+  HttpHeaders headers{};
   std::chrono::milliseconds delay{0};  // waited before answering (cut short when the server stops)
   std::size_t declaredLength = 0;      // cutOff: the Content-Length announced
 
@@ -81,8 +80,7 @@ struct Answer {
   static Answer json(int status, std::string body) { return http(status, std::move(body), "application/json"); }
   // The client sees no response and a transport error. libcurl retries a
   // request once when a reused connection dies before any answer, so a test
-  // that wants the failure seen should drop every attempt (setAnswer), not
-  // only the next one.
+  // that wants the failure seen should drop every attempt.
   static Answer dropConnection();
   // The client gets the status and headers, then `bodyStart` of a body
   // announced as `declaredLength` bytes: a response together with an error.
@@ -99,13 +97,11 @@ class RecordingHttpServer {
   RecordingHttpServer(const RecordingHttpServer&) = delete;
   RecordingHttpServer& operator=(const RecordingHttpServer&) = delete;
 
-  int port() const { return port_; }
   // "http://127.0.0.1:<port>" + `path`; url() is a root ending in "/".
   std::string url(std::string_view path = "/") const;
 
   // The script. Safe to change while requests arrive.
   void setAnswer(const std::string& path, Answer answer);
-  void queueAnswers(const std::string& path, std::vector<Answer> answers);
   void setDefaultAnswer(Answer answer);
   // Asked first for every request (with its index in arrival order); absent
   // falls through to the script.
@@ -131,7 +127,7 @@ class RecordingHttpServer {
 
  private:
   void handle(const httplib::Request& request, httplib::Response& response);
-  Answer answerFor(const RecordedRequest& request, std::size_t index);
+  Answer answerFor(const RecordedRequest& request);
   // Shuts down the accepted sockets of this server; `remotePort` 0 means all.
   void shutDownConnections(int remotePort) const;
 
@@ -143,7 +139,6 @@ class RecordingHttpServer {
   mutable std::condition_variable changed_;
   std::vector<RecordedRequest> requests_;
   std::map<std::string, Answer> standing_;
-  std::map<std::string, std::vector<Answer>> queued_;
   Answer default_;
   Responder responder_;
   bool held_ = false;

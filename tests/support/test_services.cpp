@@ -8,7 +8,7 @@
 #include "platform/path_monitor/fake_path_monitor.hpp"
 #include "platform/ui/fake_font_lookup.hpp"
 #include "platform/ui/headless_view_toolkit.hpp"
-#include "support/fake_crash_primitives.hpp"
+#include "platform/crash/fake_crash_primitives.hpp"
 
 namespace kiv::testing {
 

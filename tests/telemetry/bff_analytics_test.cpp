@@ -9,12 +9,12 @@
 
 #include "kiv/backend.hpp"
 #include "kiv/platform/secure_store.hpp"
+#include "platform/http/scripted_http_session.hpp"
 #include "platform/path_monitor/fake_path_monitor.hpp"
 #include "platform/secure_store/memory_secure_store.hpp"
 #include "support/child_process.hpp"
 #include "support/programs.hpp"
 #include "support/recording_http_server.hpp"
-#include "support/scripted_http_session.hpp"
 #include "support/test_platform.hpp"
 
 namespace kiv {
@@ -220,7 +220,7 @@ INSTANTIATE_TEST_SUITE_P(Cases, AnswerTest,
                          [](const auto& test) { return std::string(test.param.name); });
 
 TEST_F(BFFAnalyticsTest, NonHttpAnswerCountsAsServerError) {
-  auto factory = std::make_shared<testing::ScriptedHttpSessionFactory>(
+  auto factory = std::make_shared<ScriptedHttpSessionFactory>(
       [](const HttpRequest& request) { return DataTaskResult{.data = "", .response = NonHttpResponse{request.url}}; });
   testPlatform().bundle().http = factory;
   testPlatform().install();

@@ -7,7 +7,7 @@
 
 #include "platform/secure_store/memory_secure_store.hpp"
 #include "service/key_chain_manager.hpp"
-#include "support/fake_crash_primitives.hpp"
+#include "platform/crash/fake_crash_primitives.hpp"
 #include "support/test_platform.hpp"
 #include "telemetry/crash_report_sender.hpp"
 
@@ -45,7 +45,7 @@ struct RecordingSender {
 
 class CrashHandlerTest : public testing::PlatformTest {
  protected:
-  testing::FakeCrashPrimitives& crash = dynamic_cast<testing::FakeCrashPrimitives&>(*platform()->crash);
+  FakeCrashPrimitives& crash = dynamic_cast<FakeCrashPrimitives&>(*platform()->crash);
   MemorySecureStore& store = dynamic_cast<MemorySecureStore&>(*platform()->secureStore);
   std::shared_ptr<KivKeyChainManager> keychain = KivKeyChainManager::shared();
   KivCrashLogsManager logs{keychain};

@@ -4,7 +4,7 @@
 
 #include <memory>
 
-#include "support/fake_crash_primitives.hpp"
+#include "platform/crash/fake_crash_primitives.hpp"
 
 namespace kiv {
 namespace {
@@ -23,7 +23,7 @@ std::unique_ptr<CrashCapture> exceptionCapture(std::string_view name, std::strin
 }
 
 std::string slotText(const CrashCapture& capture, std::size_t room = 1 << 20) {
-  testing::FakeCrashPrimitives primitives;
+  FakeCrashPrimitives primitives;
   std::string buffer(room, '\0');
   buffer.resize(writeSlotRecord(capture, primitives, buffer));
   return buffer;
@@ -39,7 +39,7 @@ TEST(CrashRecordTest, DatesAreWrittenInUtcWithTheirOffset) {
 }
 
 TEST(CrashRecordTest, TheSlotRecordParsesToTheFullRecordShape) {
-  testing::FakeCrashPrimitives primitives;
+  FakeCrashPrimitives primitives;
   auto signal = std::make_unique<CrashCapture>();
   signal->signal = 11;
   signal->createdAt = sys_days{2025y / 1 / 31};

@@ -1,11 +1,17 @@
-#include "support/fake_crash_primitives.hpp"
+#include "platform/crash/fake_crash_primitives.hpp"
 
 #include <algorithm>
 #include <chrono>
+#include <condition_variable>
+#include <deque>
 
 #include "platform/crash/fixed_text.hpp"
 
-namespace kiv::testing {
+namespace kiv {
+
+struct FakeCrashPrimitives::Saved final : SavedCrashHandler {
+  Disposition disposition;
+};
 
 struct FakeCrashPrimitives::MemorySlot final : CrashSlot {
   mutable std::mutex mutex;
@@ -33,13 +39,9 @@ struct FakeCrashPrimitives::MemorySlot final : CrashSlot {
 
 namespace {
 
-struct SavedDisposition final : SavedCrashHandler {
-  FakeCrashPrimitives::Disposition disposition;
-};
-
-std::string describe(const FakeCrashPrimitives::Disposition& d) {
-  if (d.signalEntry || d.exceptionEntry) return "sdk";
-  return d.host.empty() ? "default" : d.host;
+std::string describe(const auto& disposition) {
+  if (disposition.signalEntry || disposition.exceptionEntry) return "sdk";
+  return disposition.host.empty() ? "default" : disposition.host;
 }
 
 // Same contract as the real pipe, on a condition variable: deliveries in
@@ -85,12 +87,12 @@ std::string FakeCrashPrimitives::exceptionDisposition() const {
 
 void FakeCrashPrimitives::setHostSignalHandler(int signal, std::string name) {
   std::lock_guard lock(mutex_);
-  signals_[signal] = Disposition{nullptr, nullptr, std::move(name)};
+  signals_[signal] = Disposition{.host = std::move(name)};
 }
 
 void FakeCrashPrimitives::setHostExceptionHandler(std::string name) {
   std::lock_guard lock(mutex_);
-  exception_ = Disposition{nullptr, nullptr, std::move(name)};
+  exception_ = Disposition{.host = std::move(name)};
 }
 
 std::vector<int> FakeCrashPrimitives::installOrder() const {
@@ -105,51 +107,25 @@ std::vector<int> FakeCrashPrimitives::blockedDuring(int signal) const {
 }
 
 bool FakeCrashPrimitives::deliverSignal(int signal) {
-  CrashSignalHandler entry = nullptr;
-  {
-    std::lock_guard lock(mutex_);
-    auto it = signals_.find(signal);
-    if (it != signals_.end()) entry = it->second.signalEntry;
-  }
-  if (!entry) return false;
-  entry(signal);
-  return true;
+  std::unique_lock lock(mutex_);
+  auto it = signals_.find(signal);
+  const CrashSignalHandler entry = it == signals_.end() ? nullptr : it->second.signalEntry;
+  lock.unlock();  // the entry may restore handlers
+  if (entry) entry(signal);
+  return entry != nullptr;
 }
 
 bool FakeCrashPrimitives::deliverException(std::string_view name, std::string_view reason) {
-  CrashExceptionHandler entry = nullptr;
-  {
-    std::lock_guard lock(mutex_);
-    entry = exception_.exceptionEntry;
-  }
-  if (!entry) return false;
-  entry(name, reason);
-  return true;
+  std::unique_lock lock(mutex_);
+  const CrashExceptionHandler entry = exception_.exceptionEntry;
+  lock.unlock();
+  if (entry) entry(name, reason);
+  return entry != nullptr;
 }
 
 void FakeCrashPrimitives::setEnvironment(const std::string& name, std::string value) {
   std::lock_guard lock(mutex_);
   environment_[name] = std::move(value);
-}
-
-void FakeCrashPrimitives::setFrames(std::vector<void*> frames) {
-  std::lock_guard lock(mutex_);
-  frames_ = std::move(frames);
-}
-
-int FakeCrashPrimitives::abortCount() const {
-  std::lock_guard lock(mutex_);
-  return aborts_;
-}
-
-int FakeCrashPrimitives::alternateStacks() const {
-  std::lock_guard lock(mutex_);
-  return alternateStacks_;
-}
-
-int FakeCrashPrimitives::prepareCount() const {
-  std::lock_guard lock(mutex_);
-  return prepares_;
 }
 
 std::string FakeCrashPrimitives::ownSlotContent() const {
@@ -173,34 +149,22 @@ void FakeCrashPrimitives::leaveSlot(std::string content) {
 }
 
 std::vector<std::string> FakeCrashPrimitives::remainingLeftSlots() const {
-  std::lock_guard lock(mutex_);
   std::vector<std::string> contents;
-  for (const auto& slot : leftSlots_) {
-    std::lock_guard slotLock(slot->mutex);
-    if (!slot->removed) contents.push_back(slot->content);
-  }
+  for (const auto& slot : uncleared()) contents.push_back(slot->read());
   return contents;
 }
 
-void FakeCrashPrimitives::prepareCapture() {
-  {
-    std::lock_guard lock(mutex_);
-    ++prepares_;
-  }
-  installAlternateStack();
-}
-
-void FakeCrashPrimitives::installAlternateStack() {
-  std::lock_guard lock(mutex_);
-  ++alternateStacks_;
+SavedCrashHandlerPtr FakeCrashPrimitives::save(const Disposition& current) const {
+  auto saved = std::make_shared<Saved>();
+  saved->disposition = current;
+  return saved;
 }
 
 SavedCrashHandlerPtr FakeCrashPrimitives::installSignalHandler(int signal, CrashSignalHandler handler,
                                                                std::span<const int> blocked) {
   std::lock_guard lock(mutex_);
-  auto saved = std::make_shared<SavedDisposition>();
-  saved->disposition = signals_[signal];
-  signals_[signal] = Disposition{handler, nullptr, {}};
+  auto saved = save(signals_[signal]);
+  signals_[signal] = Disposition{.signalEntry = handler};
   blocked_[signal].assign(blocked.begin(), blocked.end());
   installOrder_.push_back(signal);
   return saved;
@@ -208,28 +172,25 @@ SavedCrashHandlerPtr FakeCrashPrimitives::installSignalHandler(int signal, Crash
 
 void FakeCrashPrimitives::restoreSignalHandler(int signal, const SavedCrashHandler* saved) noexcept {
   std::lock_guard lock(mutex_);
-  const auto* previous = static_cast<const SavedDisposition*>(saved);
-  signals_[signal] = previous ? previous->disposition : Disposition{};
+  signals_[signal] = saved ? static_cast<const Saved*>(saved)->disposition : Disposition{};
 }
 
 SavedCrashHandlerPtr FakeCrashPrimitives::installExceptionHandler(CrashExceptionHandler handler) {
   std::lock_guard lock(mutex_);
-  auto saved = std::make_shared<SavedDisposition>();
-  saved->disposition = exception_;
-  exception_ = Disposition{nullptr, handler, {}};
+  auto saved = save(exception_);
+  exception_ = Disposition{.exceptionEntry = handler};
   return saved;
 }
 
 void FakeCrashPrimitives::restoreExceptionHandler(const SavedCrashHandler* saved) {
   std::lock_guard lock(mutex_);
-  const auto* previous = static_cast<const SavedDisposition*>(saved);
-  exception_ = previous ? previous->disposition : Disposition{};
+  exception_ = saved ? static_cast<const Saved*>(saved)->disposition : Disposition{};
 }
 
 std::size_t FakeCrashPrimitives::captureFrames(std::span<void*> frames) noexcept {
-  std::lock_guard lock(mutex_);
-  const std::size_t count = std::min(frames.size(), frames_.size());
-  std::copy_n(frames_.begin(), count, frames.begin());
+  void* const fixed[] = {reinterpret_cast<void*>(0x1000), reinterpret_cast<void*>(0x2000)};
+  const std::size_t count = std::min(frames.size(), std::size(fixed));
+  std::copy_n(fixed, count, frames.begin());
   return count;
 }
 
@@ -241,8 +202,8 @@ std::size_t FakeCrashPrimitives::describeFrame(void* frame, std::span<char> out)
 
 std::vector<std::string> FakeCrashPrimitives::symbolizeFrames(std::span<void* const> frames) {
   std::vector<std::string> lines;
-  char buffer[64];
   for (void* frame : frames) {
+    char buffer[64];
     FixedText text(buffer);
     text.append("fake(symbol+").appendHex(reinterpret_cast<std::uintptr_t>(frame)).append(")");
     lines.emplace_back(text.view());
@@ -253,13 +214,7 @@ std::vector<std::string> FakeCrashPrimitives::symbolizeFrames(std::span<void* co
 std::optional<std::string> FakeCrashPrimitives::environmentValue(const std::string& name) {
   std::lock_guard lock(mutex_);
   auto it = environment_.find(name);
-  if (it == environment_.end()) return std::nullopt;
-  return it->second;
-}
-
-void FakeCrashPrimitives::abort() {
-  std::lock_guard lock(mutex_);
-  ++aborts_;
+  return it == environment_.end() ? std::nullopt : std::optional(it->second);
 }
 
 std::unique_ptr<CrashPipe> FakeCrashPrimitives::makePipe() { return std::make_unique<MemoryPipe>(); }
@@ -271,8 +226,13 @@ std::shared_ptr<CrashSlot> FakeCrashPrimitives::openCrashSlot() {
 }
 
 std::vector<std::shared_ptr<CrashSlot>> FakeCrashPrimitives::leftCrashSlots() {
+  const auto slots = uncleared();
+  return {slots.begin(), slots.end()};
+}
+
+std::vector<std::shared_ptr<FakeCrashPrimitives::MemorySlot>> FakeCrashPrimitives::uncleared() const {
   std::lock_guard lock(mutex_);
-  std::vector<std::shared_ptr<CrashSlot>> slots;
+  std::vector<std::shared_ptr<MemorySlot>> slots;
   for (const auto& slot : leftSlots_) {
     std::lock_guard slotLock(slot->mutex);
     if (!slot->removed) slots.push_back(slot);
@@ -280,4 +240,4 @@ std::vector<std::shared_ptr<CrashSlot>> FakeCrashPrimitives::leftCrashSlots() {
   return slots;
 }
 
-}  // namespace kiv::testing
+}  // namespace kiv

@@ -1,12 +1,13 @@
-// Crash primitives for tests: nothing reaches the OS. Installs are recorded,
-// a test "delivers" a signal or an uncaught exception by calling whatever
-// entry is installed for it, on its own thread, without crashing anything.
-// Slots live in memory; slots left by an "ended process" are planted by the
-// test.
+// Crash primitives that never reach the OS. Installs are recorded; a test
+// "delivers" a signal or an uncaught exception by calling whatever entry is
+// installed for it, on its own thread, without crashing anything. Slots live
+// in memory; slots left by an "ended process" are planted by the test.
+//
+// Frames are always 0x1000 and 0x2000, described as "fake(+0x1000)" and
+// symbolised as "fake(symbol+0x1000)".
 #pragma once
 
-#include <condition_variable>
-#include <deque>
+#include <atomic>
 #include <map>
 #include <mutex>
 #include <string>
@@ -14,7 +15,7 @@
 
 #include "kiv/platform/crash.hpp"
 
-namespace kiv::testing {
+namespace kiv {
 
 class FakeCrashPrimitives final : public CrashPrimitives {
  public:
@@ -35,10 +36,8 @@ class FakeCrashPrimitives final : public CrashPrimitives {
   bool deliverException(std::string_view name, std::string_view reason);
 
   void setEnvironment(const std::string& name, std::string value);
-  void setFrames(std::vector<void*> frames);
-  int abortCount() const;
-  int alternateStacks() const;
-  int prepareCount() const;
+  int abortCount() const { return aborts_; }
+  int prepareCount() const { return prepares_; }
 
   // This process's slot content ("" when cleared or never opened) and how
   // many times it was written.
@@ -49,8 +48,8 @@ class FakeCrashPrimitives final : public CrashPrimitives {
   // Contents of the left slots not cleared yet.
   std::vector<std::string> remainingLeftSlots() const;
 
-  void prepareCapture() override;
-  void installAlternateStack() override;
+  void prepareCapture() override { ++prepares_; }
+  void installAlternateStack() override {}
   SavedCrashHandlerPtr installSignalHandler(int signal, CrashSignalHandler handler,
                                             std::span<const int> blocked) override;
   void restoreSignalHandler(int signal, const SavedCrashHandler* saved) noexcept override;
@@ -60,31 +59,33 @@ class FakeCrashPrimitives final : public CrashPrimitives {
   std::size_t describeFrame(void* frame, std::span<char> out) noexcept override;
   std::vector<std::string> symbolizeFrames(std::span<void* const> frames) override;
   std::optional<std::string> environmentValue(const std::string& name) override;
-  void abort() override;
+  void abort() override { ++aborts_; }
   std::unique_ptr<CrashPipe> makePipe() override;
   std::shared_ptr<CrashSlot> openCrashSlot() override;
   std::vector<std::shared_ptr<CrashSlot>> leftCrashSlots() override;
 
+ private:
   struct Disposition {
     CrashSignalHandler signalEntry = nullptr;
     CrashExceptionHandler exceptionEntry = nullptr;
-    std::string host;  // empty: the default
+    std::string host{};  // empty: the default
   };
+  struct Saved;
   struct MemorySlot;
 
- private:
+  SavedCrashHandlerPtr save(const Disposition& current) const;
+  std::vector<std::shared_ptr<MemorySlot>> uncleared() const;
+
   mutable std::mutex mutex_;
   std::map<int, Disposition> signals_;
   std::map<int, std::vector<int>> blocked_;
   Disposition exception_;
   std::vector<int> installOrder_;
   std::map<std::string, std::string> environment_;
-  std::vector<void*> frames_{reinterpret_cast<void*>(0x1000), reinterpret_cast<void*>(0x2000)};
-  int aborts_ = 0;
-  int alternateStacks_ = 0;
-  int prepares_ = 0;
+  std::atomic<int> aborts_{0};
+  std::atomic<int> prepares_{0};
   std::shared_ptr<MemorySlot> ownSlot_;
   std::vector<std::shared_ptr<MemorySlot>> leftSlots_;
 };
 
-}  // namespace kiv::testing
+}  // namespace kiv
