@@ -1,29 +1,18 @@
 #include <gtest/gtest.h>
 
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "kiv/environment.hpp"
 #include "kiv/error_types.hpp"
 #include "kiv/results.hpp"
+#include "support/wire_values.hpp"
 
 namespace kiv {
 namespace {
 
-template <typename E>
-std::vector<std::string> rawValues() {
-  std::vector<std::string> out;
-  for (auto item : allCases<E>()) out.emplace_back(rawValue(item));
-  return out;
-}
-
-std::vector<std::string> words(const std::string& text) {
-  std::vector<std::string> out;
-  std::istringstream in(text);
-  for (std::string word; in >> word;) out.push_back(word);
-  return out;
-}
+using testing::rawValues;
+using testing::words;
 
 TEST(Vocabulary, ErrorAndFailureTypesHaveTheirWireValuesInDeclarationOrder) {
   EXPECT_EQ(rawValues<KivErrorType>(),

@@ -2,10 +2,10 @@
 
 #include <map>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "support/wire_values.hpp"
 #include "telemetry/analytics_error.hpp"
 #include "telemetry/analytics_event.hpp"
 #include "telemetry/analytics_vocabulary.hpp"
@@ -13,19 +13,8 @@
 namespace kiv {
 namespace {
 
-template <typename E>
-std::vector<std::string> rawValues() {
-  std::vector<std::string> out;
-  for (auto item : allCases<E>()) out.emplace_back(rawValue(item));
-  return out;
-}
-
-std::vector<std::string> words(const std::string& text) {
-  std::vector<std::string> out;
-  std::istringstream in(text);
-  for (std::string word; in >> word;) out.push_back(word);
-  return out;
-}
+using testing::rawValues;
+using testing::words;
 
 TEST(AnalyticsVocabulary, WireValuesAreExactAndInDeclarationOrder) {
   EXPECT_EQ(rawValues<KivAnalyticsPlatform>(), words("native_ios flutter_ios react_native_ios"));
