@@ -4,8 +4,7 @@
 
 namespace kiv {
 
-class FakePathMonitorFactory::Monitor final : public PathMonitor,
-                                              public std::enable_shared_from_this<FakePathMonitorFactory::Monitor> {
+class FakePathMonitorFactory::Monitor final : public PathMonitor {
  public:
   void start(std::shared_ptr<SerialQueue> queue, Handler handler) override {
     std::lock_guard lock(mutex_);
@@ -27,21 +26,17 @@ class FakePathMonitorFactory::Monitor final : public PathMonitor,
 
   void report(NetworkPathStatus status) {
     std::shared_ptr<SerialQueue> queue;
+    std::weak_ptr<Handler> handler;
     {
       std::lock_guard lock(mutex_);
       if (!queue_ || cancelled_) return;
       queue = queue_;
+      handler = handler_;
     }
-    // Looked up again on the queue so that a cancel in between wins.
-    queue->post([weak = weak_from_this(), status] {
-      auto self = weak.lock();
-      if (!self) return;
-      std::shared_ptr<Handler> handler;
-      {
-        std::lock_guard lock(self->mutex_);
-        handler = self->handler_;
-      }
-      if (handler) (*handler)(status);
+    // Only the monitor owns the handler, so a cancel before the queue runs
+    // the report wins.
+    queue->post([handler, status] {
+      if (auto live = handler.lock()) (*live)(status);
     });
   }
 

@@ -107,7 +107,7 @@ NetworkPathStatus currentNetworkPathStatus() {
 
 namespace {
 
-class NetlinkPathMonitor final : public PathMonitor, public std::enable_shared_from_this<NetlinkPathMonitor> {
+class NetlinkPathMonitor final : public PathMonitor {
  public:
   ~NetlinkPathMonitor() override { cancel(); }
 
@@ -183,20 +183,17 @@ class NetlinkPathMonitor final : public PathMonitor, public std::enable_shared_f
 
   void report(NetworkPathStatus status) {
     std::shared_ptr<SerialQueue> queue;
+    std::weak_ptr<Handler> handler;
     {
       std::lock_guard lock(mutex_);
       if (cancelled_) return;
       queue = queue_;
+      handler = handler_;
     }
-    queue->post([weak = weak_from_this(), status] {
-      auto self = weak.lock();
-      if (!self) return;
-      std::shared_ptr<Handler> handler;
-      {
-        std::lock_guard lock(self->mutex_);
-        handler = self->handler_;
-      }
-      if (handler) (*handler)(status);
+    // Only the monitor owns the handler, so a cancel before the queue runs
+    // the report wins.
+    queue->post([handler, status] {
+      if (auto live = handler.lock()) (*live)(status);
     });
   }
 
