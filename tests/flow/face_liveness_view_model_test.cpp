@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
+
 #include "flow/default_iproov_launcher.hpp"
 #include "kiv/backend.hpp"
 #include "kiv/platform/ui/view_toolkit.hpp"
@@ -12,6 +14,7 @@
 #include "support/mobile_token.hpp"
 #include "support/recording_delegate.hpp"
 #include "support/recording_http_server.hpp"
+#include "support/scripted_integrity.hpp"
 #include "support/test_platform.hpp"
 #include "telemetry/crash_handler.hpp"
 
@@ -21,6 +24,7 @@ namespace {
 using testing::Answer;
 using testing::RecordingDelegate;
 using testing::RecordingHttpServer;
+using testing::ScriptedIntegrity;
 using Calls = std::vector<std::string>;
 
 constexpr const char* kSessionPath = "/bff/sessions";
@@ -32,27 +36,6 @@ constexpr const char* kSession =
 const std::string kToken = testing::mobileToken(
     R"({"iss":"acme","extraSettings":{"liveness":{"supplier":{"name":"iproov","product":"liveness",)"
     R"("serviceLocation":"eu.capture.example"}}}})");
-
-// The integrity service as the attempt sees it: clean unless told.
-class ScriptedIntegrity final : public DeviceIntegrity {
- public:
-  std::optional<std::string> atStart;
-  std::function<void(std::string)> report;  // the running monitor's callback
-  int stops = 0;
-
-  std::optional<std::string> check() override { return atStart; }
-  std::shared_ptr<DeviceIntegrityMonitor> startMonitor(std::function<void(std::string)> onViolation) override {
-    report = std::move(onViolation);
-    return std::make_shared<Monitor>(*this);
-  }
-
- private:
-  struct Monitor final : DeviceIntegrityMonitor {
-    explicit Monitor(ScriptedIntegrity& integrity) : owner(integrity) {}
-    void stop() override { ++owner.stops; }
-    ScriptedIntegrity& owner;
-  };
-};
 
 class ViewModelTest : public testing::PlatformTest {
  protected:
@@ -130,20 +113,21 @@ class ViewModelTest : public testing::PlatformTest {
     EXPECT_FALSE(host->presentedViewController());
   }
 
-  // The analytics bodies posted so far with `event`: their properties, with
-  // the parameters the client did not lift (requestParams) merged in.
-  std::vector<Json> tracked(std::string_view event, std::size_t atLeast) {
-    while (server.requests(kTrackPath).size() < atLeast) {
+  // The analytics events of one attempt (the posts may land in any order),
+  // by their "result": the properties with the parameters the client did
+  // not lift (requestParams) merged in.
+  std::map<std::string, Json> tracked(std::size_t count) {
+    while (server.requests(kTrackPath).size() < count) {
       if (!server.waitForRequests(server.requestCount() + 1)) break;
     }
-    std::vector<Json> out;
+    std::map<std::string, Json> out;
     for (const auto& request : server.requests(kTrackPath)) {
       auto body = request.bodyJson().value_or(Json());
-      if (body.value("event", "") != event) continue;
       Json flat = body["properties"];
       const Json params = flat["requestParams"];
       for (const auto& [key, value] : params.items()) flat[key] = value;
-      out.push_back(std::move(flat));
+      const auto name = body.value("event", "") + " " + flat.value("result", "");
+      out[name] = std::move(flat);
     }
     return out;
   }
@@ -176,16 +160,12 @@ TEST_F(ViewModelTest, SuccessfulAttemptGoesOnTheWireAndTearsDown) {
   EXPECT_EQ(launches[0].streamingURL, "wss://eu.capture.example/ws");
   EXPECT_EQ(launches[0].token, "vendor-token");
 
-  const auto provider = tracked("provider_event", 5);
-  ASSERT_EQ(provider.size(), 2u);
-  EXPECT_EQ(provider[0]["provider"], "iproov");
-  EXPECT_EQ(provider[0]["result"], "connected");
-  EXPECT_EQ(provider[1]["result"], "success");
-  const auto finish = tracked("sdk_result", 5);
-  ASSERT_EQ(finish.size(), 1u);
-  EXPECT_EQ(finish[0]["result"], "finish_with_success");
-  EXPECT_EQ(finish[0]["signedResponse"], "signed-1");
-  EXPECT_EQ(finish[0]["provider"], "iproov");
+  auto events = tracked(5);
+  EXPECT_EQ(events["provider_event connected"]["provider"], "iproov");
+  EXPECT_EQ(events["provider_event success"]["provider"], "iproov");
+  const Json& finish = events["sdk_result finish_with_success"];
+  EXPECT_EQ(finish["signedResponse"], "signed-1");
+  EXPECT_EQ(finish["provider"], "iproov");
 }
 
 TEST_F(ViewModelTest, VendorFailureCarriesTheSessionsSignedResponse) {
@@ -194,17 +174,14 @@ TEST_F(ViewModelTest, VendorFailureCarriesTheSessionsSignedResponse) {
   expectTornDown();
   ASSERT_TRUE(loop().runUntil([&] { return !server.requests("/bff/transactions/attempt-1/async").empty(); }));
 
-  const auto provider = tracked("provider_event", 5);
-  ASSERT_EQ(provider.size(), 2u);
-  EXPECT_EQ(provider[1]["result"], "failure");
-  EXPECT_EQ(provider[1]["reason"], "eyes_closed");
-  EXPECT_EQ(provider[1]["description"], "FailureResult(reasons: [eyes_closed, too_dark])");
-  const auto finish = tracked("sdk_result", 5);
-  ASSERT_EQ(finish.size(), 1u);
-  EXPECT_EQ(finish[0]["result"], "finish_with_failure");
-  EXPECT_EQ(finish[0]["errorType"], "eyes_closed");
-  EXPECT_EQ(finish[0]["description"], "Eyes were closed");
-  EXPECT_EQ(finish[0]["signedResponse"], "signed-1");
+  auto events = tracked(5);
+  const Json& failure = events["provider_event failure"];
+  EXPECT_EQ(failure["reason"], "eyes_closed");
+  EXPECT_EQ(failure["description"], "FailureResult(reasons: [eyes_closed, too_dark])");
+  const Json& finish = events["sdk_result finish_with_failure"];
+  EXPECT_EQ(finish["errorType"], "eyes_closed");
+  EXPECT_EQ(finish["description"], "Eyes were closed");
+  EXPECT_EQ(finish["signedResponse"], "signed-1");
 }
 
 struct OutcomeCase {
