@@ -262,9 +262,10 @@ void SandboxServer::serveBackend(const httplib::Request& request, httplib::Respo
   Answer answer;
   if (fault && fault->delayMs > 0) pause(fault->delayMs);
   if (fault && fault->drop) {
-    closeConnections(request.remote_port);
+    // Settled first: a client that sees the connection close may read the log at once.
     recorded.outcome = "fault: connection dropped";
     log_->settle(recorded.id, std::nullopt, recorded.outcome);
+    closeConnections(request.remote_port);
     if (options_.onRequest) options_.onRequest(recorded);
     return;
   }
