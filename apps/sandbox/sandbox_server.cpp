@@ -164,6 +164,13 @@ SandboxServer::SandboxServer(SandboxOptions options, std::unique_ptr<RequestLog>
       key_(options_.key ? *options_.key : SigningKey::generate()),
       log_(std::move(log)),
       server_(makeServerKeepingSigpipe()) {
+  // The library's default adds SO_REUSEPORT, which lets a second sandbox
+  // bind the same port and take half of the first one's connections. Only
+  // SO_REUSEADDR, so a restarted sandbox gets its port back at once.
+  server_->set_socket_options([](int socket) {
+    int yes = 1;
+    setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+  });
   server_->set_tcp_nodelay(true);
   server_->set_keep_alive_max_count(kRequestsPerConnection);
   server_->new_task_queue = [] { return new httplib::ThreadPool(kWorkerThreads); };

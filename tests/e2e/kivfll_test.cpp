@@ -7,6 +7,7 @@
 
 #include "platform/json/json.hpp"
 #include "sandbox/request_log.hpp"
+#include "sandbox/sandbox_server.hpp"
 #include "service/jwt_decoder.hpp"
 #include "support/child_process.hpp"
 #include "support/running_child.hpp"
@@ -103,6 +104,15 @@ TEST(Kivfll, SandboxServesRecordsAndSignsUntilSigterm) {
   const auto recorded = (*log)->requests();
   ASSERT_EQ(recorded.size(), 1u);
   EXPECT_EQ(recorded[0].header("authorization"), token);
+}
+
+TEST(Kivfll, SandboxOnATakenPortIsAnError) {
+  auto holder = sandbox::SandboxServer::start({});
+  ASSERT_TRUE(holder);
+  const auto end = kivfll({"sandbox", "--port", std::to_string((*holder)->port())});
+  ASSERT_FALSE(end.hung);
+  EXPECT_EQ(end.exitCode, 2);
+  EXPECT_NE(end.errors.find(std::to_string((*holder)->port())), std::string::npos) << end.errors;
 }
 
 }  // namespace
