@@ -1,4 +1,4 @@
-// Test mobile tokens: what the maker's backend would issue to a host, made
+// Test mobile tokens: what the maker's backend would hand a host, made
 // here so a host can set up the SDK against the sandbox.
 //
 //   std::string token = kiv::sandbox::mintMobileToken("client-7", "eu.capture.example");
