@@ -7,7 +7,7 @@
 #include <cmath>
 #include <string_view>
 
-namespace kivfll {
+namespace kiv::cli {
 namespace {
 
 constexpr std::array<std::string_view, 10> kSpinnerFrames = {"⠋", "⠙", "⠹", "⠸", "⠼", "⠴", "⠦", "⠧", "⠇", "⠏"};
@@ -55,7 +55,7 @@ std::string Outcome::summary() const {
   return {};
 }
 
-AttemptPrinter::AttemptPrinter(Form form, std::FILE* out, bool interactive, std::shared_ptr<kiv::MainQueue> main,
+AttemptPrinter::AttemptPrinter(Form form, std::FILE* out, bool interactive, std::shared_ptr<MainQueue> main,
                                std::function<void(const Outcome&)> onOutcome)
     : form_(form),
       out_(out),
@@ -63,7 +63,7 @@ AttemptPrinter::AttemptPrinter(Form form, std::FILE* out, bool interactive, std:
       main_(std::move(main)),
       onOutcome_(std::move(onOutcome)) {}
 
-void AttemptPrinter::didFinishWithSuccess(const kiv::KivFaceLivenessLiteResult& livenessResult) {
+void AttemptPrinter::didFinishWithSuccess(const KivFaceLivenessLiteResult& livenessResult) {
   Outcome outcome{Outcome::Kind::success, {}, {}, livenessResult.signedResponse()};
   nlohmann::ordered_json json{{"call", "didFinishWithSuccess"}};
   json["signedResponse"] = livenessResult.signedResponse() ? nlohmann::ordered_json(*livenessResult.signedResponse())
@@ -71,17 +71,17 @@ void AttemptPrinter::didFinishWithSuccess(const kiv::KivFaceLivenessLiteResult& 
   finish(std::move(outcome), jsonLine(std::move(json)));
 }
 
-void AttemptPrinter::didFinishWithFailure(kiv::KivFailureType type, const std::optional<std::string>& description,
+void AttemptPrinter::didFinishWithFailure(KivFailureType type, const std::optional<std::string>& description,
                                           const std::optional<std::string>& signedResponse) {
-  Outcome outcome{Outcome::Kind::failure, std::string(kiv::rawValue(type)), description.value_or(""), signedResponse};
+  Outcome outcome{Outcome::Kind::failure, std::string(rawValue(type)), description.value_or(""), signedResponse};
   nlohmann::ordered_json json{{"call", "didFinishWithFailure"}, {"type", outcome.type}};
   json["description"] = description ? nlohmann::ordered_json(*description) : nlohmann::ordered_json(nullptr);
   json["signedResponse"] = signedResponse ? nlohmann::ordered_json(*signedResponse) : nlohmann::ordered_json(nullptr);
   finish(std::move(outcome), jsonLine(std::move(json)));
 }
 
-void AttemptPrinter::didFinishWithError(kiv::KivErrorType type, const std::string& description) {
-  Outcome outcome{Outcome::Kind::error, std::string(kiv::rawValue(type)), description, std::nullopt};
+void AttemptPrinter::didFinishWithError(KivErrorType type, const std::string& description) {
+  Outcome outcome{Outcome::Kind::error, std::string(rawValue(type)), description, std::nullopt};
   finish(outcome, jsonLine({{"call", "didFinishWithError"}, {"type", outcome.type}, {"description", description}}));
 }
 
@@ -117,9 +117,9 @@ void AttemptPrinter::vendorLaunched() {
   if (form_ == Form::human) line("vendor: capture screen up");
 }
 
-void AttemptPrinter::vendorStatus(const kiv::Status& status) {
+void AttemptPrinter::vendorStatus(const Status& status) {
   if (form_ == Form::json) return;
-  if (const auto* processing = status.as<kiv::Status::processing>()) {
+  if (const auto* processing = status.as<Status::processing>()) {
     const auto text = "vendor: processing " + progressBar(processing->progress);
     if (interactive_) {
       redraw(text);
@@ -129,9 +129,9 @@ void AttemptPrinter::vendorStatus(const kiv::Status& status) {
     return;
   }
   std::string text = "vendor: " + std::string(status.name());
-  if (const auto* failure = status.as<kiv::Status::failure>()) text += " " + failure->result.description();
-  if (const auto* error = status.as<kiv::Status::error>()) {
-    text += " " + std::string(kiv::rawValue(error->iProovError.code()));
+  if (const auto* failure = status.as<Status::failure>()) text += " " + failure->result.description();
+  if (const auto* error = status.as<Status::error>()) {
+    text += " " + std::string(rawValue(error->iProovError.code()));
     if (error->iProovError.errorDescription()) text += " (" + *error->iProovError.errorDescription() + ")";
   }
   line(text);
@@ -178,4 +178,4 @@ void AttemptPrinter::spin() {
   });
 }
 
-}  // namespace kivfll
+}  // namespace kiv::cli

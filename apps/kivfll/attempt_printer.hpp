@@ -21,7 +21,7 @@
 #include "kiv/platform/capture/status.hpp"
 #include "kiv/platform/main_queue.hpp"
 
-namespace kivfll {
+namespace kiv::cli {
 
 // How the attempt ended, as the process reports it.
 struct Outcome {
@@ -37,27 +37,26 @@ struct Outcome {
   std::string summary() const;
 };
 
-class AttemptPrinter final : public kiv::KivFaceLivenessLiteDelegate,
-                             public std::enable_shared_from_this<AttemptPrinter> {
+class AttemptPrinter final : public KivFaceLivenessLiteDelegate, public std::enable_shared_from_this<AttemptPrinter> {
  public:
   enum class Form { human, json };
 
   // `interactive`: `out` is a terminal, so lines may be redrawn. `onOutcome`
   // runs once, after the outcome call was printed.
-  AttemptPrinter(Form form, std::FILE* out, bool interactive, std::shared_ptr<kiv::MainQueue> main,
+  AttemptPrinter(Form form, std::FILE* out, bool interactive, std::shared_ptr<MainQueue> main,
                  std::function<void(const Outcome&)> onOutcome);
 
-  void didFinishWithSuccess(const kiv::KivFaceLivenessLiteResult& livenessResult) override;
-  void didFinishWithFailure(kiv::KivFailureType type, const std::optional<std::string>& description,
+  void didFinishWithSuccess(const KivFaceLivenessLiteResult& livenessResult) override;
+  void didFinishWithFailure(KivFailureType type, const std::optional<std::string>& description,
                             const std::optional<std::string>& signedResponse) override;
-  void didFinishWithError(kiv::KivErrorType type, const std::string& description) override;
+  void didFinishWithError(KivErrorType type, const std::string& description) override;
   void cancelled() override;
   void loading() override;
   void loaded() override;
 
   // The capture vendor's side of the attempt (human form only).
   void vendorLaunched();
-  void vendorStatus(const kiv::Status& status);
+  void vendorStatus(const Status& status);
 
   const std::optional<Outcome>& outcome() const { return outcome_; }
 
@@ -71,14 +70,14 @@ class AttemptPrinter final : public kiv::KivFaceLivenessLiteDelegate,
   const Form form_;
   std::FILE* const out_;
   const bool interactive_;
-  const std::shared_ptr<kiv::MainQueue> main_;
+  const std::shared_ptr<MainQueue> main_;
   const std::function<void(const Outcome&)> onOutcome_;
 
   std::optional<Outcome> outcome_;
   bool redrawing_ = false;  // the cursor stands at the end of a line drawn in place
   bool spinning_ = false;
   std::size_t frame_ = 0;
-  kiv::DelayedTaskHandle nextFrame_;
+  DelayedTaskHandle nextFrame_;
 };
 
-}  // namespace kivfll
+}  // namespace kiv::cli

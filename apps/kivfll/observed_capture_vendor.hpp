@@ -12,23 +12,23 @@
 #include "kiv/platform/capture/capture_vendor.hpp"
 #include "kiv/platform/main_queue.hpp"
 
-namespace kivfll {
+namespace kiv::cli {
 
-class ObservedCaptureVendor final : public kiv::CaptureVendor {
+class ObservedCaptureVendor final : public CaptureVendor {
  public:
   using LaunchObserver = std::function<void()>;
-  using StatusObserver = std::function<void(const kiv::Status&)>;
+  using StatusObserver = std::function<void(const Status&)>;
 
-  ObservedCaptureVendor(std::shared_ptr<kiv::CaptureVendor> inner, std::shared_ptr<kiv::MainQueue> main,
-                        LaunchObserver onLaunch, StatusObserver onStatus)
+  ObservedCaptureVendor(std::shared_ptr<CaptureVendor> inner, std::shared_ptr<MainQueue> main, LaunchObserver onLaunch,
+                        StatusObserver onStatus)
       : inner_(std::move(inner)),
         main_(std::move(main)),
         onLaunch_(std::move(onLaunch)),
         onStatus_(std::move(onStatus)) {}
 
-  std::shared_ptr<kiv::CaptureRun> launch(std::string streamingURL, std::string token, kiv::Options options,
-                                          kiv::StatusCallback callback) override {
-    auto observed = [main = main_, onStatus = onStatus_, callback = std::move(callback)](const kiv::Status& status) {
+  std::shared_ptr<CaptureRun> launch(std::string streamingURL, std::string token, Options options,
+                                     StatusCallback callback) override {
+    auto observed = [main = main_, onStatus = onStatus_, callback = std::move(callback)](const Status& status) {
       // The vendor may call from its own thread; the host looks on the main
       // queue, and the SDK still gets the status where the vendor gave it.
       if (main->isCurrent()) {
@@ -44,10 +44,10 @@ class ObservedCaptureVendor final : public kiv::CaptureVendor {
   }
 
  private:
-  std::shared_ptr<kiv::CaptureVendor> inner_;
-  std::shared_ptr<kiv::MainQueue> main_;
+  std::shared_ptr<CaptureVendor> inner_;
+  std::shared_ptr<MainQueue> main_;
   LaunchObserver onLaunch_;
   StatusObserver onStatus_;
 };
 
-}  // namespace kivfll
+}  // namespace kiv::cli
