@@ -31,6 +31,7 @@ class DeviceIdentity;
 class ViewToolkit;
 class CaptureVendor;
 class CrashPrimitives;
+class DeviceIntegrity;
 
 struct Platform {
   std::shared_ptr<MainQueue> mainQueue;
@@ -47,6 +48,7 @@ struct Platform {
   std::shared_ptr<ViewToolkit> ui;
   std::shared_ptr<CaptureVendor> capture;
   std::shared_ptr<CrashPrimitives> crash;
+  std::shared_ptr<DeviceIntegrity> integrity;
 };
 
 // The Linux services: an Asio main loop (the host runs it, see MainLoop), the
