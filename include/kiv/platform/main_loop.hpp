@@ -8,7 +8,7 @@
 // posts its first calls into the loop, then runs it.
 //
 //   kiv::MainLoop loop;
-//   loop.post([&] { sdk = std::make_shared<kiv::KivFaceLivenessLiteSDK>(); ... });
+//   loop.post([&] { startLiveness(); });   // makes the facade, on the main thread
 //   loop.run();
 #pragma once
 

@@ -39,7 +39,8 @@
 //                                   statuses, and the forced ones follow at
 //                                   once, in order
 //   then STEP                       a step after the final status (a late
-//                                   status, a late dismissal...)
+//                                   status, a late dismissal...); before
+//                                   sync or force: then force canceled
 //
 // A final status ends the script: every step after it must be marked then,
 // so that a typo does not pass for a misbehaving vendor.

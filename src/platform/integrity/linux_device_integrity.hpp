@@ -8,7 +8,8 @@
 // The monitor re-checks every kMonitorInterval seconds. The interval is a
 // delayed task on the main queue, so a test's fake clock drives it, but the
 // files are read on the serial queue kMonitorQueueLabel, never on the main
-// thread. The callback runs on that queue.
+// thread. The callback runs on that queue, and stop() waits for a callback
+// running there to return (unless the callback itself calls stop()).
 #pragma once
 
 #include <cstddef>
