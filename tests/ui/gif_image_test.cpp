@@ -140,10 +140,56 @@ TEST(GifImageTest, WithoutADecodableFrameThereIsNoImage) {
   EXPECT_FALSE(gifImage(encodeGif(GifLayout{8192, 4096, {solidFrame(0, 0, 1, 1, 0)}}).bytes));  // canvas too big
 }
 
-TEST(GifDecoderTest, FramesBeyondTheMemoryBudgetRefuseTheWholeImage) {
+TEST(GifDecoderTest, FramesBeyondTheMemoryBoundRefuseTheWholeImage) {
   const auto bytes = encodeGif(GifLayout{10, 10, {solidFrame(0, 0, 1, 1, 0), solidFrame(0, 0, 1, 1, 1)}}).bytes;
-  EXPECT_FALSE(gif::decode(bytes, {.maxDecodedBytes = 799}));  // two frames of 400 bytes
-  EXPECT_TRUE(gif::decode(bytes, {.maxDecodedBytes = 800}));
+  EXPECT_FALSE(gif::decode(bytes, {.maxHeldBytes = 199}));  // two frames of 100 one-byte indices
+  EXPECT_TRUE(gif::decode(bytes, {.maxHeldBytes = 200}));
+}
+
+// Twelve seconds of 1280 x 720 at ten frames a second: a white canvas with a
+// red 16 x 16 square moving right. The file is a few kilobytes; as RGBA its
+// frames would be 442 MB, as palette indices 110 MB.
+TEST(GifImageTest, TwelveSecondsOfHdAnimationAreKeptWholeAtOneBytePerPixel) {
+  constexpr int kWidth = 1280, kHeight = 720, kFrames = 120;
+  GifLayout layout{kWidth, kHeight, {solidFrame(0, 0, kWidth, kHeight, 3, 10)}};
+  for (int i = 1; i < kFrames; ++i) {
+    layout.frames.push_back(solidFrame(i * 10, 352, 16, 16, 0, 10));
+    layout.frames.back().disposal = DISPOSE_BACKGROUND;
+  }
+  const auto image = gifImage(encodeGif(layout).bytes);
+  ASSERT_TRUE(image);
+  ASSERT_EQ(image->frames().size(), std::size_t{kFrames});
+  EXPECT_NEAR(image->duration(), 12.0, 1e-9);
+  EXPECT_LE(image->byteCount(), std::size_t{kFrames} * kWidth * kHeight + 1024);
+  const auto& last = image->frames().back();
+  EXPECT_EQ(last->width(), kWidth);
+  EXPECT_EQ(paletteIndexAt(last, 1190, 360), 0);       // the square, where the last frame put it
+  EXPECT_EQ(paletteIndexAt(last, 1180, 360), kClear);  // where the one before was cleared
+  EXPECT_EQ(paletteIndexAt(last, 0, 0), 3);
+}
+
+// Three frames with their own 128-colour tables (the third repeats the
+// first): 257 colours and more are kept as two-byte indices, every colour
+// exact, and a repeated table is not added twice.
+TEST(GifDecoderTest, ManyLocalTablesStayExactBeyondTwoHundredFiftySixColours) {
+  const auto table = [](std::uint8_t shade) {
+    std::vector<GifColorType> colors(128, GifColorType{shade, shade, shade});
+    colors[5] = GifLayout::basicPalette()[shade % 8];
+    return colors;
+  };
+  GifLayout layout{2, 1};
+  for (std::uint8_t shade : {1, 2, 1}) {
+    layout.frames.push_back(solidFrame(0, 0, 2, 1, 5));
+    layout.frames.back().localColors = table(shade);
+  }
+  const auto gif = gif::decode(encodeGif(layout).bytes);
+  ASSERT_TRUE(gif && gif->frames.size() == 3);
+  EXPECT_EQ(testing::paletteIndices({gif->frames[0].image, gif->frames[1].image, gif->frames[2].image}),
+            (std::vector<int>{1, 2, 1}));
+  // The palette: transparent, then 128 + 128 colours.
+  EXPECT_EQ(gif->frames[0].image->byteCount(), 2 * 1 + 257 * 4u);
+  EXPECT_EQ(gif->frames[1].image->byteCount(), 2 * 2 + 257 * 4u);
+  EXPECT_EQ(gif->frames[2].image->byteCount(), 2 * 2 + 257 * 4u);
 }
 
 }  // namespace
