@@ -13,8 +13,9 @@
 // any thread.
 //
 // Memory: every frame of a GIF is kept as the whole canvas in palette
-// indices, one byte per pixel (two when the file's colour tables together
-// exceed 256 colours), composed into RGBA only when a frame is drawn
+// indices, one byte per pixel (two when the file's colour tables, plus one
+// transparent colour once a frame shows through, together exceed 256
+// colours), composed into RGBA only when a frame is drawn
 // (Image::rgba()). A 1280 x 720 GIF of 120 frames holds about 110 MB; the
 // same frames as RGBA would take 442 MB. Still frames of a sequence are
 // RGBA, 4 bytes per pixel (indexed when they come from a GIF).

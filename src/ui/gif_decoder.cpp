@@ -109,42 +109,81 @@ bool skipImageData(GifFileType* file, Source& source, std::size_t dataStart) {
   return false;
 }
 
-// The colour tables of the whole file, merged into one palette: entry 0 is
-// transparent, then each distinct table once, in the order first used. The
-// canvas holds indices into it, so drawing a frame is copying indices and a
-// frame is kept as one byte per pixel while the palette has at most 256
-// colours (a file with only a global table and no more than 255 colours).
+// The colour tables of the whole file, merged into one palette: each
+// distinct table once, in the order first used, and a transparent entry
+// added only once a kept frame shows a see-through pixel. The canvas holds
+// indices into it, so drawing a frame is copying indices, and a frame is
+// kept as one byte per pixel while the palette has at most 256 colours: a
+// file with one full 256-colour table that covers its canvas stays there.
 class PaletteBuilder {
  public:
-  static constexpr std::size_t kMaxColors = 65536;
+  // Canvas cells are 16 bits and kClear is not an index: 65535 colours,
+  // the last place kept free for the transparent entry.
+  static constexpr std::size_t kMaxColors = 65535;
 
   // The palette index of the table's first colour; absent when the table
-  // would take the palette past kMaxColors.
+  // would leave no place for the transparent entry.
   std::optional<std::uint16_t> offsetOf(const ColorMapObject& table) {
     std::vector<std::uint8_t> key;
     key.reserve(static_cast<std::size_t>(table.ColorCount) * 4);
-    for (int i = 0; i < table.ColorCount; ++i)
+    for (int i = 0; i < table.ColorCount; ++i) {
       key.insert(key.end(), {table.Colors[i].Red, table.Colors[i].Green, table.Colors[i].Blue, 255});
+    }
     if (const auto found = offsets_.find(key); found != offsets_.end()) return found->second;
     const std::size_t offset = colors();
-    if (offset + static_cast<std::size_t>(table.ColorCount) > kMaxColors) return std::nullopt;
+    if (offset + static_cast<std::size_t>(table.ColorCount) >= kMaxColors) return std::nullopt;
     palette_.insert(palette_.end(), key.begin(), key.end());
     offsets_.emplace(std::move(key), static_cast<std::uint16_t>(offset));
     return static_cast<std::uint16_t>(offset);
+  }
+
+  std::uint16_t transparent() {
+    if (!transparent_) {
+      transparent_ = static_cast<std::uint16_t>(colors());
+      palette_.insert(palette_.end(), {0, 0, 0, 0});
+    }
+    return *transparent_;
   }
 
   std::size_t colors() const { return palette_.size() / 4; }
   Palette take() { return std::move(palette_); }
 
  private:
-  Palette palette_ = {0, 0, 0, 0};
+  Palette palette_;
+  std::optional<std::uint16_t> transparent_;
   std::map<std::vector<std::uint8_t>, std::uint16_t> offsets_;
 };
+
+// A canvas cell nothing has been drawn on (or that was cleared).
+constexpr std::uint16_t kClear = 0xFFFF;
+
+// The canvas as a frame to keep: clear cells become the palette's
+// transparent entry, and the indices are narrowed to bytes when the
+// palette allows. Plain loops: they run over every pixel of every frame.
+std::variant<std::vector<std::uint8_t>, std::vector<std::uint16_t>> keepFrame(const std::vector<std::uint16_t>& cells,
+                                                                              PaletteBuilder& palette) {
+  const std::uint16_t* cell = cells.data();
+  const std::size_t count = cells.size();
+  bool seeThrough = false;
+  for (std::size_t i = 0; i < count && !seeThrough; ++i) seeThrough = cell[i] == kClear;
+  const std::uint16_t transparent = seeThrough ? palette.transparent() : 0;
+  if (palette.colors() <= 256) {
+    std::vector<std::uint8_t> kept(count);
+    for (std::size_t i = 0; i < count; ++i)
+      kept[i] = static_cast<std::uint8_t>(cell[i] == kClear ? transparent : cell[i]);
+    return kept;
+  }
+  std::vector<std::uint16_t> kept(count);
+  for (std::size_t i = 0; i < count; ++i) kept[i] = cell[i] == kClear ? transparent : cell[i];
+  return kept;
+}
 
 class Canvas {
  public:
   Canvas(int width, int height)
-      : width_(width), height_(height), cells_(static_cast<std::size_t>(width) * static_cast<std::size_t>(height)) {}
+      : width_(width),
+        height_(height),
+        cells_(static_cast<std::size_t>(width) * static_cast<std::size_t>(height), kClear) {}
 
   const std::vector<std::uint16_t>& cells() const { return cells_; }
 
@@ -158,7 +197,7 @@ class Canvas {
   }
 
   void clear(const GifImageDesc& desc) {
-    forEachClipped(desc, [&](std::size_t cell, std::size_t) { cells_[cell] = 0; });
+    forEachClipped(desc, [&](std::size_t cell, std::size_t) { cells_[cell] = kClear; });
   }
 
   void restore(const GifImageDesc& desc, const std::vector<std::uint16_t>& saved) {
@@ -251,9 +290,6 @@ std::optional<DecodedGif> decode(std::span<const std::uint8_t> bytes, DecodeOpti
       continue;
     }
 
-    const bool narrow = palette.colors() <= 256;
-    heldBytes += pixels * (narrow ? 1 : 2);
-    if (heldBytes > options.maxHeldBytes) return std::nullopt;
     const int disposal = control ? control->DisposalMode : DISPOSAL_UNSPECIFIED;
     std::vector<std::uint16_t> beforeFrame;
     if (!canvas) canvas.emplace(width, height);
@@ -261,16 +297,9 @@ std::optional<DecodedGif> decode(std::span<const std::uint8_t> bytes, DecodeOpti
     canvas->draw(desc, colors->ColorCount, *offset, *indices,
                  control ? control->TransparentColor : NO_TRANSPARENT_COLOR);
 
-    HeldFrame frame;
-    if (narrow) {
-      // Every cell is below 256 here: the palette has no more colours.
-      std::vector<std::uint8_t> narrowed(pixels);
-      const std::uint16_t* cell = canvas->cells().data();
-      for (std::size_t i = 0; i < pixels; ++i) narrowed[i] = static_cast<std::uint8_t>(cell[i]);
-      frame.cells = std::move(narrowed);
-    } else {
-      frame.cells = canvas->cells();
-    }
+    HeldFrame frame{keepFrame(canvas->cells(), palette), {}};
+    heldBytes += pixels * (frame.cells.index() == 0 ? 1 : 2);
+    if (heldBytes > options.maxHeldBytes) return std::nullopt;
     if (control) frame.delays = delaysFromCentiseconds(control->DelayTime);
     held.push_back(std::move(frame));
 

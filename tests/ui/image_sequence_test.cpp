@@ -145,11 +145,13 @@ TEST_F(BundleTest, SequenceFramesArePngsAndJpegsWhateverTheirExtension) {
 
 // Damaged or hostile still files decode as nothing (and, under the
 // sanitizers, without reading or writing out of bounds).
-TEST(StillImageDecoderTest, DamagedPngsAndJpegsDoNotDecode) {
+TEST(StillImageDecoderTest, DamagedStillFramesDoNotDecode) {
   const auto png = encodePng(1);
   const auto jpeg = encodeJpeg(1, 16);
+  const auto webp = *ResourceBundle::sdk()->data("loading_spinner_1", "webp");
   ASSERT_TRUE(decodeFirstFrame(png));
   ASSERT_TRUE(decodeFirstFrame(jpeg));
+  ASSERT_TRUE(decodeFirstFrame(webp));
   const auto withPngSize = [&](std::uint32_t side) {
     auto bytes = png;  // IHDR: width at 16, height at 20, CRC of bytes 12..28 at 29
     for (int at : {16, 20}) {
@@ -197,6 +199,8 @@ TEST(StillImageDecoderTest, DamagedPngsAndJpegsDoNotDecode) {
       {"jpeg markers only", cut(jpeg, 3)},
       {"jpeg over 4096 x 4096", withJpegSize(4097)},
       {"jpeg of zero size", withJpegSize(0)},
+      {"webp cut in half", cut(webp, webp.size() / 2)},
+      {"webp header only", cut(webp, 12)},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.name);
