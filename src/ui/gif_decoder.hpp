@@ -14,7 +14,8 @@
 // canvas.
 //
 // A frame whose pixel data does not decode (defective LZW data, no colour
-// table, an empty or oversized rectangle) is left out, together with its
+// table, an empty or oversized rectangle, a colour table that would take
+// the file's merged palette past 65535 colours) is left out, together with its
 // delay, and leaves the canvas as it was; decoding goes on with the next
 // frame. A file cut short keeps the frames completed before the cut.
 #pragma once
