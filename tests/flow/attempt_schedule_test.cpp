@@ -19,17 +19,16 @@
 
 #include "flow/face_liveness_view_model.hpp"
 #include "kiv/platform/ui/view_toolkit.hpp"
+#include "platform/integrity/fake_device_integrity.hpp"
 #include "platform/secure_store/memory_secure_store.hpp"
 #include "sdk/state_manager.hpp"
 #include "support/recording_delegate.hpp"
-#include "support/scripted_integrity.hpp"
 #include "support/test_platform.hpp"
 
 namespace kiv {
 namespace {
 
 using testing::RecordingDelegate;
-using testing::ScriptedIntegrity;
 
 SessionResponse validSession() {
   SessionResponse session;
@@ -127,7 +126,6 @@ std::uint64_t envNumber(const char* name, std::uint64_t fallback) {
 class AttemptSchedules : public testing::PlatformTest {
  protected:
   AttemptSchedules() {
-    testPlatform().bundle().integrity = integrity_;
     testPlatform().bundle().secureStore = store_;
     testPlatform().install();
     host_ = platform()->ui->makeViewController();
@@ -136,7 +134,6 @@ class AttemptSchedules : public testing::PlatformTest {
   // Plays the schedule of `seed`; returns what broke, empty when nothing did.
   std::string play(std::uint64_t seed);
 
-  std::shared_ptr<ScriptedIntegrity> integrity_ = std::make_shared<ScriptedIntegrity>();
   std::shared_ptr<CountingStore> store_ = std::make_shared<CountingStore>();
   std::shared_ptr<ViewController> host_;
 };
@@ -153,7 +150,7 @@ std::string AttemptSchedules::play(std::uint64_t seed) {
   bool modelGone = false;
   bool callAfterRelease = false;
   delegate->onCall = [&](const std::string&) { callAfterRelease = callAfterRelease || modelGone; };
-  integrity_->report = nullptr;
+  auto& integrity = static_cast<FakeDeviceIntegrity&>(*platform()->integrity);
 
   KivSDKStateManager::shared().endRun();
   EXPECT_TRUE(KivSDKStateManager::shared().beginRun());
@@ -226,10 +223,9 @@ std::string AttemptSchedules::play(std::uint64_t seed) {
         }
         break;
       case 5:
-        if (integrity_->report) {
+        if (integrity.runningMonitors() > 0) {
           trace << "violation;";
-          auto report = integrity_->report;
-          offMain([&] { report("agent"); });
+          offMain([&] { integrity.reportViolation("agent"); });
         }
         break;
       case 6:

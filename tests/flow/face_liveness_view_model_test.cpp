@@ -3,18 +3,20 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <set>
+#include <thread>
 
 #include "flow/default_iproov_launcher.hpp"
 #include "kiv/backend.hpp"
 #include "kiv/platform/ui/view_toolkit.hpp"
 #include "platform/capture/simulated_capture_vendor.hpp"
+#include "platform/integrity/fake_device_integrity.hpp"
 #include "platform/secure_store/memory_secure_store.hpp"
 #include "sdk/current_environment.hpp"
 #include "sdk/state_manager.hpp"
 #include "support/mobile_token.hpp"
 #include "support/recording_delegate.hpp"
 #include "support/recording_http_server.hpp"
-#include "support/scripted_integrity.hpp"
 #include "support/test_platform.hpp"
 #include "telemetry/crash_handler.hpp"
 
@@ -24,7 +26,6 @@ namespace {
 using testing::Answer;
 using testing::RecordingDelegate;
 using testing::RecordingHttpServer;
-using testing::ScriptedIntegrity;
 using Calls = std::vector<std::string>;
 
 constexpr const char* kSessionPath = "/bff/sessions";
@@ -42,8 +43,6 @@ class ViewModelTest : public testing::PlatformTest {
   ViewModelTest() {
     EXPECT_TRUE(setBackendRootURL(KivEnvironment::dev, server.url()));
     setCurrentEnvironment(KivEnvironment::dev);
-    testPlatform().bundle().integrity = integrity;
-    testPlatform().install();
     server.setAnswer(kSessionPath, Answer::json(200, kSession));
     KivBFFAnalytics::configure({.sessionId = "analytics-1",
                                 .stage = KivAnalyticsStage::dev,
@@ -58,6 +57,7 @@ class ViewModelTest : public testing::PlatformTest {
   void play(std::string_view script) {
     static_cast<SimulatedCaptureVendor&>(*platform()->capture).setScript(CaptureScript::parse(script).value());
   }
+  FakeDeviceIntegrity& integrity() { return static_cast<FakeDeviceIntegrity&>(*platform()->integrity); }
   MemorySecureStore& store() { return static_cast<MemorySecureStore&>(*platform()->secureStore); }
 
   std::shared_ptr<KivFaceLivenessLiteViewModel> makeModel(bool loading = false) {
@@ -133,7 +133,6 @@ class ViewModelTest : public testing::PlatformTest {
   }
 
   RecordingHttpServer server;
-  std::shared_ptr<ScriptedIntegrity> integrity = std::make_shared<ScriptedIntegrity>();
   std::shared_ptr<ViewController> host;
   std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
   std::shared_ptr<KivFaceLivenessLiteViewModel> model;
@@ -235,7 +234,20 @@ INSTANTIATE_TEST_SUITE_P(
                     "failure unknown Hold still signed-1"},
         OutcomeCase{"Canceled", 200, kSession, "connected; canceled", "cancelled"},
         OutcomeCase{"VendorErrorWithText", 200, kSession, R"(error network "Lost")", "error networkException Lost"},
-        OutcomeCase{"VendorErrorWithoutText", 200, kSession, "error server", "error serverException IproovError"}),
+        OutcomeCase{"VendorErrorWithoutText", 200, kSession, "error server", "error serverException IproovError"},
+        // A misbehaving vendor changes nothing once the outcome is decided.
+        OutcomeCase{"LateErrorAfterSuccess", 200, kSession, "connected; success; then error network",
+                    "success signed-1"},
+        OutcomeCase{"StatusAfterCancel", 200, kSession, "failure too_dark; then force canceled",
+                    "failure too_dark Too dark signed-1"},
+        OutcomeCase{"StatusesOffTheMainThread", 200, kSession, "deliver vendor; connected; processing 0.5; success",
+                    "success signed-1"},
+        OutcomeCase{"ConcludedInsideLaunch", 200, kSession, "sync error captureAlreadyActive",
+                    "error captureAlreadyActiveException IproovError"},
+        // The screen asked to go before the result: held until it is delivered.
+        OutcomeCase{"DismissedBeforeTheResult", 200, kSession, "connected; dismiss; wait 2; success",
+                    "success signed-1"},
+        OutcomeCase{"NeverDismissed", 200, kSession, "nodismiss; connected; success", "success signed-1"}),
     [](const auto& param) { return std::string(param.param.name); });
 
 TEST_F(ViewModelTest, DecodingErrorIsAServerException) {
@@ -271,12 +283,12 @@ TEST_F(ViewModelTest, PrewarmStatesDecideLoadingAndFetching) {
 }
 
 TEST_F(ViewModelTest, IntegrityViolationsEndTheAttempt) {
-  integrity->atStart = "debugger attached";
+  integrity().setViolationAtStart("debugger attached");
   EXPECT_EQ(run(), (Calls{"error securityException Security violation: debugger attached", "loaded"}));
   EXPECT_TRUE(server.requests(kSessionPath).empty());
   expectTornDown();
 
-  integrity->atStart.reset();
+  integrity().setViolationAtStart(std::nullopt);
   delegate = std::make_shared<RecordingDelegate>();
   play("connected; wait 5; success");
   begin();
@@ -285,12 +297,12 @@ TEST_F(ViewModelTest, IntegrityViolationsEndTheAttempt) {
     return !static_cast<SimulatedCaptureVendor&>(*platform()->capture).launches().empty() &&
            host->presentedViewController();
   }));
-  integrity->report("frida-agent mapped");  // from the monitor's thread in real life
+  std::thread([&] { integrity().reportViolation("frida-agent mapped"); }).join();  // as from the monitor's queue
   finish();
   EXPECT_EQ(delegate->calls(),
             (Calls{"loading", "loaded", "error securityException Mid-session security violation: frida-agent mapped",
                    "loaded"}));
-  EXPECT_EQ(integrity->stops, 1);
+  EXPECT_EQ(integrity().runningMonitors(), 0u);
   expectTornDown();
 }
 
@@ -326,6 +338,50 @@ TEST_F(ViewModelTest, LoadingViewCoversTheHostOnlyWhenAsked) {
   EXPECT_FALSE(model->loadingView()->view()->isHidden());
   finish();
   EXPECT_TRUE(model->loadingView()->view()->isHidden());
+}
+
+// Whole attempts on the manual pool: the vendor's thread, the service's
+// dispatch and the main queue all run from the loop, and the clock moves
+// only once the session has arrived, so one script gives one trace.
+TEST(DeterministicAttempt, OneScriptGivesOneTrace) {
+  RecordingHttpServer server;
+  server.setAnswer(kSessionPath, Answer::json(200, kSession));
+  std::set<std::string> traces;
+  for (int run = 0; run < 1000; ++run) {
+    testing::TestPlatform test(testing::TestPlatform::Pool::manual);
+    ASSERT_TRUE(setBackendRootURL(KivEnvironment::dev, server.url()));
+    setCurrentEnvironment(KivEnvironment::dev);
+    static_cast<SimulatedCaptureVendor&>(*platform()->capture)
+        .setScript(CaptureScript::parse("deliver vendor; connected; wait 1; failure eyes_closed").value());
+    auto& loop = *test.loop;
+    const auto start = test.clock->now();
+    std::string trace;
+    auto note = [&](const std::string& event) {
+      trace += std::to_string(secondsBetween(start, test.clock->now())) + " " + event + "; ";
+    };
+    auto delegate = std::make_shared<RecordingDelegate>();
+    delegate->onCall = note;
+    loop.postAfter(1.0, [&] { note("unrelated"); });
+
+    ASSERT_TRUE(KivSDKStateManager::shared().beginRun());
+    auto model = KivFaceLivenessLiteViewModel::make(
+        {.service = KivService::create(KivService::makeURLSession(), std::string(kMobileTokenKey), nullptr),
+         .viewController = platform()->ui->makeViewController(),
+         .personId = "person-1",
+         .launcher = std::make_unique<DefaultIProovLauncher>(),
+         .delegate = delegate});
+    ASSERT_TRUE(model->storeCredentials(kToken, "person-1"));
+    model->start(PrewarmState::none{});
+    ASSERT_TRUE(loop.runUntil([&] { return delegate->calls().size() >= 2; }));  // the session arrived
+    while (!delegate->ended()) loop.advance(0.25);
+    loop.advance(KivLiteIProovPresenter::kStandardMaxHold);
+    traces.insert(trace);
+    resetBackendRootURL(KivEnvironment::dev);
+  }
+  EXPECT_EQ(traces.size(), 1u) << *traces.begin();
+  EXPECT_EQ(*traces.begin(),
+            "0.000000 loading; 0.000000 loaded; 1.000000 unrelated; 1.000000 failure eyes_closed Eyes closed signed-1; "
+            "1.000000 loaded; ");
 }
 
 }  // namespace
