@@ -15,6 +15,8 @@
 #include "kiv/platform/main_loop.hpp"
 #include "kiv/platform/main_queue.hpp"
 #include "kiv/platform/platform.hpp"
+#include "kiv/platform/capture/capture_script.hpp"
+#include "kiv/platform/capture/simulated_capture_vendor.hpp"
 #include "kiv/platform/task_pool.hpp"
 #include "kiv/raw_value.hpp"
 #include "kiv/results.hpp"

@@ -4,7 +4,7 @@
 #include "kiv/platform/device_identity.hpp"
 #include "kiv/platform/secure_store.hpp"
 #include "kiv/platform/user_defaults.hpp"
-#include "platform/capture/simulated_capture_vendor.hpp"
+#include "kiv/platform/capture/simulated_capture_vendor.hpp"
 #include "platform/http/curl_http_session.hpp"
 #include "platform/integrity/linux_device_integrity.hpp"
 #include "platform/path_monitor/netlink_path_monitor.hpp"

@@ -1,4 +1,4 @@
-#include "platform/capture/capture_script.hpp"
+#include "kiv/platform/capture/capture_script.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "support/test_services.hpp"
 
-#include "platform/capture/simulated_capture_vendor.hpp"
+#include "kiv/platform/capture/simulated_capture_vendor.hpp"
 #include "platform/crash/fake_crash_primitives.hpp"
 #include "platform/defaults/memory_user_defaults.hpp"
 #include "platform/device/fixed_device_identity.hpp"

@@ -34,7 +34,7 @@
 #include <vector>
 
 #include "kiv/platform/capture/capture_vendor.hpp"
-#include "platform/capture/capture_script.hpp"
+#include "kiv/platform/capture/capture_script.hpp"
 
 namespace kiv {
 
