@@ -90,6 +90,7 @@ void AttemptPrinter::cancelled() {
 }
 
 void AttemptPrinter::loading() {
+  if (onLoading) onLoading(true);
   if (form_ == Form::json) {
     line(jsonLine({{"call", "loading"}}));
     return;
@@ -104,6 +105,7 @@ void AttemptPrinter::loading() {
 }
 
 void AttemptPrinter::loaded() {
+  if (onLoading) onLoading(false);
   if (form_ == Form::json) {
     line(jsonLine({{"call", "loaded"}}));
     return;

@@ -60,6 +60,9 @@ class AttemptPrinter final : public KivFaceLivenessLiteDelegate, public std::ena
 
   const std::optional<Outcome>& outcome() const { return outcome_; }
 
+  // Told of each loading() (true) and loaded() (false), after it was printed.
+  std::function<void(bool)> onLoading;
+
  private:
   void finish(Outcome outcome, std::string jsonLine);
   void line(const std::string& text);

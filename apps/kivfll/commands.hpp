@@ -24,6 +24,8 @@ enum class ExitStatus : int {
 
 using Action = std::function<ExitStatus()>;
 
+void addDemoCommand(CLI::App& app, Action& action);
+void addRunCommand(CLI::App& app, Action& action);
 void addSandboxCommand(CLI::App& app, Action& action);
 void addTokenCommand(CLI::App& app, Action& action);
 void addVerifyCommand(CLI::App& app, Action& action);

@@ -1,0 +1,115 @@
+#include "attempt_host.hpp"
+
+#include <unistd.h>
+
+#include <csignal>
+#include <iostream>
+#include <memory>
+#include <mutex>
+
+#include "kiv/face_liveness_lite.hpp"
+#include "observed_capture_vendor.hpp"
+#include "traffic_counter.hpp"
+
+namespace kiv::cli {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr double kSettlePoll = 0.02;  // seconds between two looks at the traffic
+
+// With --json, standard output carries the delegate calls and nothing else:
+// the SDK's own diagnostic lines go to standard error.
+class StderrConsole final : public Console {
+ public:
+  void writeLine(std::string_view line) override {
+    std::lock_guard lock(mutex_);
+    std::cerr << line << '\n' << std::flush;
+  }
+
+ private:
+  std::mutex mutex_;
+};
+
+// Looks at the traffic every kSettlePoll seconds and calls `done` once it
+// was idle twice in a row (a chain of work never reads idle twice across a
+// poll) or the deadline passed.
+void settle(const std::shared_ptr<MainLoop>& loop, const std::shared_ptr<TrafficCounter>& counter,
+            Clock::time_point deadline, bool wasIdle, std::function<void(bool settled)> done) {
+  const bool idle = counter->idle();
+  if (idle && wasIdle) return done(true);
+  if (Clock::now() >= deadline) return done(false);
+  loop->postAfter(kSettlePoll, [loop, counter, deadline, idle, done = std::move(done)]() mutable {
+    settle(loop, counter, deadline, idle, std::move(done));
+  });
+}
+
+}  // namespace
+
+AttemptReport hostAttempt(const AttemptOptions& options) {
+  AttemptReport report;
+  auto bundle = makeLinuxPlatform();
+  auto loop = std::static_pointer_cast<MainLoop>(bundle.mainQueue);
+  auto counter = std::make_shared<TrafficCounter>();
+  bundle.http = counter->wrap(bundle.http);
+  bundle.taskPool = counter->wrap(bundle.taskPool);
+  if (options.dataDirectory) {
+    bundle.secureStore = makeLinuxSecureStore(options.dataDirectory);
+    bundle.defaults = makeLinuxUserDefaults(options.dataDirectory);
+    bundle.crash = makeLinuxCrashPrimitives(options.dataDirectory);
+  }
+  bundle.camera = std::make_shared<FixedCameraAuthorization>(options.camera, options.grantWhenAsked);
+  if (options.form == AttemptPrinter::Form::json) bundle.console = std::make_shared<StderrConsole>();
+
+  const auto interactive = ::isatty(STDOUT_FILENO) == 1;
+  std::optional<Clock::time_point> setupAt, loadingAt;
+  std::shared_ptr<AttemptPrinter> printer;
+  auto onLaunch = [&] {
+    if (setupAt) report.setupToLaunch = Clock::now() - *setupAt;
+    printer->vendorLaunched();
+    if (options.crashSignal) {
+      // After the launch returned, as a crash inside the capture would come.
+      loop->post([signal = *options.crashSignal] { std::raise(signal); });
+    }
+  };
+  auto onStatus = [&](const Status& status) { printer->vendorStatus(status); };
+  bundle.capture = std::make_shared<ObservedCaptureVendor>(std::make_shared<SimulatedCaptureVendor>(options.capture),
+                                                           loop, onLaunch, onStatus);
+  installPlatform(bundle);
+
+  std::shared_ptr<KivFaceLivenessLiteSDK> sdk;
+  printer = std::make_shared<AttemptPrinter>(options.form, stdout, interactive, loop, [&](const Outcome&) {
+    // The attempt tears down after the call returns; the posts it started
+    // then get their grace period before the loop stops.
+    loop->post([&] {
+      settle(loop, counter, Clock::now() + kTelemetryGrace, false, [&](bool settled) {
+        report.telemetrySettled = settled;
+        loop->stop();
+      });
+    });
+  });
+  printer->onLoading = [&](bool on) {
+    if (on) {
+      loadingAt = Clock::now();
+    } else if (loadingAt && !report.sessionRoundTrip) {
+      report.sessionRoundTrip = Clock::now() - *loadingAt;
+    }
+  };
+
+  // The main loop is not current until run() starts, so the first SDK
+  // calls are posted into it.
+  loop->post([&] {
+    sdk = KivFaceLivenessLiteSDK::make();
+    sdk->setDelegate(printer);
+    setupAt = Clock::now();
+    sdk->setup(options.mobileToken, options.personId, std::nullopt, nullptr, std::nullopt, options.environment,
+               options.loading);
+    if (options.prewarm) sdk->prewarm();
+    sdk->startSDK(platform()->ui->makeViewController());
+  });
+  loop->run();
+  report.outcome = printer->outcome();
+  return report;
+}
+
+}  // namespace kiv::cli
