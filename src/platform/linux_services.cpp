@@ -1,7 +1,9 @@
 #include "platform/linux_services.hpp"
 
+#include "kiv/platform/camera_authorization.hpp"
 #include "kiv/platform/crash.hpp"
 #include "kiv/platform/device_identity.hpp"
+#include "kiv/platform/notification_center.hpp"
 #include "kiv/platform/secure_store.hpp"
 #include "kiv/platform/user_defaults.hpp"
 #include "platform/capture/simulated_capture_vendor.hpp"
@@ -22,6 +24,8 @@ void addLinuxServices(Platform& bundle) {
   bundle.ui = std::make_shared<HeadlessViewToolkit>(std::make_shared<FontconfigFontLookup>());
   bundle.capture = std::make_shared<SimulatedCaptureVendor>();
   bundle.crash = makeLinuxCrashPrimitives();
+  bundle.camera = makeLinuxCameraAuthorization();
+  bundle.notifications = makeMainQueueNotificationCenter();
 }
 
 }  // namespace kiv

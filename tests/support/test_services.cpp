@@ -1,14 +1,16 @@
 #include "support/test_services.hpp"
 
+#include "kiv/platform/notification_center.hpp"
+#include "platform/camera/fake_camera_authorization.hpp"
+#include "platform/capture/simulated_capture_vendor.hpp"
+#include "platform/crash/fake_crash_primitives.hpp"
 #include "platform/defaults/memory_user_defaults.hpp"
 #include "platform/device/fixed_device_identity.hpp"
-#include "platform/secure_store/memory_secure_store.hpp"
-#include "platform/capture/simulated_capture_vendor.hpp"
 #include "platform/http/curl_http_session.hpp"
 #include "platform/path_monitor/fake_path_monitor.hpp"
+#include "platform/secure_store/memory_secure_store.hpp"
 #include "platform/ui/fake_font_lookup.hpp"
 #include "platform/ui/headless_view_toolkit.hpp"
-#include "platform/crash/fake_crash_primitives.hpp"
 
 namespace kiv::testing {
 
@@ -23,6 +25,8 @@ void addTestServices(Platform& bundle) {
       std::make_shared<HeadlessViewToolkit>(std::make_shared<FakeFontLookup>(FakeFontLookup::Families{"Avenir Next"}));
   bundle.capture = std::make_shared<SimulatedCaptureVendor>();
   bundle.crash = std::make_shared<FakeCrashPrimitives>();
+  bundle.camera = std::make_shared<FakeCameraAuthorization>();  // authorized until a test says otherwise
+  bundle.notifications = makeMainQueueNotificationCenter();
 }
 
 }  // namespace kiv::testing
