@@ -30,8 +30,8 @@ struct PrewarmState {
   using Case = std::variant<ready, pending, none>;
 
   template <typename C>
-  requires std::constructible_from<Case, C&&> PrewarmState(C&& value)  // NOLINT(google-explicit-constructor)
-      : value(std::forward<C>(value)) {}
+  requires std::constructible_from<Case, C&&> PrewarmState(C&& state)  // NOLINT(google-explicit-constructor)
+      : value(std::forward<C>(state)) {}
 
   template <typename C>
   const C* as() const {
