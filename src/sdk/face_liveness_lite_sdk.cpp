@@ -93,6 +93,21 @@ void KivFaceLivenessLiteSDK::startSDK(std::shared_ptr<ViewController> viewContro
 KivFaceLivenessLiteSDK::Impl::~Impl() {
   // The handler holds the facade weakly; unregistering just frees it now.
   if (backgroundObserver) platform()->notifications->removeObserver(*backgroundObserver);
+
+  // A run the host abandons with the facade must still stop the capture,
+  // delete the credentials and give the run guard back, or no later run
+  // could start. Its delegate relay goes first, so nobody hears of it.
+  runDelegate.reset();
+  if (!viewModel || viewModel->didDeliverResult()) return;
+  auto end = [model = std::move(viewModel)] {
+    model->finishWithError(KivErrorType::unexpectedErrorException, std::string(kReleasedDuringRunDescription));
+  };
+  const auto queue = platform()->mainQueue;
+  if (queue->isCurrent()) {
+    end();
+  } else {
+    queue->post(std::move(end));
+  }
 }
 
 void KivFaceLivenessLiteSDK::Impl::setup(Configuration newConfiguration) {
@@ -164,6 +179,7 @@ void KivFaceLivenessLiteSDK::Impl::startSDK(std::shared_ptr<ViewController> view
 
   sendStartEvent(sessionId, hasUsablePrewarm());
 
+  runDelegate = std::make_shared<DelegateRelay>(delegate);
   viewModel = KivFaceLivenessLiteViewModel::make({
       .service = makeService(),
       .viewController = std::move(viewController),
@@ -174,7 +190,7 @@ void KivFaceLivenessLiteSDK::Impl::startSDK(std::shared_ptr<ViewController> view
       .loading = configuration->loading,
       .analytics = analytics,
       .launcher = std::make_unique<DefaultIProovLauncher>(),
-      .delegate = delegate,
+      .delegate = runDelegate,
   });
   if (!viewModel->storeCredentials(configuration->mobileToken, configuration->personId)) return;
 

@@ -26,6 +26,7 @@
 #include "kiv/face_liveness_lite_sdk.hpp"
 #include "kiv/platform/clock.hpp"
 #include "kiv/platform/notification_center.hpp"
+#include "sdk/delegate_relay.hpp"
 #include "service/kiv_service.hpp"
 #include "service/session_format.hpp"
 #include "telemetry/analytics_vocabulary.hpp"
@@ -107,6 +108,14 @@ struct KivFaceLivenessLiteSDK::Impl : std::enable_shared_from_this<KivFaceLivene
   PrewarmWaiter prewarmWaiter;  // empty when none
   bool prewarmAbandoned = false;
   std::optional<NotificationCenter::Token> backgroundObserver;
+
+  // What the last run reports through; released with the facade, so that
+  // a run outliving it calls no one.
+  std::shared_ptr<DelegateRelay> runDelegate;
+
+  // The description of the error a run ends with when the host releases
+  // the facade during it (seen only in analytics).
+  static constexpr std::string_view kReleasedDuringRunDescription = "The SDK was released during the run";
 
  private:
   // The start event, from a background task.
