@@ -16,6 +16,7 @@
 //     sdk->startSDK(kiv::platform()->ui->makeViewController());
 //   });
 //   loop->run();                                           // delegate calls arrive here
+//   kiv::platform()->taskPool->waitIdle();                 // let analytics posts finish before exit
 //
 // When the application goes to the background, the host posts
 // kiv::kApplicationDidEnterBackgroundNotification to platform()->notifications.
