@@ -51,16 +51,16 @@ class KivFaceLivenessLiteViewModel : public std::enable_shared_from_this<KivFace
   // What the facade hands over; the provider name and the loading view are
   // the model's own.
   struct Arguments {
-    std::shared_ptr<KivServiceProtocol> service;
-    std::shared_ptr<ViewController> viewController;
-    std::string personId;
-    std::optional<std::string> customLocalization;
-    ResourceBundleRef customLocalizationBundle;
-    std::optional<DorvinUiCustomization> uiCustomization;
+    std::shared_ptr<KivServiceProtocol> service{};
+    std::shared_ptr<ViewController> viewController{};
+    std::string personId{};
+    std::optional<std::string> customLocalization{};
+    ResourceBundleRef customLocalizationBundle{};
+    std::optional<DorvinUiCustomization> uiCustomization{};
     bool loading = false;
-    std::shared_ptr<KivBFFAnalytics> analytics;  // null: no events
-    std::unique_ptr<IProovLaunching> launcher;
-    std::weak_ptr<KivFaceLivenessLiteDelegate> delegate;
+    std::shared_ptr<KivBFFAnalytics> analytics{};  // null: no events
+    std::unique_ptr<IProovLaunching> launcher{};
+    std::weak_ptr<KivFaceLivenessLiteDelegate> delegate{};
   };
 
   static constexpr std::string_view kProviderName = "iproov";

@@ -1,0 +1,332 @@
+#include "flow/face_liveness_view_model.hpp"
+
+#include <gtest/gtest.h>
+
+#include <map>
+
+#include "flow/default_iproov_launcher.hpp"
+#include "kiv/backend.hpp"
+#include "kiv/platform/ui/view_toolkit.hpp"
+#include "platform/capture/simulated_capture_vendor.hpp"
+#include "platform/secure_store/memory_secure_store.hpp"
+#include "sdk/current_environment.hpp"
+#include "sdk/state_manager.hpp"
+#include "support/mobile_token.hpp"
+#include "support/recording_delegate.hpp"
+#include "support/recording_http_server.hpp"
+#include "support/scripted_integrity.hpp"
+#include "support/test_platform.hpp"
+#include "telemetry/crash_handler.hpp"
+
+namespace kiv {
+namespace {
+
+using testing::Answer;
+using testing::RecordingDelegate;
+using testing::RecordingHttpServer;
+using testing::ScriptedIntegrity;
+using Calls = std::vector<std::string>;
+
+constexpr const char* kSessionPath = "/bff/sessions";
+constexpr const char* kTrackPath = "/bff/track-analytics";
+constexpr const char* kSession =
+    R"({"id":"session-1","supplier":{"type":"iproov","token":"vendor-token","settings":{"filter":"natural"}},)"
+    R"("livenessAttemptId":"attempt-1","signedResponse":"signed-1"})";
+
+const std::string kToken = testing::mobileToken(
+    R"({"iss":"acme","extraSettings":{"liveness":{"supplier":{"name":"iproov","product":"liveness",)"
+    R"("serviceLocation":"eu.capture.example"}}}})");
+
+class ViewModelTest : public testing::PlatformTest {
+ protected:
+  ViewModelTest() {
+    EXPECT_TRUE(setBackendRootURL(KivEnvironment::dev, server.url()));
+    setCurrentEnvironment(KivEnvironment::dev);
+    testPlatform().bundle().integrity = integrity;
+    testPlatform().install();
+    server.setAnswer(kSessionPath, Answer::json(200, kSession));
+    KivBFFAnalytics::configure({.sessionId = "analytics-1",
+                                .stage = KivAnalyticsStage::dev,
+                                .clientId = "acme",
+                                .mobileToken = kToken,
+                                .personId = "person-1",
+                                .sdk = {"KivFaceLivenessLite", "3.2.1"}});
+    host = platform()->ui->makeViewController();
+  }
+  ~ViewModelTest() override { resetBackendRootURL(KivEnvironment::dev); }
+
+  void play(std::string_view script) {
+    static_cast<SimulatedCaptureVendor&>(*platform()->capture).setScript(CaptureScript::parse(script).value());
+  }
+  MemorySecureStore& store() { return static_cast<MemorySecureStore&>(*platform()->secureStore); }
+
+  std::shared_ptr<KivFaceLivenessLiteViewModel> makeModel(bool loading = false) {
+    auto analytics = KivBFFAnalytics::shared();
+    return KivFaceLivenessLiteViewModel::make(
+        {.service = KivService::create(KivService::makeURLSession(), std::string(kMobileTokenKey), analytics),
+         .viewController = host,
+         .personId = "person-1",
+         .loading = loading,
+         .analytics = analytics,
+         .launcher = std::make_unique<DefaultIProovLauncher>(),
+         .delegate = delegate});
+  }
+
+  // What the facade does before it hands over: claims the run, arms crash
+  // capture, stores the credentials.
+  void begin(bool loading = false) {
+    ASSERT_TRUE(KivSDKStateManager::shared().beginRun());
+    // Crash capture is armed for the first run of a process only: once
+    // uninstalled the shared handler stays empty.
+    if (auto crashHandler = KivCrashHandler::shared()) crashHandler->install(std::string(kKivSDKService), true);
+    model = makeModel(loading);
+    ASSERT_TRUE(model->storeCredentials(kToken, "person-1"));
+  }
+
+  // Plays the attempt to its delegate call, then past the longest dismissal
+  // hold, moving the fake clock only while nothing else can happen.
+  Calls run(PrewarmState state = PrewarmState::none{}) {
+    begin();
+    model->start(std::move(state));
+    finish();
+    return delegate->calls();
+  }
+  void finish() {
+    while (!delegate->ended()) {
+      ASSERT_TRUE(loop().runUntil([&] { return delegate->ended() || loop().pendingDelayedCount() > 0; }));
+      if (!delegate->ended()) loop().advance(0.25);
+    }
+    loop().advance(KivLiteIProovPresenter::kStandardMaxHold);
+  }
+
+  // Everything an ended attempt must leave behind.
+  void expectTornDown() {
+    for (const auto& [key, value] : store().items()) {
+      EXPECT_NE(key.second, kMobileTokenKey);
+      EXPECT_NE(key.second, kPersonIdKey);
+    }
+    EXPECT_FALSE(KivSDKStateManager::shared().isRunning());
+    EXPECT_EQ(KivCrashHandler::shared(), nullptr);
+    if (model->presenter()) {
+      EXPECT_TRUE(model->presenter()->resultWasDelivered());
+    }
+    EXPECT_FALSE(host->presentedViewController());
+  }
+
+  // The analytics events of one attempt (the posts may land in any order),
+  // by their "result": the properties with the parameters the client did
+  // not lift (requestParams) merged in.
+  std::map<std::string, Json> tracked(std::size_t count) {
+    while (server.requests(kTrackPath).size() < count) {
+      if (!server.waitForRequests(server.requestCount() + 1)) break;
+    }
+    std::map<std::string, Json> out;
+    for (const auto& request : server.requests(kTrackPath)) {
+      auto body = request.bodyJson().value_or(Json());
+      Json flat = body["properties"];
+      const Json params = flat["requestParams"];
+      for (const auto& [key, value] : params.items()) flat[key] = value;
+      const auto name = body.value("event", "") + " " + flat.value("result", "");
+      out[name] = std::move(flat);
+    }
+    return out;
+  }
+
+  RecordingHttpServer server;
+  std::shared_ptr<ScriptedIntegrity> integrity = std::make_shared<ScriptedIntegrity>();
+  std::shared_ptr<ViewController> host;
+  std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
+  std::shared_ptr<KivFaceLivenessLiteViewModel> model;
+};
+
+TEST_F(ViewModelTest, SuccessfulAttemptGoesOnTheWireAndTearsDown) {
+  play("connected; wait 1; success");
+  EXPECT_EQ(run(), (Calls{"loading", "loaded", "success signed-1", "loaded"}));
+  expectTornDown();
+
+  ASSERT_TRUE(server.waitForRequests(2));
+  const auto session = server.requests(kSessionPath).at(0);
+  EXPECT_EQ(session.method, "POST");
+  EXPECT_EQ(session.target, "/bff/sessions?asyncAttempt=true");
+  EXPECT_EQ(session.header("Authorization"), kToken);
+  EXPECT_EQ(session.header("content-type"), "application/json");
+  EXPECT_EQ(session.body, R"({"personId":"person-1","sdk":{"version":"3.2.1","platform":"iOS"}})");
+
+  ASSERT_TRUE(loop().runUntil([&] { return !server.requests("/bff/transactions/attempt-1/async").empty(); }));
+  EXPECT_EQ(server.requests("/bff/transactions/attempt-1/async").at(0).body, R"({"sessionId":"session-1","data":{}})");
+
+  const auto launches = static_cast<SimulatedCaptureVendor&>(*platform()->capture).launches();
+  ASSERT_EQ(launches.size(), 1u);
+  EXPECT_EQ(launches[0].streamingURL, "wss://eu.capture.example/ws");
+  EXPECT_EQ(launches[0].token, "vendor-token");
+
+  auto events = tracked(5);
+  EXPECT_EQ(events["provider_event connected"]["provider"], "iproov");
+  EXPECT_EQ(events["provider_event success"]["provider"], "iproov");
+  const Json& finish = events["sdk_result finish_with_success"];
+  EXPECT_EQ(finish["signedResponse"], "signed-1");
+  EXPECT_EQ(finish["provider"], "iproov");
+}
+
+TEST_F(ViewModelTest, VendorFailureCarriesTheSessionsSignedResponse) {
+  play(R"(connected; failure eyes_closed "Eyes were closed" too_dark)");
+  EXPECT_EQ(run(), (Calls{"loading", "loaded", "failure eyes_closed Eyes were closed signed-1", "loaded"}));
+  expectTornDown();
+  ASSERT_TRUE(loop().runUntil([&] { return !server.requests("/bff/transactions/attempt-1/async").empty(); }));
+
+  auto events = tracked(5);
+  const Json& failure = events["provider_event failure"];
+  EXPECT_EQ(failure["reason"], "eyes_closed");
+  EXPECT_EQ(failure["description"], "FailureResult(reasons: [eyes_closed, too_dark])");
+  const Json& finish = events["sdk_result finish_with_failure"];
+  EXPECT_EQ(finish["errorType"], "eyes_closed");
+  EXPECT_EQ(finish["description"], "Eyes were closed");
+  EXPECT_EQ(finish["signedResponse"], "signed-1");
+}
+
+struct OutcomeCase {
+  const char* name;
+  int status;
+  const char* body;
+  const char* script;
+  const char* outcome;  // the one terminal call
+};
+
+class AttemptOutcomes : public ViewModelTest, public ::testing::WithParamInterface<OutcomeCase> {};
+
+TEST_P(AttemptOutcomes, EndInOneDelegateCall) {
+  server.setAnswer(kSessionPath, Answer::json(GetParam().status, GetParam().body));
+  play(GetParam().script);
+  EXPECT_EQ(run(), (Calls{"loading", "loaded", GetParam().outcome, "loaded"}));
+  expectTornDown();
+}
+
+constexpr const char* kNoSupplier = R"({"livenessAttemptId":"a","signedResponse":"s"})";
+
+INSTANTIATE_TEST_SUITE_P(
+    , AttemptOutcomes,
+    ::testing::Values(
+        OutcomeCase{"Status422WithoutMessage", 422, "", "success",
+                    "error tokenException This client is not eligible for the asynchronous liveness flow."},
+        OutcomeCase{"Status422WithMessage", 422, R"({"message":"Client blocked"})", "success",
+                    "error tokenException Client blocked"},
+        OutcomeCase{"Status500", 500, R"({"error":{"message":"Boom"}})", "success",
+                    "error serverException Server Error"},
+        OutcomeCase{
+            "UpperCaseSupplier", 200,
+            R"({"id":"s","supplier":{"type":"IPROOV","token":""},"livenessAttemptId":"a","signedResponse":"s"})",
+            "success", "success s"},
+        OutcomeCase{"OtherSupplier", 200,
+                    R"({"supplier":{"type":"Onfido","token":"t"},"livenessAttemptId":"a","signedResponse":"s"})",
+                    "success", "error serverException Unsupported supplier: Onfido"},
+        OutcomeCase{"MissingSupplier", 200, kNoSupplier, "success",
+                    "error serverException Unsupported supplier: unknown"},
+        OutcomeCase{"MissingToken", 200,
+                    R"({"supplier":{"type":"iproov"},"livenessAttemptId":"a","signedResponse":"s"})", "success",
+                    "error tokenException Missing token from session"},
+        OutcomeCase{"BlankAttemptId", 200,
+                    R"({"supplier":{"type":"iproov","token":"t"},"livenessAttemptId":" \n ","signedResponse":"s"})",
+                    "success", "error invalidResponseException the session did not return a livenessAttemptId"},
+        OutcomeCase{"MissingSignedResponse", 200,
+                    R"({"supplier":{"type":"iproov","token":"t"},"livenessAttemptId":"a"})", "success",
+                    "error tokenException the session did not return a signedResponse"},
+        OutcomeCase{"FailureWithoutReasons", 200, kSession, "connected; failure", "failure unknown Try Again signed-1"},
+        OutcomeCase{"FailureWithUnknownCode", 200, kSession, R"(failure face_wobble "Hold still")",
+                    "failure unknown Hold still signed-1"},
+        OutcomeCase{"Canceled", 200, kSession, "connected; canceled", "cancelled"},
+        OutcomeCase{"VendorErrorWithText", 200, kSession, R"(error network "Lost")", "error networkException Lost"},
+        OutcomeCase{"VendorErrorWithoutText", 200, kSession, "error server", "error serverException IproovError"}),
+    [](const auto& param) { return std::string(param.param.name); });
+
+TEST_F(ViewModelTest, DecodingErrorIsAServerException) {
+  server.setAnswer(kSessionPath, Answer::json(200, R"({"remainingAttempts":"2"})"));
+  auto calls = run();
+  ASSERT_EQ(calls.size(), 4u);
+  EXPECT_TRUE(calls[2].starts_with("error serverException ")) << calls[2];
+}
+
+TEST_F(ViewModelTest, PrewarmStatesDecideLoadingAndFetching) {
+  auto session = SessionResponse::decode(*json::parse(kSession)).value();
+
+  // A ready session launches at once: no loading(), one loaded() in teardown.
+  EXPECT_EQ(run(PrewarmState::ready{session}), (Calls{"success signed-1", "loaded"}));
+  EXPECT_TRUE(server.requests(kSessionPath).empty());
+
+  // A pending fetch that delivers: its session is used, none is fetched.
+  delegate = std::make_shared<RecordingDelegate>();
+  PrewarmState::Completion waiter;
+  begin();
+  model->start(PrewarmState::pending{[&](PrewarmState::Completion completion) { waiter = std::move(completion); }});
+  EXPECT_EQ(delegate->calls(), (Calls{"loading"}));
+  waiter(session);
+  finish();
+  EXPECT_EQ(delegate->calls(), (Calls{"loading", "loaded", "success signed-1", "loaded"}));
+  EXPECT_TRUE(server.requests(kSessionPath).empty());
+
+  // A pending fetch that comes back empty: the run fetches for itself.
+  delegate = std::make_shared<RecordingDelegate>();
+  EXPECT_EQ(run(PrewarmState::pending{[](PrewarmState::Completion completion) { completion(std::nullopt); }}),
+            (Calls{"loading", "loaded", "success signed-1", "loaded"}));
+  EXPECT_EQ(server.requests(kSessionPath).size(), 1u);
+}
+
+TEST_F(ViewModelTest, IntegrityViolationsEndTheAttempt) {
+  integrity->atStart = "debugger attached";
+  EXPECT_EQ(run(), (Calls{"error securityException Security violation: debugger attached", "loaded"}));
+  EXPECT_TRUE(server.requests(kSessionPath).empty());
+  expectTornDown();
+
+  integrity->atStart.reset();
+  delegate = std::make_shared<RecordingDelegate>();
+  play("connected; wait 5; success");
+  begin();
+  model->start(PrewarmState::none{});
+  ASSERT_TRUE(loop().runUntil([&] {
+    return !static_cast<SimulatedCaptureVendor&>(*platform()->capture).launches().empty() &&
+           host->presentedViewController();
+  }));
+  integrity->report("frida-agent mapped");  // from the monitor's thread in real life
+  finish();
+  EXPECT_EQ(delegate->calls(),
+            (Calls{"loading", "loaded", "error securityException Mid-session security violation: frida-agent mapped",
+                   "loaded"}));
+  EXPECT_EQ(integrity->stops, 1);
+  expectTornDown();
+}
+
+TEST_F(ViewModelTest, KeyChainFailureEndsTheAttemptBeforeItStarts) {
+  ASSERT_TRUE(KivSDKStateManager::shared().beginRun());
+  model = makeModel();
+  store().failNextAdd(-34018);
+  EXPECT_FALSE(model->storeCredentials(kToken, "person-1"));
+  EXPECT_EQ(delegate->calls(), (Calls{"error unsupportedDevice KeyChain error", "loaded"}));
+  EXPECT_FALSE(KivSDKStateManager::shared().isRunning());
+}
+
+TEST_F(ViewModelTest, ReleasedDelegateHearsNothingButTheAttemptStillTearsDown) {
+  play("connected; wait 1; success");
+  begin();
+  model->start(PrewarmState::none{});
+  auto weak = std::weak_ptr<RecordingDelegate>(delegate);
+  delegate.reset();
+  while (!model->didDeliverResult()) {
+    ASSERT_TRUE(loop().runUntil([&] { return model->didDeliverResult() || loop().pendingDelayedCount() > 0; }));
+    if (!model->didDeliverResult()) loop().advance(0.25);
+  }
+  loop().advance(KivLiteIProovPresenter::kStandardMaxHold);
+  EXPECT_TRUE(weak.expired());
+  expectTornDown();
+}
+
+TEST_F(ViewModelTest, LoadingViewCoversTheHostOnlyWhenAsked) {
+  play("success");
+  begin(/*loading=*/true);
+  model->start(PrewarmState::none{});
+  ASSERT_EQ(model->loadingView()->view()->superview(), host->view());
+  EXPECT_FALSE(model->loadingView()->view()->isHidden());
+  finish();
+  EXPECT_TRUE(model->loadingView()->view()->isHidden());
+}
+
+}  // namespace
+}  // namespace kiv

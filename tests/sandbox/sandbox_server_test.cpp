@@ -1,0 +1,244 @@
+#include "sandbox/sandbox_server.hpp"
+
+#include <gtest/gtest.h>
+#include <httplib.h>
+
+#include <future>
+
+#include "platform/json/json.hpp"
+#include "sandbox/signing.hpp"
+#include "service/session_format.hpp"
+
+namespace kiv::sandbox {
+namespace {
+
+constexpr const char* kSessionsTarget = "/bff/sessions?asyncAttempt=true";
+
+std::string sessionBody(std::string_view personId) {
+  return R"({"personId":")" + std::string(personId) + R"(","sdk":{"version":"3.2.1","platform":"iOS"}})";
+}
+
+class SandboxServerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    auto started = SandboxServer::start({});
+    ASSERT_TRUE(started) << started.error();
+    sandbox = std::move(*started);
+    token = sandbox->mintMobileToken("client-7");
+  }
+
+  httplib::Client client() const {
+    httplib::Client http("127.0.0.1", sandbox->port());
+    http.set_read_timeout(std::chrono::seconds(30));
+    return http;
+  }
+
+  httplib::Result post(const std::string& target, const std::string& body, bool authorized = true) const {
+    httplib::Headers headers;
+    if (authorized) headers.emplace("Authorization", token);
+    return client().Post(target.c_str(), headers, body, "application/json");
+  }
+
+  // A session for `personId`, decoded as the SDK decodes it.
+  SessionResponse session(std::string_view personId) const {
+    auto answer = post(kSessionsTarget, sessionBody(personId));
+    EXPECT_TRUE(answer && answer->status == 200);
+    auto decoded = SessionResponse::decode(json::parse(answer ? answer->body : "{}").value_or(Json::object()));
+    EXPECT_TRUE(decoded);
+    return decoded.value_or(SessionResponse{});
+  }
+
+  httplib::Result addFault(const std::string& rule) const {
+    return client().Post("/_sandbox/faults", rule, "application/json");
+  }
+
+  std::unique_ptr<SandboxServer> sandbox;
+  std::string token;
+};
+
+TEST_F(SandboxServerTest, SessionHasEveryFieldAndASignedResponseTheKeyVerifies) {
+  const auto minted = session("p-1");
+  ASSERT_TRUE(minted.id && minted.livenessAttemptId && minted.signedResponse && minted.supplier && minted.user);
+  EXPECT_EQ(minted.clientId, "client-7");
+  EXPECT_EQ(minted.user->personId, "p-1");
+  EXPECT_TRUE(minted.user->userId);
+  EXPECT_EQ(minted.supplier->type, "iproov");
+  EXPECT_FALSE(minted.supplier->token.value_or("").empty());
+  ASSERT_TRUE(minted.supplier->settings);
+  EXPECT_TRUE(minted.supplier->settings->filter);
+  EXPECT_EQ(minted.sdk, (SessionSdk{"3.2.1", "iOS"}));
+  EXPECT_TRUE(minted.remainingAttempts);
+  EXPECT_EQ(minted.hasFingerprint, false);
+  EXPECT_TRUE(minted.createdAt && minted.expiredAt);
+  EXPECT_LT(*minted.createdAt, *minted.expiredAt);
+
+  const auto key = parsePublicKey(sandbox->publicKey());
+  ASSERT_TRUE(key);
+  const auto claims = verifyCompactJws(*minted.signedResponse, *key);
+  ASSERT_TRUE(claims) << claims.error();
+  const auto parsed = json::parse(*claims);
+  ASSERT_TRUE(parsed);
+  EXPECT_EQ(parsed->at("sessionId"), *minted.id);
+  EXPECT_EQ(parsed->at("livenessAttemptId"), *minted.livenessAttemptId);
+  EXPECT_EQ(parsed->at("personId"), "p-1");
+  EXPECT_TRUE(parsed->at("iat").is_number_integer());
+  EXPECT_NE(session("p-1").id, minted.id);
+}
+
+TEST_F(SandboxServerTest, SessionWithoutAuthorizationIsRefusedWith401) {
+  const auto answer = post(kSessionsTarget, sessionBody("p-1"), false);
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->status, 401);
+  EXPECT_TRUE(json::parse(answer->body).value_or(Json::object()).contains("message"));
+}
+
+TEST_F(SandboxServerTest, TransactionIsAcceptedOnlyForAnAttemptItMinted) {
+  const auto minted = session("p-1");
+  const std::string target = "/bff/transactions/" + *minted.livenessAttemptId + "/async";
+  const std::string body = R"({"sessionId":")" + *minted.id + R"(","data":{}})";
+
+  auto answer = post(target, body);
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->status, 200);
+  EXPECT_EQ(answer->body, "{}");
+  EXPECT_EQ(post("/bff/transactions/unknown/async", body)->status, 404);
+  EXPECT_EQ(post("/bff/transactions//async", body)->status, 404);
+  EXPECT_EQ(post(target, R"({"sessionId":"another","data":{}})")->status, 422);
+}
+
+TEST_F(SandboxServerTest, AnalyticsEndpointsAnswerAnEmptyObject) {
+  for (const char* path : {"/bff/track-analytics", "/bff/identify-analytics", "/bff/crashlytics"}) {
+    const auto answer = post(path, R"({"userId":"p-1","event":"start_sdk"})", false);
+    ASSERT_TRUE(answer) << path;
+    EXPECT_EQ(answer->status, 200) << path;
+    EXPECT_EQ(answer->body, "{}") << path;
+  }
+}
+
+TEST_F(SandboxServerTest, StatusFaultAnswersWithItsBodyForItsTimesOnly) {
+  ASSERT_EQ(addFault(R"({"endpoint":"sessions","status":422,"body":"no liveness today","times":1})")->status, 201);
+  const auto spoiled = post(kSessionsTarget, sessionBody("p-1"));
+  ASSERT_TRUE(spoiled);
+  EXPECT_EQ(spoiled->status, 422);
+  EXPECT_EQ(spoiled->body, "no liveness today");
+  EXPECT_EQ(post(kSessionsTarget, sessionBody("p-1"))->status, 200);
+}
+
+TEST_F(SandboxServerTest, PersonFaultSpoilsOnlyThatPersonsRequests) {
+  ASSERT_TRUE(addFault(R"({"endpoint":"sessions","personId":"p-422","status":422})"));
+  EXPECT_EQ(post(kSessionsTarget, sessionBody("p-1"))->status, 200);
+  EXPECT_EQ(post(kSessionsTarget, sessionBody("p-422"))->status, 422);
+
+  // A transaction names no person; its attempt does.
+  const auto minted = session("p-9");
+  ASSERT_TRUE(addFault(R"({"endpoint":"transactions","personId":"p-9","status":500})"));
+  const auto answer = post("/bff/transactions/" + *minted.livenessAttemptId + "/async",
+                           R"({"sessionId":")" + *minted.id + R"(","data":{}})");
+  EXPECT_EQ(answer->status, 500);
+}
+
+TEST_F(SandboxServerTest, AnalyticsFaultCoversEveryAnalyticsEndpointAndNotSessions) {
+  ASSERT_TRUE(addFault(R"({"endpoint":"analytics","status":503})"));
+  for (const char* path : {"/bff/track-analytics", "/bff/identify-analytics", "/bff/crashlytics"}) {
+    EXPECT_EQ(post(path, "{}")->status, 503) << path;
+  }
+  EXPECT_EQ(post(kSessionsTarget, sessionBody("p-1"))->status, 200);
+}
+
+TEST_F(SandboxServerTest, MalformedFaultSendsABodyTheSdkCannotRead) {
+  ASSERT_TRUE(addFault(R"({"endpoint":"sessions","malformed":true,"times":1})"));
+  const auto answer = post(kSessionsTarget, sessionBody("p-1"));
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->status, 200);
+  EXPECT_FALSE(json::parse(answer->body));
+}
+
+TEST_F(SandboxServerTest, DropFaultClosesTheConnectionWithoutAnAnswer) {
+  ASSERT_TRUE(addFault(R"({"endpoint":"sessions","drop":true,"times":1})"));
+  const auto answer = post(kSessionsTarget, sessionBody("p-1"));
+  EXPECT_FALSE(answer);
+  const auto recorded = sandbox->requests();
+  ASSERT_EQ(recorded.size(), 1u);
+  EXPECT_EQ(recorded[0].status, std::nullopt);
+  EXPECT_NE(recorded[0].outcome.find("dropped"), std::string::npos);
+  EXPECT_EQ(post(kSessionsTarget, sessionBody("p-1"))->status, 200);
+}
+
+TEST_F(SandboxServerTest, DelayFaultHoldsItsAnswerWhileLaterRequestsAreAnswered) {
+  // Far longer than the test: the slow answer can only come after the fast one.
+  ASSERT_TRUE(addFault(R"({"endpoint":"sessions","personId":"p-slow","delayMs":600000})"));
+  auto slow = std::async(std::launch::async, [this] { return post(kSessionsTarget, sessionBody("p-slow")); });
+  ASSERT_TRUE(sandbox->waitForRequests({.path = "bff/sessions"}, 1));
+
+  EXPECT_EQ(post(kSessionsTarget, sessionBody("p-fast"))->status, 200);
+  EXPECT_EQ(slow.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+  const auto recorded = sandbox->requests();
+  ASSERT_EQ(recorded.size(), 2u);
+  EXPECT_EQ(recorded[0].status, std::nullopt);  // the slow one arrived first and is still unanswered
+  EXPECT_EQ(recorded[1].status, 200);
+
+  sandbox->stop();  // cuts the delay short
+  slow.wait();
+}
+
+TEST_F(SandboxServerTest, BadFaultRuleIsRefusedWith400AndTheReason) {
+  const auto answer = addFault(R"({"endpoint":"sessions","stauts":500})");
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->status, 400);
+  EXPECT_NE(answer->body.find("stauts"), std::string::npos);
+  EXPECT_EQ(post(kSessionsTarget, sessionBody("p-1"))->status, 200);
+}
+
+TEST_F(SandboxServerTest, DeletingFaultsClearsThem) {
+  ASSERT_TRUE(addFault(R"({"endpoint":"sessions","status":500})"));
+  EXPECT_EQ(post(kSessionsTarget, sessionBody("p-1"))->status, 500);
+  EXPECT_EQ(client().Delete("/_sandbox/faults")->body, R"({"cleared":1})");
+  EXPECT_EQ(post(kSessionsTarget, sessionBody("p-1"))->status, 200);
+}
+
+TEST_F(SandboxServerTest, RequestsAreRecordedAndServedBackByPath) {
+  post(kSessionsTarget, sessionBody("p-1"));
+  post("/bff/track-analytics", R"({"event":"start_sdk"})");
+  ASSERT_TRUE(addFault(R"({"endpoint":"sessions","delayMs":1})"));  // control requests are not recorded
+
+  const auto answer = client().Get("/_sandbox/requests?path=bff/sessions");
+  ASSERT_TRUE(answer);
+  const auto list = json::parse(answer->body);
+  ASSERT_TRUE(list && list->is_array());
+  ASSERT_EQ(list->size(), 1u);
+  const Json& recorded = list->at(0);
+  EXPECT_EQ(recorded.at("method"), "POST");
+  EXPECT_EQ(recorded.at("path"), "/bff/sessions");
+  EXPECT_EQ(recorded.at("query"), "asyncAttempt=true");
+  EXPECT_EQ(recorded.at("headers").at("Authorization"), token);
+  EXPECT_EQ(recorded.at("body"), sessionBody("p-1"));
+  EXPECT_EQ(recorded.at("status"), 200);
+  EXPECT_TRUE(recorded.at("receivedAt").get<std::string>().ends_with("Z"));
+
+  const auto all = json::parse(client().Get("/_sandbox/requests")->body);
+  ASSERT_EQ(all->size(), 2u);
+  EXPECT_EQ(all->at(1).at("path"), "/bff/track-analytics");
+  EXPECT_EQ(client().Get("/_sandbox/requests?after=x")->status, 400);
+}
+
+TEST(RequestLog, FileKeepsItsRecordsAcrossOpenings) {
+  const auto file = std::filesystem::temp_directory_path() / ("kivfll-sandbox-" + std::to_string(::getpid()) + ".db");
+  std::filesystem::remove(file);
+  {
+    auto log = RequestLog::open(file);
+    ASSERT_TRUE(log) << log.error();
+    const auto id = (*log)->record({.method = "POST", .path = "/bff/crashlytics", .body = "{}"});
+    (*log)->settle(id, 200, "crashlytics");
+  }
+  auto reopened = RequestLog::open(file);
+  ASSERT_TRUE(reopened);
+  const auto recorded = (*reopened)->requests({.path = "/bff/crashlytics/"});
+  ASSERT_EQ(recorded.size(), 1u);
+  EXPECT_EQ(recorded[0].status, 200);
+  EXPECT_TRUE((*reopened)->requests({.path = "bff/crash"}).empty());
+  reopened->reset();
+  for (const char* suffix : {"", "-wal", "-shm"}) std::filesystem::remove(file.string() + suffix);
+}
+
+}  // namespace
+}  // namespace kiv::sandbox

@@ -1,0 +1,80 @@
+#include "sandbox/signing.hpp"
+
+#include <gtest/gtest.h>
+
+#include "sandbox/mobile_token.hpp"
+#include "service/jwt_decoder.hpp"
+
+namespace kiv::sandbox {
+namespace {
+
+// Flips one character of the segment at `index` (0 header, 1 payload, 2
+// signature) to another letter of the base64url alphabet.
+std::string tampered(std::string jws, int index) {
+  std::size_t start = 0;
+  for (int i = 0; i < index; ++i) start = jws.find('.', start) + 1;
+  char& c = jws[start + 2];
+  c = c == 'A' ? 'B' : 'A';
+  return jws;
+}
+
+class TamperedJws : public ::testing::TestWithParam<int> {};
+
+TEST_P(TamperedJws, DoesNotVerify) {
+  const auto key = SigningKey::generate();
+  const auto jws = signCompactJws(R"({"sessionId":"s-1","personId":"p-1"})", key);
+  ASSERT_EQ(verifyCompactJws(jws, key.publicKey()), R"({"sessionId":"s-1","personId":"p-1"})");
+  EXPECT_FALSE(verifyCompactJws(tampered(jws, GetParam()), key.publicKey()));
+}
+
+INSTANTIATE_TEST_SUITE_P(EachSegment, TamperedJws, ::testing::Values(0, 1, 2));
+
+TEST(Signing, AnotherKeyOrAnotherAlgorithmDoesNotVerify) {
+  const auto key = SigningKey::generate();
+  const auto jws = signCompactJws("{}", key);
+  EXPECT_FALSE(verifyCompactJws(jws, SigningKey::generate().publicKey()));
+
+  // A token that claims no algorithm must not pass on a matching signature.
+  const std::string input = base64UrlEncode(R"({"alg":"none"})") + "." + base64UrlEncode("{}");
+  EXPECT_FALSE(verifyCompactJws(input + "." + base64UrlEncode(key.sign(input)), key.publicKey()));
+  EXPECT_FALSE(verifyCompactJws(jws + ".x", key.publicKey()));
+}
+
+TEST(Signing, PublicKeyTextReadsBackInEitherBase64Alphabet) {
+  const auto key = SigningKey::fromSeed(std::string(32, '\x07'));
+  ASSERT_TRUE(key);
+  EXPECT_EQ(parsePublicKey(key->publicKeyText()), key->publicKey());
+  EXPECT_EQ(key->publicKeyText().find_first_of("=+/"), std::string::npos);
+
+  std::string standard = key->publicKeyText() + "=";
+  for (char& c : standard) c = c == '-' ? '+' : c == '_' ? '/' : c;
+  EXPECT_EQ(parsePublicKey(standard), key->publicKey());
+
+  EXPECT_FALSE(parsePublicKey("not a key"));
+  EXPECT_FALSE(parsePublicKey(base64UrlEncode(std::string(31, 'k'))));
+}
+
+TEST(MobileToken, CarriesIssuerAndSupplierAsTheSdkReadsThem) {
+  const auto token = mintMobileToken("client-7", std::string("eu.capture.example"));
+  EXPECT_EQ(KivJWTDecoder::issuer(token), "client-7");
+  EXPECT_EQ(KivJWTDecoder::serviceLocation(token), "eu.capture.example");
+  EXPECT_EQ(tokenIssuer(token), "client-7");
+  EXPECT_EQ(tokenIssuer("Bearer " + token), "client-7");
+
+  const auto withoutLocation = mintMobileToken("client-8");
+  EXPECT_EQ(KivJWTDecoder::issuer(withoutLocation), "client-8");
+  EXPECT_EQ(KivJWTDecoder::serviceLocation(withoutLocation), std::nullopt);
+  EXPECT_EQ(tokenIssuer("opaque-token"), std::nullopt);
+}
+
+TEST(MobileToken, IsSignedByTheKeyGiven) {
+  const auto key = SigningKey::generate();
+  const auto token = mintMobileToken("client-7", std::nullopt, key);
+  const auto payload = verifyCompactJws(token, key.publicKey());
+  ASSERT_TRUE(payload);
+  EXPECT_EQ(*payload,
+            R"({"iss":"client-7","extraSettings":{"liveness":{"supplier":{"name":"iproov","product":"liveness"}}}})");
+}
+
+}  // namespace
+}  // namespace kiv::sandbox
