@@ -9,7 +9,6 @@
 
 #include "kiv/backend.hpp"
 #include "kiv/face_liveness_lite_sdk.hpp"
-#include "kiv/platform/device_integrity.hpp"
 #include "kiv/platform/ui/view_toolkit.hpp"
 #include "platform/camera/fake_camera_authorization.hpp"
 #include "platform/capture/simulated_capture_vendor.hpp"
@@ -17,6 +16,7 @@
 #include "sdk/state_manager.hpp"
 #include "service/key_chain_manager.hpp"
 #include "support/recording_http_server.hpp"
+#include "support/scripted_integrity.hpp"
 #include "support/test_platform.hpp"
 
 namespace kiv::testing {
@@ -57,25 +57,12 @@ class LoggingDelegate final : public KivFaceLivenessLiteDelegate {
   std::shared_ptr<CallLog> log_;
 };
 
-// Finds nothing and watches nothing.
-class CleanIntegrity final : public DeviceIntegrity {
-  struct Idle final : DeviceIntegrityMonitor {
-    void stop() override {}
-  };
-
- public:
-  std::optional<std::string> check() override { return std::nullopt; }
-  std::shared_ptr<DeviceIntegrityMonitor> startMonitor(std::function<void(std::string)>) override {
-    return std::make_shared<Idle>();
-  }
-};
-
 class FacadeTest : public PlatformTest {
  protected:
   FacadeTest() {
     EXPECT_TRUE(setBackendRootURL(KivEnvironment::dev, server.url()));
     EXPECT_TRUE(setBackendRootURL(KivEnvironment::beta, server.url()));
-    testPlatform().bundle().integrity = std::make_shared<CleanIntegrity>();
+    testPlatform().bundle().integrity = std::make_shared<ScriptedIntegrity>();
     testPlatform().install();
     server.setAnswer("/bff/sessions", Answer::json(200, kSessionJson));
     sdk->setDelegate(delegate);
