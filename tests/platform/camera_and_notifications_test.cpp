@@ -47,12 +47,6 @@ TEST_F(CameraAuthorizationTest, LinuxStatusFollowsTheVideoDevices) {
   EXPECT_EQ(request(*camera), std::make_pair(true, true));
 }
 
-TEST_F(CameraAuthorizationTest, FixedAnswerComesFromThePool) {
-  FixedCameraAuthorization refusing(CameraAuthorizationStatus::notDetermined, false);
-  EXPECT_EQ(refusing.status(), CameraAuthorizationStatus::notDetermined);
-  EXPECT_EQ(request(refusing), std::make_pair(false, true));
-}
-
 class NotificationCenterTest : public testing::PlatformTest {
  protected:
   std::shared_ptr<NotificationCenter> center = makeMainQueueNotificationCenter();
@@ -76,19 +70,6 @@ TEST_F(NotificationCenterTest, ObserversOfTheNameRunOnTheMainQueueUntilRemoved) 
   center->removeObserver(12345);  // unknown: harmless
   loop().runUntilIdle();
   EXPECT_EQ(calls, (std::vector<std::string>{"first", "second", "first"}));
-}
-
-TEST_F(NotificationCenterTest, HandlerMayRemoveItself) {
-  NotificationCenter::Token token = 0;
-  token = center->addObserver("background", [&] {
-    calls.push_back("once");
-    center->removeObserver(token);
-  });
-  center->post("background");
-  loop().runUntilIdle();
-  center->post("background");
-  loop().runUntilIdle();
-  EXPECT_EQ(calls, std::vector<std::string>{"once"});
 }
 
 }  // namespace

@@ -30,7 +30,7 @@ TEST_F(FacadeTest, StartBeforeSetupReportsAtOnceOnlyToADelegate) {
 }
 
 TEST_F(FacadeTest, SecondStartPrintsALineAndLeavesTheRunAlone) {
-  setup();
+  setup("person-1", KivEnvironment::dev, /*loading=*/false);
   start();
   const auto model = facade().viewModel;
   start();
@@ -40,7 +40,19 @@ TEST_F(FacadeTest, SecondStartPrintsALineAndLeavesTheRunAlone) {
   finishRun();
   EXPECT_EQ(*log, (CallLog{"loading", "loaded", kSuccess, "loaded"}));
   EXPECT_EQ(sessionRequests(), 1u);
-  EXPECT_EQ(events("start_sdk").size(), 1u);
+
+  const auto starts = events("start_sdk");
+  ASSERT_EQ(starts.size(), 1u);
+  EXPECT_EQ(starts[0]["eventType"], "user_interaction");
+  EXPECT_EQ(starts[0]["properties"]["clientId"], "acme");  // the token's issuer
+  const Json& params = starts[0]["properties"]["requestParams"];
+  for (const auto* key : {"deviceIdentified", "deviceData", "model", "osVersion", "appId", "appName", "appVersion"}) {
+    EXPECT_TRUE(params.contains(key)) << key;
+  }
+  EXPECT_EQ(params["stage"], "dev");
+  EXPECT_EQ(params["loading"], false);
+  EXPECT_EQ(params["usedPrewarm"], false);
+  EXPECT_EQ(params["isJailbroken"], false);
 }
 
 struct CameraCase {
@@ -138,25 +150,6 @@ TEST_F(FacadeTest, AnalyticsSessionsFollowSetupsAndStarts) {
   for (const auto& body : events("camera_permission")) permissions.push_back(sessionIdOf(body));
   EXPECT_EQ(std::ranges::count(permissions, *first), 2);
   EXPECT_EQ(std::ranges::count(permissions, *second), 1);
-}
-
-TEST_F(FacadeTest, StartEventCarriesTheRunsValues) {
-  setup("person-1", KivEnvironment::dev, /*loading=*/false);
-  start();
-  finishRun();
-
-  const auto bodies = events("start_sdk");
-  ASSERT_EQ(bodies.size(), 1u);
-  EXPECT_EQ(bodies[0]["eventType"], "user_interaction");
-  EXPECT_EQ(bodies[0]["properties"]["clientId"], "acme");
-  const Json& params = bodies[0]["properties"]["requestParams"];
-  for (const auto* key : {"deviceIdentified", "deviceData", "model", "osVersion", "appId", "appName", "appVersion"}) {
-    EXPECT_TRUE(params.contains(key)) << key;
-  }
-  EXPECT_EQ(params["stage"], "dev");
-  EXPECT_EQ(params["loading"], false);
-  EXPECT_EQ(params["usedPrewarm"], false);
-  EXPECT_EQ(params["isJailbroken"], false);
 }
 
 struct ReleaseCase {
