@@ -11,6 +11,9 @@ if(TARGET kivfll_cli)
   install(TARGETS kivfll_cli RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
 install(DIRECTORY include/kiv DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+# The SDK's own resources (the loading spinner); the library looks for them
+# at this place relative to itself (see src/platform/ui/library_location.hpp).
+install(DIRECTORY resources/ DESTINATION ${CMAKE_INSTALL_DATADIR}/kivfll/resources)
 install(EXPORT kivfllTargets NAMESPACE kiv:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/kivfll)
 
 configure_package_config_file(cmake/kivfllConfig.cmake.in

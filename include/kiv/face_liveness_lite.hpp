@@ -33,6 +33,7 @@
 #include "kiv/platform/camera_authorization.hpp"
 #include "kiv/platform/clock.hpp"
 #include "kiv/platform/console.hpp"
+#include "kiv/platform/device_integrity.hpp"
 #include "kiv/platform/http.hpp"
 #include "kiv/platform/main_loop.hpp"
 #include "kiv/platform/main_queue.hpp"

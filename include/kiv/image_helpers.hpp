@@ -7,11 +7,21 @@
 // An animated image shows each frame for duration / frame count. A GIF
 // frame's delay is its unclamped delay when above 0, else its clamped delay
 // when above 0, else 0.1 s; frames that do not decode are left out together
-// with their delay. Still frames of a sequence may be GIF (its first frame)
-// or WebP (still, or an animation's first frame). All functions are pure,
-// read the bundle's files synchronously and may run on any thread.
+// with their delay. Still frames of a sequence may be PNG, JPEG, GIF (its
+// first frame) or WebP (still, or an animation's first frame). All
+// functions are pure, read the bundle's files synchronously and may run on
+// any thread.
+//
+// Memory: every frame of a GIF is kept as the whole canvas in palette
+// indices, one byte per pixel (two when the file's colour tables, plus one
+// transparent colour once a frame shows through, together exceed 256
+// colours), composed into RGBA only when a frame is drawn
+// (Image::rgba()). A 1280 x 720 GIF of 120 frames holds about 110 MB; the
+// same frames as RGBA would take 442 MB. Still frames of a sequence are
+// RGBA, 4 bytes per pixel (indexed when they come from a GIF).
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -23,8 +33,16 @@
 
 namespace kiv {
 
+// The bound against decompression bombs: a GIF whose frames would hold more
+// than this (512 MiB, about 580 frames of 1280 x 720, 23 s at 25 frames a
+// second) gives no image at all rather than a silently shortened one. A
+// canvas or frame over 4096 x 4096 pixels is refused too. Decoding time is
+// linear in the bytes held.
+inline constexpr std::size_t kGifImageMaxBytes = std::size_t{512} * 1024 * 1024;
+
 // The animated image of a GIF's frames, composited onto its canvas. Absent
-// when the data is not a GIF or no frame decodes.
+// when the data is not a GIF, no frame decodes, or the frames exceed
+// kGifImageMaxBytes.
 ImageRef gifImage(std::span<const std::uint8_t> data);
 
 // gifImage(data) of the bundle's resource `name`.gif; absent when the

@@ -8,6 +8,7 @@
 #include "kiv/platform/user_defaults.hpp"
 #include "platform/capture/simulated_capture_vendor.hpp"
 #include "platform/http/curl_http_session.hpp"
+#include "platform/integrity/linux_device_integrity.hpp"
 #include "platform/path_monitor/netlink_path_monitor.hpp"
 #include "platform/ui/fontconfig_font_lookup.hpp"
 #include "platform/ui/headless_view_toolkit.hpp"
@@ -24,6 +25,7 @@ void addLinuxServices(Platform& bundle) {
   bundle.ui = std::make_shared<HeadlessViewToolkit>(std::make_shared<FontconfigFontLookup>());
   bundle.capture = std::make_shared<SimulatedCaptureVendor>();
   bundle.crash = makeLinuxCrashPrimitives();
+  bundle.integrity = std::make_shared<LinuxDeviceIntegrity>();
   bundle.camera = makeLinuxCameraAuthorization();
   bundle.notifications = makeMainQueueNotificationCenter();
 }

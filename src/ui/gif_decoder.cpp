@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <cstring>
+#include <map>
 #include <memory>
 #include <utility>
+#include <variant>
 
 namespace kiv::gif {
 namespace {
@@ -107,37 +109,104 @@ bool skipImageData(GifFileType* file, Source& source, std::size_t dataStart) {
   return false;
 }
 
+// The colour tables of the whole file, merged into one palette: each
+// distinct table once, in the order first used, and a transparent entry
+// added only once a kept frame shows a see-through pixel. The canvas holds
+// indices into it, so drawing a frame is copying indices, and a frame is
+// kept as one byte per pixel while the palette has at most 256 colours: a
+// file with one full 256-colour table that covers its canvas stays there.
+class PaletteBuilder {
+ public:
+  // Canvas cells are 16 bits and kClear is not an index: 65535 colours,
+  // the last place kept free for the transparent entry.
+  static constexpr std::size_t kMaxColors = 65535;
+
+  // The palette index of the table's first colour; absent when the table
+  // would leave no place for the transparent entry.
+  std::optional<std::uint16_t> offsetOf(const ColorMapObject& table) {
+    std::vector<std::uint8_t> key;
+    key.reserve(static_cast<std::size_t>(table.ColorCount) * 4);
+    for (int i = 0; i < table.ColorCount; ++i) {
+      key.insert(key.end(), {table.Colors[i].Red, table.Colors[i].Green, table.Colors[i].Blue, 255});
+    }
+    if (const auto found = offsets_.find(key); found != offsets_.end()) return found->second;
+    const std::size_t offset = colors();
+    if (offset + static_cast<std::size_t>(table.ColorCount) >= kMaxColors) return std::nullopt;
+    palette_.insert(palette_.end(), key.begin(), key.end());
+    offsets_.emplace(std::move(key), static_cast<std::uint16_t>(offset));
+    return static_cast<std::uint16_t>(offset);
+  }
+
+  std::uint16_t transparent() {
+    if (!transparent_) {
+      transparent_ = static_cast<std::uint16_t>(colors());
+      palette_.insert(palette_.end(), {0, 0, 0, 0});
+    }
+    return *transparent_;
+  }
+
+  std::size_t colors() const { return palette_.size() / 4; }
+  Palette take() { return std::move(palette_); }
+
+ private:
+  Palette palette_;
+  std::optional<std::uint16_t> transparent_;
+  std::map<std::vector<std::uint8_t>, std::uint16_t> offsets_;
+};
+
+// A canvas cell nothing has been drawn on (or that was cleared).
+constexpr std::uint16_t kClear = 0xFFFF;
+
+// The canvas as a frame to keep: clear cells become the palette's
+// transparent entry, and the indices are narrowed to bytes when the
+// palette allows. Plain loops: they run over every pixel of every frame.
+std::variant<std::vector<std::uint8_t>, std::vector<std::uint16_t>> keepFrame(const std::vector<std::uint16_t>& cells,
+                                                                              PaletteBuilder& palette) {
+  const std::uint16_t* cell = cells.data();
+  const std::size_t count = cells.size();
+  bool seeThrough = false;
+  for (std::size_t i = 0; i < count && !seeThrough; ++i) seeThrough = cell[i] == kClear;
+  const std::uint16_t transparent = seeThrough ? palette.transparent() : 0;
+  if (palette.colors() <= 256) {
+    std::vector<std::uint8_t> kept(count);
+    for (std::size_t i = 0; i < count; ++i)
+      kept[i] = static_cast<std::uint8_t>(cell[i] == kClear ? transparent : cell[i]);
+    return kept;
+  }
+  std::vector<std::uint16_t> kept(count);
+  for (std::size_t i = 0; i < count; ++i) kept[i] = cell[i] == kClear ? transparent : cell[i];
+  return kept;
+}
+
 class Canvas {
  public:
   Canvas(int width, int height)
-      : width_(width), height_(height), rgba_(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4) {}
+      : width_(width),
+        height_(height),
+        cells_(static_cast<std::size_t>(width) * static_cast<std::size_t>(height), kClear) {}
 
-  const std::vector<std::uint8_t>& rgba() const { return rgba_; }
+  const std::vector<std::uint16_t>& cells() const { return cells_; }
 
-  void draw(const GifImageDesc& desc, const ColorMapObject& colors, const std::vector<GifByteType>& indices,
+  void draw(const GifImageDesc& desc, int colorCount, std::uint16_t offset, const std::vector<GifByteType>& indices,
             int transparentIndex) {
-    forEachClipped(desc, [&](std::size_t offset, std::size_t index) {
+    forEachClipped(desc, [&](std::size_t cell, std::size_t index) {
       const int colorIndex = indices[index];
-      if (colorIndex == transparentIndex || colorIndex >= colors.ColorCount) return;
-      const GifColorType& color = colors.Colors[colorIndex];
-      rgba_[offset] = color.Red;
-      rgba_[offset + 1] = color.Green;
-      rgba_[offset + 2] = color.Blue;
-      rgba_[offset + 3] = 255;
+      if (colorIndex == transparentIndex || colorIndex >= colorCount) return;
+      cells_[cell] = static_cast<std::uint16_t>(offset + colorIndex);
     });
   }
 
   void clear(const GifImageDesc& desc) {
-    forEachClipped(desc, [&](std::size_t offset, std::size_t) { std::memset(&rgba_[offset], 0, 4); });
+    forEachClipped(desc, [&](std::size_t cell, std::size_t) { cells_[cell] = kClear; });
   }
 
-  void restore(const GifImageDesc& desc, const std::vector<std::uint8_t>& saved) {
-    forEachClipped(desc, [&](std::size_t offset, std::size_t) { std::memcpy(&rgba_[offset], &saved[offset], 4); });
+  void restore(const GifImageDesc& desc, const std::vector<std::uint16_t>& saved) {
+    forEachClipped(desc, [&](std::size_t cell, std::size_t) { cells_[cell] = saved[cell]; });
   }
 
  private:
-  // Calls `visit(canvas byte offset, index into the frame's pixels)` for each
-  // pixel of the frame's rectangle that lies on the canvas.
+  // Calls `visit(canvas cell, index into the frame's pixels)` for each pixel
+  // of the frame's rectangle that lies on the canvas.
   template <typename Visit>
   void forEachClipped(const GifImageDesc& desc, Visit&& visit) {
     const int rows = std::min(desc.Height, height_ - desc.Top);
@@ -146,7 +215,7 @@ class Canvas {
       const auto y = static_cast<std::size_t>(desc.Top + row);
       for (int column = 0; column < columns; ++column) {
         const auto x = static_cast<std::size_t>(desc.Left + column);
-        visit((y * static_cast<std::size_t>(width_) + x) * 4,
+        visit(y * static_cast<std::size_t>(width_) + x,
               static_cast<std::size_t>(row) * static_cast<std::size_t>(desc.Width) + static_cast<std::size_t>(column));
       }
     }
@@ -154,7 +223,13 @@ class Canvas {
 
   int width_;
   int height_;
-  std::vector<std::uint8_t> rgba_;
+  std::vector<std::uint16_t> cells_;
+};
+
+// A kept frame before the palette is final.
+struct HeldFrame {
+  std::variant<std::vector<std::uint8_t>, std::vector<std::uint16_t>> cells;
+  FrameDelays delays;
 };
 
 }  // namespace
@@ -183,16 +258,15 @@ std::optional<DecodedGif> decode(std::span<const std::uint8_t> bytes, DecodeOpti
   const int width = file->SWidth;
   const int height = file->SHeight;
   if (width <= 0 || height <= 0) return std::nullopt;
-  const std::size_t canvasBytes = static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4;
-  if (canvasBytes / 4 > kMaxCanvasPixels) return std::nullopt;
+  const std::size_t pixels = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
+  if (pixels > kMaxCanvasPixels) return std::nullopt;
 
-  DecodedGif result;
-  result.width = width;
-  result.height = height;
   // Made when the first frame decodes: most damaged files never get there.
   std::optional<Canvas> canvas;
+  PaletteBuilder palette;
+  std::vector<HeldFrame> held;
   std::optional<GraphicsControlBlock> pendingControl;
-  std::size_t decodedBytes = 0;
+  std::size_t heldBytes = 0;
 
   for (;;) {
     GifRecordType type = UNDEFINED_RECORD_TYPE;
@@ -208,29 +282,41 @@ std::optional<DecodedGif> decode(std::span<const std::uint8_t> bytes, DecodeOpti
     const bool described = DGifGetImageDesc(file.get()) == GIF_OK;
     const std::size_t dataStart = source.position;
     auto indices = described ? readIndices(file.get()) : std::nullopt;
-    if (!indices) {
+    const GifImageDesc& desc = file->Image;
+    const ColorMapObject* colors = desc.ColorMap != nullptr ? desc.ColorMap : file->SColorMap;
+    const auto offset = indices ? palette.offsetOf(*colors) : std::nullopt;
+    if (!offset) {
       if (options.firstFrameOnly || !skipImageData(file.get(), source, dataStart)) break;
       continue;
     }
 
-    if (decodedBytes + canvasBytes > options.maxDecodedBytes) return std::nullopt;
-    const GifImageDesc& desc = file->Image;
-    const ColorMapObject& colors = desc.ColorMap != nullptr ? *desc.ColorMap : *file->SColorMap;
     const int disposal = control ? control->DisposalMode : DISPOSAL_UNSPECIFIED;
-    std::vector<std::uint8_t> beforeFrame;
+    std::vector<std::uint16_t> beforeFrame;
     if (!canvas) canvas.emplace(width, height);
-    if (disposal == DISPOSE_PREVIOUS) beforeFrame = canvas->rgba();
-    canvas->draw(desc, colors, *indices, control ? control->TransparentColor : NO_TRANSPARENT_COLOR);
+    if (disposal == DISPOSE_PREVIOUS) beforeFrame = canvas->cells();
+    canvas->draw(desc, colors->ColorCount, *offset, *indices,
+                 control ? control->TransparentColor : NO_TRANSPARENT_COLOR);
 
-    Frame frame;
-    frame.image = Image::still(width, height, canvas->rgba());
+    HeldFrame frame{keepFrame(canvas->cells(), palette), {}};
+    heldBytes += pixels * (frame.cells.index() == 0 ? 1 : 2);
+    if (heldBytes > options.maxHeldBytes) return std::nullopt;
     if (control) frame.delays = delaysFromCentiseconds(control->DelayTime);
-    result.frames.push_back(std::move(frame));
-    decodedBytes += canvasBytes;
+    held.push_back(std::move(frame));
 
     if (disposal == DISPOSE_BACKGROUND) canvas->clear(desc);
     if (disposal == DISPOSE_PREVIOUS) canvas->restore(desc, beforeFrame);
     if (options.firstFrameOnly) break;
+  }
+
+  DecodedGif result;
+  result.width = width;
+  result.height = height;
+  const auto shared = std::make_shared<const Palette>(palette.take());
+  result.frames.reserve(held.size());
+  for (auto& frame : held) {
+    auto image =
+        std::visit([&](auto& cells) { return Image::indexed(width, height, shared, std::move(cells)); }, frame.cells);
+    result.frames.push_back(Frame{std::move(image), frame.delays});
   }
   return result;
 }

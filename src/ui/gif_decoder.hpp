@@ -1,5 +1,6 @@
-// GIF decoding over giflib: bytes in, full-canvas RGBA frames and each
-// frame's delay properties out. Pure functions, safe on any thread.
+// GIF decoding over giflib: bytes in, full-canvas frames (palette indices
+// into one palette shared by the whole animation) and each frame's delay
+// properties out. Pure functions, safe on any thread.
 //
 //   auto gif = kiv::gif::decode(bytes);
 //   if (gif) for (auto& frame : gif->frames) total += kiv::gif::frameDelay(frame.delays);
@@ -13,7 +14,8 @@
 // canvas.
 //
 // A frame whose pixel data does not decode (defective LZW data, no colour
-// table, an empty or oversized rectangle) is left out, together with its
+// table, an empty or oversized rectangle, a colour table that would take
+// the file's merged palette past 65535 colours) is left out, together with its
 // delay, and leaves the canvas as it was; decoding goes on with the next
 // frame. A file cut short keeps the frames completed before the cut.
 #pragma once
@@ -24,17 +26,18 @@
 #include <span>
 #include <vector>
 
+#include "kiv/image_helpers.hpp"
 #include "kiv/platform/ui/image.hpp"
 
 namespace kiv::gif {
 
-// Hostile headers can claim a 65535 x 65535 canvas (16 GiB of RGBA per
-// frame). A canvas, and a frame rectangle, may hold at most 4096 x 4096
-// pixels (64 MiB of RGBA); a GIF whose kept frames would together need more
-// than 256 MiB of RGBA is refused as a whole rather than cut short, so a
-// caller never plays a silently truncated animation.
+// Hostile headers can claim a 65535 x 65535 canvas. A canvas, and a frame
+// rectangle, may hold at most 4096 x 4096 pixels. Frames are held as palette
+// indices (see Image), and a GIF whose kept frames would together hold more
+// than maxHeldBytes is refused as a whole rather than cut short, so a caller
+// never plays a silently truncated animation; the default is the public
+// kGifImageMaxBytes.
 inline constexpr std::size_t kMaxCanvasPixels = std::size_t{4096} * 4096;
-inline constexpr std::size_t kMaxDecodedBytes = std::size_t{256} * 1024 * 1024;
 
 // The player's delay when a frame says nothing usable.
 inline constexpr double kDefaultFrameDelay = 0.1;
@@ -55,7 +58,7 @@ FrameDelays delaysFromCentiseconds(int centiseconds);
 double frameDelay(const FrameDelays& delays);
 
 struct Frame {
-  ImageRef image;  // the whole canvas after this frame was drawn
+  ImageRef image;  // the whole canvas after this frame was drawn, indexed
   FrameDelays delays;
 };
 
@@ -68,12 +71,13 @@ struct DecodedGif {
 struct DecodeOptions {
   // Stop after the first frame of the file, whether it decoded or not.
   bool firstFrameOnly = false;
-  std::size_t maxDecodedBytes = kMaxDecodedBytes;
+  std::size_t maxHeldBytes = kGifImageMaxBytes;
 };
 
 // Absent when the bytes are not a GIF, the canvas is empty or over
-// kMaxCanvasPixels, or the kept frames would exceed maxDecodedBytes.
-// An empty `frames` means the file holds no frame or none decoded.
+// kMaxCanvasPixels, or the kept frames would hold more than maxHeldBytes.
+// An empty `frames` means the file holds no frame or none decoded. Time and
+// memory are linear in the frames kept.
 std::optional<DecodedGif> decode(std::span<const std::uint8_t> bytes, DecodeOptions options = {});
 
 // True when the bytes start like a GIF file.

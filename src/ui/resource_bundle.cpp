@@ -4,6 +4,8 @@
 #include <iterator>
 #include <system_error>
 
+#include "platform/ui/library_location.hpp"
+
 namespace kiv {
 
 ResourceBundleRef ResourceBundle::make(std::filesystem::path directory, std::optional<std::string> identifier) {
@@ -11,7 +13,8 @@ ResourceBundleRef ResourceBundle::make(std::filesystem::path directory, std::opt
 }
 
 ResourceBundleRef ResourceBundle::sdk() {
-  static const ResourceBundleRef bundle = make(KIV_RESOURCE_DIR, std::string(kSdkIdentifier));
+  static const ResourceBundleRef bundle = make(
+      resourceDirectory(sdkLibraryFile(), KIV_INSTALLED_RESOURCE_DIR, KIV_RESOURCE_DIR), std::string(kSdkIdentifier));
   return bundle;
 }
 

@@ -1,6 +1,7 @@
-// The first frame of an image file as a still RGBA image: GIF through
-// giflib, WebP (still or animated) through libwebp. Other formats, PNG
-// included, are not understood and decode as absent. Safe on any thread.
+// The first frame of an image file as a still image: PNG and JPEG through
+// libpng and libjpeg-turbo, GIF through giflib, WebP (still or animated)
+// through libwebp, told apart by their leading bytes, not by file name.
+// Safe on any thread.
 #pragma once
 
 #include <cstdint>

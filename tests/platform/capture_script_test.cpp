@@ -23,8 +23,17 @@ std::string render(const CaptureScript& script) {
       out << "wait " << pause->seconds;
       continue;
     }
-    const auto& status = std::get<Status>(step);
-    out << status.name();
+    if (const auto* deliver = std::get_if<CaptureScript::Deliver>(&step)) {
+      out << "deliver " << (deliver->thread == CaptureScript::Thread::main ? "main" : "vendor");
+      continue;
+    }
+    if (std::holds_alternative<CaptureScript::Dismiss>(step)) {
+      out << "dismiss";
+      continue;
+    }
+    const auto& report = std::get<CaptureScript::Report>(step);
+    const auto& status = report.status;
+    out << (report.sync ? "sync " : "") << (report.evenIfCancelled ? "force " : "") << status.name();
     if (const auto* p = status.as<Status::processing>()) out << " " << p->progress << " " << text(p->message);
     if (const auto* f = status.as<Status::failure>()) {
       for (const auto& reason : f->result.reasons)
@@ -36,6 +45,7 @@ std::string render(const CaptureScript& script) {
       if (const auto& description = e->iProovError.errorDescription()) out << " " << text(*description);
     }
   }
+  if (!script.dismissAtEnd) out << "; nodismiss";
   return out.str();
 }
 
@@ -69,7 +79,13 @@ INSTANTIATE_TEST_SUITE_P(
                       ScriptCase{"CanceledByTheUserUnlessSaid", "canceled", "canceled user"},
                       ScriptCase{"ErrorWithoutDescription", "error notSupported", "error notSupported"},
                       ScriptCase{"TextWithEscapesAndSeparators", R"(error network "Lost \"it\"; a\\b")",
-                                 R"(error network "Lost \"it\"; a\\b")"}),
+                                 R"(error network "Lost \"it\"; a\\b")"},
+                      ScriptCase{
+                          "AMisbehavingVendor",
+                          "sync connecting; sync connected; deliver vendor; dismiss; wait 1; force canceled; "
+                          "then error network \"late\"; then deliver main; nodismiss; then wait 0.5; then success",
+                          R"(sync connecting; sync connected; deliver vendor; dismiss; wait 1; force canceled user; )"
+                          R"(error network "late"; deliver main; wait 0.5; success; nodismiss)"}),
     byName);
 
 class InvalidScript : public ::testing::TestWithParam<ScriptCase> {};
@@ -86,7 +102,7 @@ INSTANTIATE_TEST_SUITE_P(
         ScriptCase{"NoSteps", " ;\n ; ", "the script has no steps"},
         ScriptCase{"UnknownStep", "connected; Wait 2",
                    R"(step 2 ("Wait 2"): unknown step "Wait"; expected wait, connecting, connected, processing, )"
-                   "success, failure, canceled or error"},
+                   "success, failure, canceled, error, deliver, dismiss or nodismiss"},
         ScriptCase{"WaitWithAUnit", "wait 2s", R"(step 1 ("wait 2s"): "2s" is not a number of seconds)"},
         ScriptCase{"NegativeWait", "wait -1", R"(step 1 ("wait -1"): "-1": a pause cannot be negative)"},
         ScriptCase{"ProgressAboveOne", "processing 1.5",
@@ -98,7 +114,15 @@ INSTANTIATE_TEST_SUITE_P(
                    "server, unexpected, captureAlreadyActive, cameraPermissionDenied, userTimeout, notSupported, "
                    "invalidOptions, cameraUnavailable"},
         ScriptCase{"StepAfterTheFinalStatus", "connected; success\nwait 1",
-                   R"(step 3 ("wait 1"): nothing may follow the final status success)"},
+                   R"(step 3 ("wait 1"): nothing may follow the final status success unless marked then)"},
+        ScriptCase{"ThenBeforeTheFinalStatus", "then connected; success",
+                   R"(step 1 ("then connected"): then marks a step after the final status, and none came before)"},
+        ScriptCase{"BareThen", "success; then", R"(step 2 ("then"): then needs a step)"},
+        ScriptCase{"SyncAfterAnotherStep", "connected; sync success",
+                   R"(step 2 ("sync success"): sync is only for the first steps, before any other)"},
+        ScriptCase{"ForceOnAPause", "connected; force wait 1", R"(step 2 ("force wait 1"): force needs a status)"},
+        ScriptCase{"DeliverToAnUnknownThread", "deliver ui; success",
+                   R"(step 1 ("deliver ui"): "ui" is not main or vendor)"},
         ScriptCase{"UnclosedText", "connected\nfailure eyes_closed \"Open",
                    R"(step 2 ("failure eyes_closed \"Open"): a text is not closed by ")"},
         ScriptCase{"UnknownEscape", R"(error network "a\nb")",

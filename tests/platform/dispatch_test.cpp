@@ -1,11 +1,14 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include "kiv/platform/main_loop.hpp"
 #include "platform/dispatch/manual_main_loop.hpp"
+#include "platform/dispatch/manual_task_pool.hpp"
 #include "platform/dispatch/thread_task_pool.hpp"
 
 namespace kiv {
@@ -101,6 +104,48 @@ TEST(ThreadTaskPool, SerialQueuesKeepOrderAndWaitIdleCoversNestedTasks) {
   for (int i = 0; i < 200; ++i) EXPECT_EQ(order[static_cast<std::size_t>(i)], i);
   EXPECT_EQ(nested.load(), 200);
   EXPECT_EQ(queue->label(), "kiv.test.serial");
+}
+
+TEST_F(ManualMainLoopTest, ManualPoolTasksJoinTheLoopInOrderAndRunAsOffMain) {
+  auto shared = std::make_shared<ManualMainLoop>(clock);
+  ManualTaskPool pool(shared);
+  auto queue = pool.makeSerialQueue("kiv.test.serial");
+  auto where = [&] { return shared->isCurrent() ? " main" : " pool"; };
+  shared->post([&] { ran.push_back(std::string("a") + where()); });
+  queue->post([&] {
+    ran.push_back(std::string("b") + where());
+    pool.post([&] { ran.push_back(std::string("d") + where()); });
+    shared->post([&] { ran.push_back(std::string("e") + where()); });
+  });
+  pool.post([&] {
+    ran.push_back(std::string("c") + where());
+    throw std::runtime_error("swallowed");
+  });
+  EXPECT_TRUE(ran.empty());
+  EXPECT_EQ(pool.outstanding(), 2u);
+  // On the loop's thread waitIdle() runs the loop until the pool is done,
+  // and no further: e was posted after d.
+  pool.waitIdle();
+  EXPECT_EQ(ran, (std::vector<std::string>{"a main", "b pool", "c pool", "d pool"}));
+  EXPECT_EQ(pool.outstanding(), 0u);
+  shared->runUntilIdle();
+  EXPECT_EQ(ran.back(), "e main");
+  EXPECT_EQ(queue->label(), "kiv.test.serial");
+}
+
+TEST_F(ManualMainLoopTest, ManualPoolWaitIdleOffTheLoopThreadWaitsForTheLoop) {
+  auto shared = std::make_shared<ManualMainLoop>(clock);
+  ManualTaskPool pool(shared);
+  bool ranTask = false;
+  pool.post([&] { ranTask = true; });
+  std::atomic<bool> waited{false};
+  std::jthread other([&] {
+    pool.waitIdle();
+    waited = true;
+    shared->post([] {});  // wakes the loop's runUntil below
+  });
+  EXPECT_TRUE(shared->runUntil([&] { return waited.load(); }));
+  EXPECT_TRUE(ranTask);
 }
 
 }  // namespace

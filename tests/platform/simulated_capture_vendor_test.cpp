@@ -3,8 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
 #include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -39,8 +43,10 @@ class RecordingDelegate final : public IProovPresentationDelegate {
   std::function<void(std::string)> note_;
 };
 
-class SimulatedVendorTest : public testing::PlatformTest {
+class VendorFixture : public testing::PlatformTest {
  protected:
+  explicit VendorFixture(testing::TestPlatform::Pool pool) : PlatformTest(pool) {}
+
   SimulatedCaptureVendor& vendor() { return static_cast<SimulatedCaptureVendor&>(*platform()->capture); }
   void play(std::string_view script) { vendor().setScript(CaptureScript::parse(script).value()); }
 
@@ -53,24 +59,38 @@ class SimulatedVendorTest : public testing::PlatformTest {
         event += " " + f->result.reasons[0].feedbackCode;
       }
       if (auto e = status.as<Status::error>()) event += " " + e->iProovError.errorDescription().value_or("-");
-      note(event + (host_->presentedViewController() ? " (shown)" : ""));
+      note(event);
       if (onStatus_) onStatus_(status);
     });
   }
 
-  // "<seconds> <event>", checking that it happens on the main thread.
+  // "<seconds> <event>", then " (shown)" while the vendor's screen is up,
+  // or " (off main)" away from the main thread (where the screen is not
+  // ours to look at).
   void note(const std::string& event) {
-    EXPECT_TRUE(loop().isCurrent()) << event;
     std::ostringstream line;
     line << secondsBetween(start_, clock().now()) << " " << event;
+    if (!loop().isCurrent()) {
+      line << " (off main)";
+    } else if (event != "present" && event != "dismiss" && host_->presentedViewController()) {
+      line << " (shown)";
+    }
+    std::lock_guard lock(eventsMutex_);
     events_.push_back(line.str());
   }
-  bool saw(const std::string& event) { return std::ranges::count(events_, event) > 0; }
+  Events events() {
+    std::lock_guard lock(eventsMutex_);
+    return events_;
+  }
+  bool saw(const std::string& event) { return std::ranges::count(events(), event) > 0; }
 
   // Runs the capture until the vendor asks to take its screen down, moving
   // the clock a quarter second at a time while it pauses.
   void playToEnd() {
-    auto ended = [&] { return !events_.empty() && events_.back().ends_with("dismiss"); };
+    auto ended = [&] {
+      auto seen = events();
+      return !seen.empty() && seen.back().ends_with("dismiss");
+    };
     while (!ended()) {
       ASSERT_TRUE(loop().runUntil([&] { return ended() || loop().pendingDelayedCount() > 0; }));
       if (!ended()) loop().advance(0.25);
@@ -83,11 +103,17 @@ class SimulatedVendorTest : public testing::PlatformTest {
   }
 
   TimePoint start_ = clock().now();
-  Events events_;
+  std::mutex eventsMutex_;
+  Events events_;  // guarded by eventsMutex_
   std::function<void(const Status&)> onStatus_;
   std::shared_ptr<ViewController> host_ = platform()->ui->makeViewController();
   std::shared_ptr<RecordingDelegate> delegate_ =
       std::make_shared<RecordingDelegate>(host_, [this](std::string event) { note(event); });
+};
+
+class SimulatedVendorTest : public VendorFixture {
+ protected:
+  SimulatedVendorTest() : VendorFixture(testing::TestPlatform::Pool::threads) {}
 };
 
 struct PlayCase {
@@ -103,7 +129,7 @@ TEST_P(PlayTest, ShowsTheScreenPlaysTheScriptInOrderAndTakesTheScreenDown) {
   play(GetParam().script);
   launch();  // the capture runs on although its handle is dropped
   playToEnd();
-  EXPECT_EQ(events_, GetParam().events);
+  EXPECT_EQ(events(), GetParam().events);
   EXPECT_EQ(host_->presentedViewController(), nullptr);
   auto launches = vendor().launches();
   ASSERT_EQ(launches.size(), 1u);
@@ -133,22 +159,29 @@ TEST_F(SimulatedVendorTest, CancelDuringAPauseEndsTheCaptureSilently) {
   EXPECT_EQ(loop().pendingDelayedCount(), 0u);
   loop().advance(5);
   drain();
-  EXPECT_EQ(events_, (Events{"0 present", "0 connected (shown)", "0 dismiss"}));
+  EXPECT_EQ(events(), (Events{"0 present", "0 connected (shown)", "0 dismiss"}));
   EXPECT_EQ(host_->presentedViewController(), nullptr);
 }
 
-TEST_F(SimulatedVendorTest, CancelFromAnotherThreadStopsDeliveriesAtOnce) {
-  play("connected; processing 0.25; processing 0.5; processing 0.75; success");
-  bool cancelled = false;
+class CancelFromAnotherThread : public SimulatedVendorTest, public ::testing::WithParamInterface<std::string> {};
+
+// Whichever thread statuses are delivered on, none follows a cancel() made
+// on a third thread.
+TEST_P(CancelFromAnotherThread, StopsDeliveriesAtOnce) {
+  play(GetParam() + "connected; processing 0.25; processing 0.5; processing 0.75; success");
+  std::atomic<bool> cancelled{false};
   onStatus_ = [&](const Status& status) { EXPECT_FALSE(cancelled) << status.name() << " after cancel()"; };
   auto session = launch();
-  ASSERT_TRUE(loop().runUntil([&] { return saw("0 connected (shown)"); }));
+  ASSERT_TRUE(loop().runUntil([&] { return saw("0 connected (shown)") || saw("0 connected (off main)"); }));
   std::jthread([session] { session.cancel(); }).join();
   cancelled = true;
   drain();
-  EXPECT_EQ(events_.back(), "0 dismiss");
-  EXPECT_EQ(std::ranges::count(events_, "0 dismiss"), 1);
+  EXPECT_EQ(events().back(), "0 dismiss");
+  EXPECT_EQ(std::ranges::count(events(), "0 dismiss"), 1);
 }
+
+INSTANTIATE_TEST_SUITE_P(Delivery, CancelFromAnotherThread, ::testing::Values("", "deliver vendor; "),
+                         [](const auto& testInfo) { return testInfo.param.empty() ? "OnMain" : "OnTheVendorThread"; });
 
 TEST_F(SimulatedVendorTest, CancelInsideTheFinalStatusAsksForOneDismissal) {
   Session session = launch();
@@ -157,7 +190,7 @@ TEST_F(SimulatedVendorTest, CancelInsideTheFinalStatusAsksForOneDismissal) {
   };
   playToEnd();
   drain();
-  EXPECT_EQ(events_, (Events{"0 present", "0 connected (shown)", "0 success (shown)", "0 dismiss"}));
+  EXPECT_EQ(events(), (Events{"0 present", "0 connected (shown)", "0 success (shown)", "0 dismiss"}));
 }
 
 TEST_F(SimulatedVendorTest, WithTheDelegateGoneTheVendorTakesItsScreenDownItself) {
@@ -167,7 +200,7 @@ TEST_F(SimulatedVendorTest, WithTheDelegateGoneTheVendorTakesItsScreenDownItself
   delegate_.reset();
   loop().advance(1);
   ASSERT_TRUE(loop().runUntil([&] { return saw("1 success (shown)") && !host_->presentedViewController(); }));
-  EXPECT_EQ(events_, (Events{"0 present", "0 connected (shown)", "1 success (shown)"}));
+  EXPECT_EQ(events(), (Events{"0 present", "0 connected (shown)", "1 success (shown)"}));
 }
 
 TEST_F(SimulatedVendorTest, WithoutAVendorTheCaptureEndsAsNotSupported) {
@@ -176,7 +209,105 @@ TEST_F(SimulatedVendorTest, WithoutAVendorTheCaptureEndsAsNotSupported) {
   launch();
   launch().cancel();
   loop().runUntilIdle();
-  EXPECT_EQ(events_, Events{"0 error No capture vendor is installed"});
+  EXPECT_EQ(events(), Events{"0 error No capture vendor is installed"});
+}
+
+// Scripts of vendors that do what a real one may: call back on their own
+// thread, inside launch(), after the final status or after cancel(), and
+// dismiss early or never. On the manual pool each plays one way only.
+struct MisbehaviourCase {
+  std::string name;
+  std::string script;
+  std::optional<double> cancelAt;
+  Events events;
+};
+void PrintTo(const MisbehaviourCase& c, std::ostream* os) { *os << c.name; }
+
+class MisbehaviourTest : public VendorFixture, public ::testing::WithParamInterface<MisbehaviourCase> {
+ protected:
+  MisbehaviourTest() : VendorFixture(testing::TestPlatform::Pool::manual) {}
+};
+
+TEST_P(MisbehaviourTest, PlaysWhatTheScriptSays) {
+  play(GetParam().script);
+  Session session = launch();
+  note("launch returned");
+  double elapsed = 0;
+  if (auto at = GetParam().cancelAt) {
+    loop().advance(*at);
+    elapsed = *at;
+    session.cancel();
+  }
+  loop().advance(10 - elapsed);
+  note("end");
+  EXPECT_EQ(events(), GetParam().events);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Scripts, MisbehaviourTest,
+    ::testing::Values(
+        MisbehaviourCase{"StatusesOnTheVendorThread",
+                         "deliver vendor; connected; wait 1; failure eyes_closed",
+                         std::nullopt,
+                         {"0 launch returned", "0 present", "0 connected (off main)",
+                          "1 failure eyes_closed (off main)", "1 dismiss", "10 end"}},
+        MisbehaviourCase{
+            "BackToTheMainQueue",
+            "deliver vendor; connected; deliver main; success",
+            std::nullopt,
+            {"0 launch returned", "0 present", "0 connected (off main)", "0 success (shown)", "0 dismiss", "10 end"}},
+        MisbehaviourCase{"DismissalBeforeALateFinalStatus",
+                         "connected; dismiss; wait 4; success",
+                         std::nullopt,
+                         {"0 launch returned", "0 present", "0 connected (shown)", "0 dismiss", "4 success", "10 end"}},
+        MisbehaviourCase{
+            "NeverDismisses",
+            "connected; failure; nodismiss",
+            std::nullopt,
+            {"0 launch returned", "0 present", "0 connected (shown)", "0 failure (shown)", "10 end (shown)"}},
+        MisbehaviourCase{
+            "ALateErrorAfterSuccess",
+            "success; then wait 1; then error network \"late\"",
+            std::nullopt,
+            {"0 launch returned", "0 present", "0 success (shown)", "1 error late (shown)", "1 dismiss", "10 end"}},
+        MisbehaviourCase{"AStatusInsideLaunch",
+                         "sync connecting; connected; success",
+                         std::nullopt,
+                         {"0 connecting", "0 launch returned", "0 present", "0 connected (shown)", "0 success (shown)",
+                          "0 dismiss", "10 end"}},
+        MisbehaviourCase{"AFinalStatusInsideLaunchShowsNothing",
+                         "sync error captureAlreadyActive",
+                         std::nullopt,
+                         {"0 error -", "0 launch returned", "10 end"}},
+        MisbehaviourCase{
+            "AForcedStatusAfterCancel",
+            "connected; wait 5; processing 0.5; force canceled integration; then success",
+            1.0,
+            {"0 launch returned", "0 present", "0 connected (shown)", "1 dismiss", "1 canceled", "10 end"}}),
+    [](const auto& testInfo) { return testInfo.param.name; });
+
+// The determinism the manual pool exists for: one script with an unrelated
+// timer due at the same moment gives one trace over many fresh platforms.
+TEST(ManualPoolDeterminism, OneScriptGivesOneTraceEveryTime) {
+  std::set<std::string> traces;
+  for (int run = 0; run < 1000; ++run) {
+    testing::TestPlatform test(testing::TestPlatform::Pool::manual);
+    static_cast<SimulatedCaptureVendor&>(*test.bundle().capture)
+        .setScript(CaptureScript::parse("connected; wait 1; failure eyes_closed").value());
+    const auto start = test.clock->now();
+    std::string trace;
+    auto stamp = [&](std::string_view what) {
+      std::ostringstream line;
+      line << secondsBetween(start, test.clock->now()) << " " << what << "; ";
+      trace += line.str();
+    };
+    test.loop->postAfter(1.0, [&] { stamp("unrelated"); });
+    IProov::launch("wss://eu/ws", "token-1", Options{}, [&](const Status& status) { stamp(status.name()); });
+    test.loop->advance(2);
+    traces.insert(trace);
+  }
+  ASSERT_EQ(traces.size(), 1u);
+  EXPECT_EQ(*traces.begin(), "0 connected; 1 unrelated; 1 failure; ");
 }
 
 }  // namespace

@@ -1,13 +1,16 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "kiv/platform/platform.hpp"
 #include "kiv/platform/ui/view_toolkit.hpp"
+#include "platform/ui/fake_font_lookup.hpp"
 #include "platform/ui/fontconfig_font_lookup.hpp"
 #include "platform/ui/headless_view_controller.hpp"
+#include "platform/ui/headless_view_toolkit.hpp"
 #include "support/test_platform.hpp"
 
 namespace kiv {
@@ -157,28 +160,60 @@ TEST_F(ViewToolkitTest, AnimatedDismissalLeavesAfterItsTransition) {
 
 // --- Fonts
 
-struct FamilyCase {
-  const char* family;
-  bool installed;
-};
-void PrintTo(const FamilyCase& c, std::ostream* os) { *os << '"' << c.family << '"'; }
-
-class FontconfigLookupTest : public ::testing::TestWithParam<FamilyCase> {};
-
-TEST_P(FontconfigLookupTest, MatchesInstalledFamiliesExactly) {
-  EXPECT_EQ(FontconfigFontLookup().hasFamily(GetParam().family), GetParam().installed);
+// The faces of fonts-dejavu-core that the table below names, as fc-list
+// reports them, for the fake.
+std::vector<FakeFontLookup::Face> dejaVuFaces() {
+  return {{"DejaVu Sans", "Book", "DejaVuSans", "DejaVu Sans"},
+          {"DejaVu Sans", "Bold", "DejaVuSans-Bold", "DejaVu Sans Bold"},
+          {"DejaVu Sans Condensed", "Bold", "DejaVuSansCondensed-Bold", "DejaVu Sans Condensed Bold"}};
 }
 
-INSTANTIATE_TEST_SUITE_P(Families, FontconfigLookupTest,
-                         ::testing::Values(FamilyCase{"DejaVu Sans", true},
-                                           FamilyCase{"DejaVu Sans Condensed", true},  // a font's second family name
-                                           FamilyCase{"dejavu sans", false}, FamilyCase{"DejaVuSans", false},
-                                           FamilyCase{"DejaVu", false}, FamilyCase{"No Such Family", false},
-                                           FamilyCase{"", false}));
+struct FaceCase {
+  const char* name;
+  std::optional<FontFace> face;
+};
+void PrintTo(const FaceCase& c, std::ostream* os) { *os << '"' << c.name << '"'; }
 
-TEST_F(ViewToolkitTest, FontsOnlyForKnownFamilies) {
+class FontLookupTest : public ::testing::TestWithParam<FaceCase> {};
+
+// What hosts pass: a family, a PostScript name, a full name; matched byte for
+// byte, and answered alike by fontconfig and by the fake.
+TEST_P(FontLookupTest, NamesAFaceByFamilyPostScriptOrFullName) {
+  EXPECT_EQ(FontconfigFontLookup().face(GetParam().name), GetParam().face) << "fontconfig";
+  EXPECT_EQ(FakeFontLookup(dejaVuFaces()).face(GetParam().name), GetParam().face) << "fake";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    DejaVu, FontLookupTest,
+    ::testing::Values(FaceCase{"DejaVu Sans", FontFace{"DejaVu Sans"}},  // a family first, though also a full name
+                      FaceCase{"DejaVu Sans Condensed", FontFace{"DejaVu Sans Condensed"}},  // a second family name
+                      FaceCase{"DejaVuSans-Bold", FontFace{"DejaVu Sans", "Bold"}},
+                      FaceCase{"DejaVu Sans Bold", FontFace{"DejaVu Sans", "Bold"}},
+                      FaceCase{"DejaVuSans", FontFace{"DejaVu Sans", "Book"}},
+                      FaceCase{"dejavusans-bold", std::nullopt}, FaceCase{"dejavu sans", std::nullopt},
+                      FaceCase{"DejaVu", std::nullopt}, FaceCase{"No Such Family", std::nullopt},
+                      FaceCase{"", std::nullopt}));
+
+TEST_F(ViewToolkitTest, FontsKeepTheNamedFaceAtTheAskedSize) {
   EXPECT_EQ(ui().font("Avenir Next", ui().systemFontSize()), (Font{"Avenir Next", 14.0}));
   EXPECT_EQ(ui().font("Comic Sans", 14.0), std::nullopt);
+  const HeadlessViewToolkit dejaVu(std::make_shared<FakeFontLookup>(dejaVuFaces()));
+  EXPECT_EQ(dejaVu.font("DejaVuSans-Bold", 20.0), (Font{"DejaVu Sans", 20.0, "Bold"}));
+}
+
+// --- Images
+
+TEST(ImageTest, IndexedImagesComposeFromTheirPaletteAndCountWhatTheyHold) {
+  const auto palette = std::make_shared<const Palette>(Palette{0, 0, 0, 0, 255, 0, 0, 255, 0, 0, 255, 128});
+  const auto image = Image::indexed(3, 1, palette, std::vector<std::uint8_t>{2, 0, 1});
+  ASSERT_TRUE(image && image->isIndexed());
+  EXPECT_EQ(image->rgba(), (std::vector<std::uint8_t>{0, 0, 255, 128, 0, 0, 0, 0, 255, 0, 0, 255}));
+  EXPECT_EQ(Image::animated({image, image}, 1.0)->byteCount(), 3 + 3 + 12u);  // the shared palette once
+
+  EXPECT_FALSE(Image::indexed(3, 1, palette, std::vector<std::uint8_t>{0, 1, 3}));  // outside the palette
+  EXPECT_FALSE(Image::indexed(2, 1, palette, std::vector<std::uint8_t>{0, 1, 1}));
+  EXPECT_FALSE(Image::indexed(3, 1, nullptr, std::vector<std::uint8_t>{0, 0, 0}));
+  EXPECT_FALSE(Image::animated({image, nullptr}, 1.0));
 }
 
 }  // namespace

@@ -16,7 +16,6 @@
 #include "sdk/state_manager.hpp"
 #include "service/key_chain_manager.hpp"
 #include "support/recording_http_server.hpp"
-#include "support/scripted_integrity.hpp"
 #include "support/test_platform.hpp"
 
 namespace kiv::testing {
@@ -62,8 +61,6 @@ class FacadeTest : public PlatformTest {
   FacadeTest() {
     EXPECT_TRUE(setBackendRootURL(KivEnvironment::dev, server.url()));
     EXPECT_TRUE(setBackendRootURL(KivEnvironment::beta, server.url()));
-    testPlatform().bundle().integrity = std::make_shared<ScriptedIntegrity>();
-    testPlatform().install();
     server.setAnswer("/bff/sessions", Answer::json(200, kSessionJson));
     sdk->setDelegate(delegate);
   }

@@ -1,16 +1,21 @@
 #include "support/test_platform.hpp"
 
+#include "platform/dispatch/manual_task_pool.hpp"
 #include "platform/dispatch/thread_task_pool.hpp"
 #include "platform/process_state.hpp"
 #include "support/test_services.hpp"
 
 namespace kiv::testing {
 
-TestPlatform::TestPlatform()
+TestPlatform::TestPlatform(Pool kind)
     : clock(std::make_shared<FakeClock>()),
       loop(std::make_shared<ManualMainLoop>(clock)),
-      console(std::make_shared<CapturingConsole>()),
-      pool(std::make_shared<ThreadTaskPool>(4)) {
+      console(std::make_shared<CapturingConsole>()) {
+  if (kind == Pool::manual) {
+    pool = std::make_shared<ManualTaskPool>(loop);
+  } else {
+    pool = std::make_shared<ThreadTaskPool>(4);
+  }
   process_state::resetAll();
   bundle_.mainQueue = loop;
   bundle_.clock = clock;

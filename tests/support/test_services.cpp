@@ -7,6 +7,7 @@
 #include "platform/defaults/memory_user_defaults.hpp"
 #include "platform/device/fixed_device_identity.hpp"
 #include "platform/http/curl_http_session.hpp"
+#include "platform/integrity/fake_device_integrity.hpp"
 #include "platform/path_monitor/fake_path_monitor.hpp"
 #include "platform/secure_store/memory_secure_store.hpp"
 #include "platform/ui/fake_font_lookup.hpp"
@@ -25,6 +26,7 @@ void addTestServices(Platform& bundle) {
       std::make_shared<HeadlessViewToolkit>(std::make_shared<FakeFontLookup>(FakeFontLookup::Families{"Avenir Next"}));
   bundle.capture = std::make_shared<SimulatedCaptureVendor>();
   bundle.crash = std::make_shared<FakeCrashPrimitives>();
+  bundle.integrity = std::make_shared<FakeDeviceIntegrity>();   // clean until a test says otherwise
   bundle.camera = std::make_shared<FakeCameraAuthorization>();  // authorized until a test says otherwise
   bundle.notifications = makeMainQueueNotificationCenter();
 }

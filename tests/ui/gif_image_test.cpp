@@ -35,7 +35,8 @@ std::function<void(EncodedGif&)> codes(std::size_t frame, std::uint8_t first, st
   };
 }
 
-// A frame plays its own delay when above zero, else a tenth; short delays are not clamped.
+// A frame plays its own (unclamped) delay when above zero, else a tenth;
+// short delays are not raised to the clamped tenth.
 TEST(GifImageTest, DurationAddsEachFrameDelay) {
   const std::vector<std::pair<std::vector<std::optional<int>>, double>> rows{
       {{0, 0, 0}, 0.3}, {{std::nullopt}, 0.1}, {{1, 2}, 0.03}, {{7, 0, 150, std::nullopt}, 1.77}};
@@ -47,16 +48,6 @@ TEST(GifImageTest, DurationAddsEachFrameDelay) {
     EXPECT_EQ(image->frames().size(), delays.size());
     EXPECT_DOUBLE_EQ(image->duration(), duration);
   }
-}
-
-TEST(GifDecoderTest, FramesKeepTheRawDelayUnclampedAndAtLeastATenthClamped) {
-  const auto gif =
-      gif::decode(encodeGif(GifLayout{2, 2, {solidFrame(0, 0, 2, 2, 0, 2), solidFrame(0, 0, 2, 2, 0)}}).bytes);
-  ASSERT_TRUE(gif && gif->frames.size() == 2);
-  EXPECT_EQ(gif->frames[0].delays.unclamped, 0.02);
-  EXPECT_EQ(gif->frames[0].delays.clamped, 0.1);
-  EXPECT_FALSE(gif->frames[1].delays.unclamped || gif->frames[1].delays.clamped);
-  EXPECT_EQ(gif::frameDelay({std::nullopt, 0.25}), 0.25);  // clamped is the fallback
 }
 
 TEST(GifImageTest, UndecodableFramesAreLeftOutWithTheirDelay) {
@@ -140,10 +131,58 @@ TEST(GifImageTest, WithoutADecodableFrameThereIsNoImage) {
   EXPECT_FALSE(gifImage(encodeGif(GifLayout{8192, 4096, {solidFrame(0, 0, 1, 1, 0)}}).bytes));  // canvas too big
 }
 
-TEST(GifDecoderTest, FramesBeyondTheMemoryBudgetRefuseTheWholeImage) {
+TEST(GifDecoderTest, FramesBeyondTheMemoryBoundRefuseTheWholeImage) {
   const auto bytes = encodeGif(GifLayout{10, 10, {solidFrame(0, 0, 1, 1, 0), solidFrame(0, 0, 1, 1, 1)}}).bytes;
-  EXPECT_FALSE(gif::decode(bytes, {.maxDecodedBytes = 799}));  // two frames of 400 bytes
-  EXPECT_TRUE(gif::decode(bytes, {.maxDecodedBytes = 800}));
+  EXPECT_FALSE(gif::decode(bytes, {.maxHeldBytes = 199}));  // two frames of 100 one-byte indices
+  EXPECT_TRUE(gif::decode(bytes, {.maxHeldBytes = 200}));
+}
+
+// Twelve seconds of 1280 x 720 at ten frames a second: a white canvas with a
+// red 16 x 16 square moving right. The file is a few kilobytes; as RGBA its
+// frames would be 442 MB, as palette indices 110 MB.
+TEST(GifImageTest, TwelveSecondsOfHdAnimationAreKeptWholeAtOneBytePerPixel) {
+  constexpr int kWidth = 1280, kHeight = 720, kFrames = 120;
+  GifLayout layout{kWidth, kHeight, {solidFrame(0, 0, kWidth, kHeight, 3, 10)}};
+  for (int i = 1; i < kFrames; ++i) {
+    layout.frames.push_back(solidFrame(i * 10, 352, 16, 16, 0, 10));
+    layout.frames.back().disposal = DISPOSE_BACKGROUND;
+  }
+  const auto image = gifImage(encodeGif(layout).bytes);
+  ASSERT_TRUE(image);
+  ASSERT_EQ(image->frames().size(), std::size_t{kFrames});
+  EXPECT_NEAR(image->duration(), 12.0, 1e-9);
+  EXPECT_LE(image->byteCount(), std::size_t{kFrames} * kWidth * kHeight + 1024);
+  const auto& last = image->frames().back();
+  EXPECT_EQ(last->width(), kWidth);
+  EXPECT_EQ(paletteIndexAt(last, 1190, 360), 0);       // the square, where the last frame put it
+  EXPECT_EQ(paletteIndexAt(last, 1180, 360), kClear);  // where the one before was cleared
+  EXPECT_EQ(paletteIndexAt(last, 0, 0), 3);
+}
+
+// Frames with their own 128-colour tables (the last repeats the first): up
+// to 256 colours the frames are kept as bytes, past that as two-byte
+// indices, every colour exact, and a repeated table is not added twice.
+TEST(GifDecoderTest, ManyLocalTablesStayExactBeyondTwoHundredFiftySixColours) {
+  const auto table = [](std::uint8_t shade) {
+    std::vector<GifColorType> colors(128, GifColorType{shade, shade, shade});
+    colors[5] = GifLayout::basicPalette()[shade];
+    return colors;
+  };
+  GifLayout layout{2, 1};
+  for (std::uint8_t shade : {1, 2, 3, 1}) {
+    layout.frames.push_back(solidFrame(0, 0, 2, 1, 5));
+    layout.frames.back().localColors = table(shade);
+  }
+  const auto gif = gif::decode(encodeGif(layout).bytes);
+  ASSERT_TRUE(gif && gif->frames.size() == 4);
+  std::vector<ImageRef> images;
+  std::vector<std::size_t> bytes;
+  for (const auto& frame : gif->frames) {
+    images.push_back(frame.image);
+    bytes.push_back(frame.image->byteCount() - 3 * 128 * 4);  // less the shared palette
+  }
+  EXPECT_EQ(testing::paletteIndices(images), (std::vector<int>{1, 2, 3, 1}));
+  EXPECT_EQ(bytes, (std::vector<std::size_t>{2, 2, 4, 4}));
 }
 
 }  // namespace

@@ -68,7 +68,8 @@ FrameLayout solidFrame(int left, int top, int width, int height, std::uint8_t in
 }
 
 int paletteIndexAt(const ImageRef& image, int x, int y) {
-  const auto* p = &image->rgba()[(static_cast<std::size_t>(y) * static_cast<std::size_t>(image->width()) + x) * 4];
+  const auto rgba = image->rgba();
+  const auto* p = &rgba[(static_cast<std::size_t>(y) * static_cast<std::size_t>(image->width()) + x) * 4];
   if (p[3] == 0) return kClear;
   const auto palette = GifLayout::basicPalette();
   for (std::size_t i = 0; i < palette.size(); ++i) {

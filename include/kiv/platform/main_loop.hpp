@@ -1,5 +1,15 @@
 // A real main queue for hosts without a UI toolkit of their own (the
 // command-line host): run() on the main thread until stop().
+//
+// isCurrent() is false on every thread until run() has started, the main
+// thread included. Objects that must live on the main thread (the facade,
+// the view model, every view) check it in debug builds and abort when it
+// does not hold, so a host does not call them before the loop runs: it
+// posts its first calls into the loop, then runs it.
+//
+//   kiv::MainLoop loop;
+//   loop.post([&] { startLiveness(); });   // makes the facade, on the main thread
+//   loop.run();
 #pragma once
 
 #include <memory>

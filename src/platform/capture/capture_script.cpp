@@ -9,7 +9,8 @@
 namespace kiv {
 namespace {
 
-constexpr std::string_view kStepNames = "wait, connecting, connected, processing, success, failure, canceled or error";
+constexpr std::string_view kStepNames =
+    "wait, connecting, connected, processing, success, failure, canceled, error, deliver, dismiss or nodismiss";
 
 struct Token {
   bool isText = false;  // a double-quoted text rather than a word
@@ -124,7 +125,8 @@ std::string errorCodeList() {
 // Reads the arguments of one step, left to right.
 class Arguments {
  public:
-  explicit Arguments(const RawStep& step) : tokens_(step.tokens), next_(1) {}
+  // The arguments of the step named by the token at `head`.
+  Arguments(const RawStep& step, std::size_t head) : tokens_(step.tokens), next_(head + 1) {}
 
   const Token* peek() const { return next_ < tokens_.size() ? &tokens_[next_] : nullptr; }
   const Token& take() { return tokens_[next_++]; }
@@ -143,14 +145,27 @@ class Arguments {
   std::size_t next_;
 };
 
-std::expected<CaptureScript::Step, std::string> parseStep(const RawStep& step) {
-  const Token& head = step.tokens.front();
+// One step without its prefixes: its name is the token at `headIndex`. A
+// status comes back as a Report without flags.
+std::expected<CaptureScript::Step, std::string> parseStep(const RawStep& step, std::size_t headIndex) {
+  const Token& head = step.tokens[headIndex];
   if (head.isText) return std::unexpected("a step starts with its name, not with a text");
   const std::string& name = head.value;
-  Arguments args(step);
+  Arguments args(step, headIndex);
   std::optional<CaptureScript::Step> result;
+  auto report = [&](Status status) { result = CaptureScript::Report{std::move(status)}; };
 
-  if (name == "wait") {
+  if (name == "deliver") {
+    auto token = args.peek();
+    if (!token) return std::unexpected("deliver needs main or vendor");
+    if (token->isText || (token->value != "main" && token->value != "vendor")) {
+      return std::unexpected(quoted(token->value) + " is not main or vendor");
+    }
+    result = CaptureScript::Deliver{args.take().value == "main" ? CaptureScript::Thread::main
+                                                                : CaptureScript::Thread::vendor};
+  } else if (name == "dismiss") {
+    result = CaptureScript::Dismiss{};
+  } else if (name == "wait") {
     auto token = args.peek();
     if (!token) return std::unexpected("wait needs a number of seconds");
     auto seconds = number(args.take());
@@ -158,9 +173,9 @@ std::expected<CaptureScript::Step, std::string> parseStep(const RawStep& step) {
     if (*seconds < 0) return std::unexpected(quoted(token->value) + ": a pause cannot be negative");
     result = CaptureScript::Wait{*seconds};
   } else if (name == "connecting") {
-    result = Status(Status::connecting{});
+    report(Status::connecting{});
   } else if (name == "connected") {
-    result = Status(Status::connected{});
+    report(Status::connected{});
   } else if (name == "processing") {
     auto token = args.peek();
     if (!token) return std::unexpected("processing needs a progress from 0 to 1");
@@ -168,9 +183,9 @@ std::expected<CaptureScript::Step, std::string> parseStep(const RawStep& step) {
     if (!progress || *progress < 0 || *progress > 1) {
       return std::unexpected(quoted(token->value) + " is not a progress from 0 to 1");
     }
-    result = Status(Status::processing{*progress, args.takeText().value_or("")});
+    report(Status::processing{*progress, args.takeText().value_or("")});
   } else if (name == "success") {
-    result = Status(Status::success{});
+    report(Status::success{});
   } else if (name == "failure") {
     FailureResult failure;
     while (auto token = args.peek()) {
@@ -180,7 +195,7 @@ std::expected<CaptureScript::Step, std::string> parseStep(const RawStep& step) {
       auto description = args.takeText().value_or(CaptureScript::defaultDescription(code));
       failure.reasons.push_back(FailureReason{std::move(code), std::move(description)});
     }
-    result = Status(Status::failure{std::move(failure)});
+    report(Status::failure{std::move(failure)});
   } else if (name == "canceled") {
     Canceler canceler = Canceler::user;
     if (auto token = args.peek()) {
@@ -189,7 +204,7 @@ std::expected<CaptureScript::Step, std::string> parseStep(const RawStep& step) {
       canceler = *named;
       args.take();
     }
-    result = Status(Status::canceled{canceler});
+    report(Status::canceled{canceler});
   } else if (name == "error") {
     auto token = args.peek();
     if (!token) return std::unexpected("error needs an IProovError code: " + errorCodeList());
@@ -198,7 +213,7 @@ std::expected<CaptureScript::Step, std::string> parseStep(const RawStep& step) {
       return std::unexpected(quoted(token->value) + " is not an IProovError code; expected one of " + errorCodeList());
     }
     args.take();
-    result = Status(Status::error{IProovError(*code, args.takeText())});
+    report(Status::error{IProovError(*code, args.takeText())});
   } else {
     return std::unexpected("unknown step " + quoted(name) + "; expected " + std::string(kStepNames));
   }
@@ -216,15 +231,48 @@ std::expected<CaptureScript, std::string> CaptureScript::parse(std::string_view 
 
   CaptureScript script;
   std::optional<std::string_view> finalStatus;
+  bool onlySyncSoFar = true;
   for (std::size_t i = 0; i < raw->size(); ++i) {
-    const auto& source = (*raw)[i].source;
-    if (finalStatus) {
-      return std::unexpected(
-          stepError(i + 1, source, "nothing may follow the final status " + std::string(*finalStatus)));
+    const auto& rawStep = (*raw)[i];
+    const auto& source = rawStep.source;
+    auto fail = [&](std::string_view message) { return std::unexpected(stepError(i + 1, source, message)); };
+    auto word = [&](std::size_t at) -> std::string_view {
+      if (at >= rawStep.tokens.size() || rawStep.tokens[at].isText) return {};
+      return rawStep.tokens[at].value;
+    };
+
+    // Prefixes: then, then sync or force.
+    std::size_t head = 0;
+    const bool late = word(head) == "then";
+    if (late) ++head;
+    const std::string_view flag = word(head) == "sync" || word(head) == "force" ? word(head) : "";
+    if (!flag.empty()) ++head;
+    if (head == rawStep.tokens.size()) {
+      return fail(std::string(flag.empty() ? "then needs a step" : std::string(flag) + " needs a status"));
     }
-    auto step = parseStep((*raw)[i]);
-    if (!step) return std::unexpected(stepError(i + 1, source, step.error()));
-    if (auto status = std::get_if<Status>(&*step); status && status->isFinal()) finalStatus = status->name();
+
+    if (word(head) == "nodismiss") {
+      if (head + 1 < rawStep.tokens.size()) return fail("unexpected " + quoted(rawStep.tokens[head + 1].value));
+      if (!flag.empty()) return fail(std::string(flag) + " needs a status");
+      script.dismissAtEnd = false;
+      continue;
+    }
+    if (finalStatus && !late) {
+      return fail("nothing may follow the final status " + std::string(*finalStatus) + " unless marked then");
+    }
+    if (!finalStatus && late) return fail("then marks a step after the final status, and none came before");
+
+    auto step = parseStep(rawStep, head);
+    if (!step) return fail(step.error());
+    auto* report = std::get_if<Report>(&*step);
+    if (!flag.empty() && !report) return fail(std::string(flag) + " needs a status");
+    if (flag == "sync") {
+      if (!onlySyncSoFar) return fail("sync is only for the first steps, before any other");
+      report->sync = true;
+    }
+    if (flag == "force") report->evenIfCancelled = true;
+    if (!report || !report->sync) onlySyncSoFar = false;
+    if (report && report->status.isFinal() && !finalStatus) finalStatus = report->status.name();
     script.steps.push_back(std::move(*step));
   }
   return script;

@@ -7,13 +7,20 @@
 // 1. On the main queue it makes its own view controller and presents it
 //    through the options' presentation delegate.
 // 2. Each status is produced on the vendor's own serial queue and handed to
-//    the callback on the main queue; the next step follows its delivery.
-//    A pause is a delayed task on the main queue, so it runs on the main
-//    queue's clock (a test's fake clock moves it).
-// 3. After the final status it asks the delegate to dismiss its controller
-//    (or dismisses it itself when the delegate is gone).
-// cancel() drops every status not yet delivered and every pause, and takes
-// the screen down the same way if it is up.
+//    the callback on the main queue, or on that queue's thread after
+//    `deliver vendor`; the next step follows its delivery. A pause is a
+//    delayed task on the main queue, so it runs on the main queue's clock
+//    (a test's fake clock moves it).
+// 3. After the final status was handled it asks the delegate to dismiss its
+//    controller (or dismisses it itself when the delegate is gone), unless
+//    the script dismissed earlier or said nodismiss.
+// cancel() drops every status not yet delivered (except forced ones) and
+// every pause, and takes the screen down the same way if it is up. Once it
+// returns the callback is not running on another thread.
+//
+// Scripts can also make it misbehave as real vendors do: statuses inside
+// launch(), dismissal before the final status, statuses after the final
+// status or after cancel().
 //
 //   auto vendor = std::make_shared<SimulatedCaptureVendor>();
 //   vendor->setScript(CaptureScript::parse("connected; wait 2; failure eyes_closed").value());

@@ -32,7 +32,20 @@ void ManualMainLoop::cancelAll(OwnerToken owner) {
   std::erase_if(delayed_, [owner](const Delayed& d) { return d.owner == owner; });
 }
 
-bool ManualMainLoop::isCurrent() const { return std::this_thread::get_id() == mainThread_; }
+// The flag is only read on the main thread: other threads stop at the id.
+bool ManualMainLoop::isCurrent() const { return std::this_thread::get_id() == mainThread_ && !offMain_; }
+
+void ManualMainLoop::postOffMain(Task task) {
+  post([this, task = std::move(task)] {
+    struct Restore {
+      bool& flag;
+      bool saved;
+      ~Restore() { flag = saved; }
+    } restore{offMain_, offMain_};
+    offMain_ = true;
+    task();
+  });
+}
 
 // The next task to run now: a queued one first, else the earliest due one.
 std::optional<Task> ManualMainLoop::takeReady() {
@@ -54,8 +67,14 @@ std::optional<Task> ManualMainLoop::takeReady() {
 }
 
 std::size_t ManualMainLoop::runUntilIdle() {
+  return runWhile([] { return true; });
+}
+
+std::size_t ManualMainLoop::runWhile(const std::function<bool()>& more) {
   std::size_t ran = 0;
-  while (auto task = takeReady()) {
+  while (more()) {
+    auto task = takeReady();
+    if (!task) break;
     (*task)();
     ++ran;
   }
@@ -63,8 +82,8 @@ std::size_t ManualMainLoop::runUntilIdle() {
 }
 
 void ManualMainLoop::advance(double seconds) {
-  const auto target = clock_->now() + std::chrono::duration_cast<std::chrono::nanoseconds>(
-                                          std::chrono::duration<double>(seconds));
+  const auto target =
+      clock_->now() + std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::duration<double>(seconds));
   runUntilIdle();
   for (;;) {
     std::optional<TimePoint> next;

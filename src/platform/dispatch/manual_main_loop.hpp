@@ -32,11 +32,24 @@ class ManualMainLoop final : public MainQueue {
   void post(Task task) override;
   DelayedTaskHandle postAfter(double seconds, Task task, OwnerToken owner = nullptr) override;
   void cancelAll(OwnerToken owner) override;
+  // True on the constructing thread, except while a task posted with
+  // postOffMain() runs.
   bool isCurrent() const override;
+
+  // Queues `task` behind the posted ones, in the same order, but runs it as
+  // work from another thread: isCurrent() is false while it runs, so
+  // main-thread checks and "inline when already on the main thread" paths
+  // behave as they would on a pool thread. The manual task pool runs its
+  // tasks this way. Safe from any thread.
+  void postOffMain(Task task);
 
   // Runs queued tasks, and delayed tasks already due, until there is nothing
   // left to run now. Returns how many ran.
   std::size_t runUntilIdle();
+
+  // As runUntilIdle(), one task at a time, for as long as `more()` holds
+  // before each task. Returns how many ran.
+  std::size_t runWhile(const std::function<bool()>& more);
 
   // Moves the clock forward by `seconds`, running each delayed task at its
   // due time (in due order, ties in posting order) with runUntilIdle() after
@@ -66,6 +79,7 @@ class ManualMainLoop final : public MainQueue {
 
   std::shared_ptr<FakeClock> clock_;
   std::thread::id mainThread_;
+  bool offMain_ = false;  // read and written on the main thread only
   mutable std::mutex mutex_;
   std::condition_variable posted_;
   std::deque<Task> ready_;

@@ -1,9 +1,11 @@
-// Installed font families, as fontconfig lists them.
+// Installed faces, as fontconfig lists them.
 #pragma once
 
 #include <fontconfig/fontconfig.h>
 
 #include <mutex>
+#include <optional>
+#include <string>
 
 #include "kiv/platform/ui/font.hpp"
 
@@ -16,9 +18,12 @@ class FontconfigFontLookup final : public FontLookup {
   FontconfigFontLookup(const FontconfigFontLookup&) = delete;
   FontconfigFontLookup& operator=(const FontconfigFontLookup&) = delete;
 
-  bool hasFamily(std::string_view familyName) const override;
+  std::optional<FontFace> face(std::string_view name) const override;
 
  private:
+  // The first face whose `property` is exactly `wanted`; mutex_ held.
+  std::optional<FontFace> findFace(const char* property, const std::string& wanted) const;
+
   // Calls into one fontconfig configuration are not safe from two threads.
   mutable std::mutex mutex_;
   // Our own configuration rather than the library's process-wide one, so

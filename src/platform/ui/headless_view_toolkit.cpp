@@ -29,8 +29,9 @@ std::shared_ptr<ViewController> HeadlessViewToolkit::makeViewController() {
 }
 
 std::optional<Font> HeadlessViewToolkit::font(std::string_view name, double pointSize) const {
-  if (!fonts_->hasFamily(name)) return std::nullopt;
-  return Font{std::string(name), pointSize};
+  auto face = fonts_->face(name);
+  if (!face) return std::nullopt;
+  return Font{std::move(face->family), pointSize, std::move(face->style)};
 }
 
 }  // namespace kiv

@@ -1,5 +1,6 @@
 #include "platform/ui/webp_image.hpp"
 
+#include <webp/decode.h>
 #include <webp/demux.h>
 
 #include <cstring>
@@ -13,8 +14,19 @@ struct AnimDecoderDeleter {
 };
 }  // namespace
 
-ImageRef decodeFirstWebPFrame(std::span<const std::uint8_t> bytes) {
+bool looksLikeWebP(std::span<const std::uint8_t> bytes) {
+  return bytes.size() >= 12 && std::memcmp(bytes.data(), "RIFF", 4) == 0 &&
+         std::memcmp(bytes.data() + 8, "WEBP", 4) == 0;
+}
+
+ImageRef decodeFirstWebPFrame(std::span<const std::uint8_t> bytes, std::size_t maxPixels) {
   if (bytes.empty()) return nullptr;
+  WebPBitstreamFeatures features{};
+  if (WebPGetFeatures(bytes.data(), bytes.size(), &features) != VP8_STATUS_OK) return nullptr;
+  if (features.width <= 0 || features.height <= 0 ||
+      static_cast<std::size_t>(features.width) > maxPixels / static_cast<std::size_t>(features.height)) {
+    return nullptr;
+  }
   const WebPData data{bytes.data(), bytes.size()};
   WebPAnimDecoderOptions options;
   if (!WebPAnimDecoderOptionsInit(&options)) return nullptr;

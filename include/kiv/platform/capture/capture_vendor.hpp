@@ -9,9 +9,14 @@
 // - The vendor's screen is shown through the options' presentation delegate
 //   (present from the main thread) and taken down through the same delegate
 //   when the capture ends or is cancelled.
-// - Statuses reach the callback on the main queue, in order, and after a
-//   final status (success, failure, canceled, error) no other follows.
-// - After cancel() the callback is not called again.
+// - Statuses reach the callback in order, one at a time, on a thread of the
+//   runtime's choosing: the main thread or one of its own (a real vendor
+//   calls back from its capture threads). A caller that needs the main
+//   thread moves them there. A status may even arrive inside launch(),
+//   before it returns.
+// - After a final status (success, failure, canceled, error) no other
+//   should follow, and after cancel() the callback should not be called
+//   again; a careful caller still ignores what comes late.
 #pragma once
 
 #include <memory>

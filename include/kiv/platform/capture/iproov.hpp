@@ -1,7 +1,7 @@
 // The capture vendor's entry point, under its own names.
 //
 //   Session session = IProov::launch("wss://eu.example/ws", token, options,
-//                                    [](const Status& status) { ... });   // on the main queue
+//                                    [](const Status& status) { ... });   // on any thread
 //   ...
 //   session.cancel();
 //

@@ -2,8 +2,9 @@
 //
 // A capture reports any number of progress statuses (connecting, connected,
 // processing) and ends with exactly one final status: success, failure,
-// canceled or error. Statuses reach the launcher's callback on the main
-// queue, in the order the vendor produced them.
+// canceled or error. Statuses reach the launcher's callback in the order the
+// vendor produced them, on a thread of the vendor's choosing (see
+// capture_vendor.hpp).
 //
 //   [](const Status& status) {
 //     if (auto failed = status.as<Status::failure>()) show(failed->result.reasons);
@@ -153,7 +154,7 @@ class Status {
   Case value_;
 };
 
-// Called on the main queue with each status of one capture.
+// Called with each status of one capture, on any thread (one at a time).
 using StatusCallback = std::function<void(const Status&)>;
 
 }  // namespace kiv

@@ -31,7 +31,8 @@ class ViewToolkit {
 
   // Fonts: safe from any thread.
   virtual const FontLookup& fonts() const = 0;
-  // The font named `name` at `pointSize`, when the system has that family.
+  // The face that `name` names (a family, PostScript or full name, as
+  // FontLookup::face) at `pointSize`; absent when nothing installed has it.
   virtual std::optional<Font> font(std::string_view name, double pointSize) const = 0;
   // The size of the system's standard text, in points.
   virtual double systemFontSize() const = 0;

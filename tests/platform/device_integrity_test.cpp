@@ -1,0 +1,183 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/integrity/fake_device_integrity.hpp"
+#include "platform/integrity/linux_device_integrity.hpp"
+#include "support/test_platform.hpp"
+
+namespace kiv {
+namespace {
+
+struct ParseCase {
+  std::string name;
+  std::string text;
+  std::optional<std::string> violation;
+};
+void PrintTo(const ParseCase& c, std::ostream* os) { *os << c.name; }
+auto byName = [](const auto& testInfo) { return testInfo.param.name; };
+
+class TracerStatus : public ::testing::TestWithParam<ParseCase> {};
+
+TEST_P(TracerStatus, ReportsATracerOnlyWhenTracerPidNamesOne) {
+  EXPECT_EQ(tracerViolation(GetParam().text), GetParam().violation);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Texts, TracerStatus,
+    ::testing::Values(ParseCase{"NotTraced", "Name:\tkivfll\nState:\tR (running)\nTracerPid:\t0\nUid:\t1000\n", {}},
+                      ParseCase{"Traced", "Name:\tkivfll\nTracerPid:\t4242\nUid:\t1000\n",
+                                "a debugger is attached (TracerPid 4242)"},
+                      ParseCase{"LastLineWithoutNewlineAndCarriageReturn", "Name:\tx\nTracerPid: 17\r",
+                                "a debugger is attached (TracerPid 17)"},
+                      ParseCase{"NoSuchLine", "Name:\tkivfll\nPid:\t12\n", {}},
+                      ParseCase{"NotANumber", "TracerPid:\tlots\n", {}}, ParseCase{"Empty", "TracerPid:\n", {}},
+                      ParseCase{"OnlyAtTheStartOfALine", "XTracerPid:\t5\nTracerPid:\t0\n", {}},
+                      ParseCase{"Binary", std::string("\0\xff\nTracerPid:\t\xff", 15), {}}),
+    byName);
+
+class InstrumentationMaps : public ::testing::TestWithParam<ParseCase> {};
+
+TEST_P(InstrumentationMaps, ReportsAnInstrumentationLibraryByItsFileName) {
+  EXPECT_EQ(instrumentationViolation(GetParam().text), GetParam().violation);
+}
+
+const std::string kLibc = "7f0c1a000000-7f0c1a028000 r--p 00000000 08:01 1835 /usr/lib/x86_64-linux-gnu/libc.so.6\n";
+const std::string kAnonymous =
+    "7ffd5a1e0000-7ffd5a201000 rw-p 00000000 00:00 0                          [stack]\n"
+    "7f0c19e00000-7f0c19e21000 rw-p 00000000 00:00 0 \n";
+
+INSTANTIATE_TEST_SUITE_P(
+    Texts, InstrumentationMaps,
+    ::testing::Values(
+        ParseCase{"Clean", kLibc + kAnonymous, {}},
+        ParseCase{"FridaAgent",
+                  kLibc + "7f0c1b000000-7f0c1b100000 r-xp 00000000 08:01 99 /tmp/frida-5e1f/frida-agent-64.so\n",
+                  "an instrumentation toolkit is loaded (frida-agent-64.so)"},
+        ParseCase{"FromMemoryAndDeleted",
+                  "7f0c1b000000-7f0c1b100000 r-xp 00000000 00:01 7 /memfd:Frida-Gadget (deleted)",
+                  "an instrumentation toolkit is loaded (memfd:Frida-Gadget (deleted))"},
+        ParseCase{"GumJs", "7f0c1b000000-7f0c1b100000 r-xp 00000000 08:01 8 /opt/x/libgum-js-loop.so\n",
+                  "an instrumentation toolkit is loaded (libgum-js-loop.so)"},
+        ParseCase{
+            "OnlyADirectoryNamedSo", "7f0c1b000000-7f0c1b100000 r-xp 00000000 08:01 8 /home/frida/lib/libz.so\n", {}},
+        ParseCase{"ShortAndOddLines", "frida\n1 2 3 4 frida\n\n\n   \n", {}},
+        ParseCase{"LongNamesAreCut", "1-2 r-xp 0 08:01 8 /x/frida" + std::string(300, 'a') + "\n",
+                  "an instrumentation toolkit is loaded (frida" + std::string(115, 'a') + ")"}),
+    byName);
+
+// A process directory the test writes: status and maps as the kernel would.
+class ProcessDirectory {
+ public:
+  ProcessDirectory()
+      : path_(std::filesystem::temp_directory_path() /
+              ("kiv_integrity_" + std::to_string(::getpid()) + "_" +
+               ::testing::UnitTest::GetInstance()->current_test_info()->name())) {
+    std::filesystem::create_directories(path_);
+    write("TracerPid:\t0\n", "");
+  }
+  ~ProcessDirectory() { std::filesystem::remove_all(path_); }
+  void write(const std::string& status, const std::string& maps) {
+    std::ofstream(path_ / "status") << status;
+    std::ofstream(path_ / "maps") << maps;
+  }
+  const std::filesystem::path& path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+TEST(LinuxDeviceIntegrity, ChecksTheFilesOfItsProcessDirectory) {
+  ProcessDirectory dir;
+  LinuxDeviceIntegrity integrity(dir.path());
+  EXPECT_EQ(integrity.check(), std::nullopt);
+  dir.write("TracerPid:\t0\n", "1-2 r-xp 0 08:01 8 /tmp/frida-agent-32.so\n");
+  EXPECT_EQ(integrity.check(), "an instrumentation toolkit is loaded (frida-agent-32.so)");
+  dir.write("TracerPid:\t31\n", "1-2 r-xp 0 08:01 8 /tmp/frida-agent-32.so\n");
+  EXPECT_EQ(integrity.check(), "a debugger is attached (TracerPid 31)");
+  std::filesystem::remove_all(dir.path());
+  EXPECT_EQ(integrity.check(), std::nullopt);  // nothing to read is no finding
+}
+
+class IntegrityMonitorTest : public testing::ManualPoolPlatformTest {
+ protected:
+  // Each report as "<seconds> <violation>", with " (main)" if it was made on
+  // the main thread.
+  std::function<void(std::string)> recorder() {
+    return [this](std::string violation) {
+      reports.push_back(std::to_string(static_cast<int>(secondsBetween(start, clock().now()))) + " " + violation +
+                        (loop().isCurrent() ? " (main)" : ""));
+      if (onReport) onReport();
+    };
+  }
+
+  ProcessDirectory dir;
+  LinuxDeviceIntegrity integrity{dir.path()};
+  TimePoint start = clock().now();
+  std::vector<std::string> reports;
+  std::function<void()> onReport;
+};
+
+TEST_F(IntegrityMonitorTest, RechecksEveryTwoSecondsOffTheMainThreadAndReportsOnce) {
+  std::shared_ptr<DeviceIntegrityMonitor> monitor;
+  onReport = [&] { monitor->stop(); };  // stopping from inside the report must not block
+  monitor = integrity.startMonitor(recorder());
+  loop().advance(3.9);
+  dir.write("TracerPid:\t77\n", "");
+  loop().advance(0.1);  // the check at 4 s finds it
+  loop().advance(10);
+  EXPECT_EQ(reports, std::vector<std::string>{"4 a debugger is attached (TracerPid 77)"});
+  EXPECT_EQ(loop().pendingDelayedCount(), 0u);
+}
+
+TEST_F(IntegrityMonitorTest, OneReportEvenWhenNotStopped) {
+  auto monitor = integrity.startMonitor(recorder());
+  dir.write("TracerPid:\t77\n", "");
+  loop().advance(10);
+  EXPECT_EQ(reports, std::vector<std::string>{"2 a debugger is attached (TracerPid 77)"});
+  EXPECT_EQ(loop().pendingDelayedCount(), 0u);
+}
+
+TEST_F(IntegrityMonitorTest, StoppingOrDroppingTheMonitorCancelsItsTimer) {
+  auto stopped = integrity.startMonitor(recorder());
+  auto dropped = integrity.startMonitor(recorder());
+  loop().advance(2);
+  stopped->stop();
+  stopped->stop();
+  dropped.reset();
+  EXPECT_EQ(loop().pendingDelayedCount(), 0u);
+  dir.write("TracerPid:\t77\n", "");
+  loop().advance(10);
+  EXPECT_TRUE(reports.empty());
+}
+
+TEST(FakeDeviceIntegrity, ReportsWhatItIsToldToRunningMonitorsOnce) {
+  FakeDeviceIntegrity integrity;
+  EXPECT_EQ(integrity.check(), std::nullopt);
+  integrity.setViolationAtStart("a debugger is attached (TracerPid 7)");
+  EXPECT_EQ(integrity.check(), "a debugger is attached (TracerPid 7)");
+
+  std::vector<std::string> heard;
+  auto listening = integrity.startMonitor([&](std::string v) { heard.push_back("listening " + v); });
+  auto stopped = integrity.startMonitor([&](std::string v) { heard.push_back("stopped " + v); });
+  auto dropped = integrity.startMonitor([&](std::string v) { heard.push_back("dropped " + v); });
+  stopped->stop();
+  dropped.reset();
+  EXPECT_EQ(integrity.runningMonitors(), 1u);
+  integrity.reportViolation("frida");
+  integrity.reportViolation("again");
+  EXPECT_EQ(heard, std::vector<std::string>{"listening frida"});
+  EXPECT_EQ(integrity.runningMonitors(), 1u);  // until its owner stops it
+  listening->stop();
+  EXPECT_EQ(integrity.runningMonitors(), 0u);
+  EXPECT_EQ(integrity.startedMonitors(), 3u);
+}
+
+}  // namespace
+}  // namespace kiv
