@@ -1,7 +1,9 @@
 #include "platform/linux_services.hpp"
 
+#include "kiv/platform/camera_authorization.hpp"
 #include "kiv/platform/crash.hpp"
 #include "kiv/platform/device_identity.hpp"
+#include "kiv/platform/notification_center.hpp"
 #include "kiv/platform/secure_store.hpp"
 #include "kiv/platform/user_defaults.hpp"
 #include "kiv/platform/capture/simulated_capture_vendor.hpp"
@@ -24,6 +26,8 @@ void addLinuxServices(Platform& bundle) {
   bundle.capture = std::make_shared<SimulatedCaptureVendor>();
   bundle.crash = makeLinuxCrashPrimitives();
   bundle.integrity = std::make_shared<LinuxDeviceIntegrity>();
+  bundle.camera = makeLinuxCameraAuthorization();
+  bundle.notifications = makeMainQueueNotificationCenter();
 }
 
 }  // namespace kiv

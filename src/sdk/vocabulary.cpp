@@ -6,9 +6,9 @@
 
 namespace kiv {
 
-std::string toString(KivEnvironment environment) { return environment == KivEnvironment::dev    ? "dev"
-                                                          : environment == KivEnvironment::beta ? "beta"
-                                                                                                : "prod"; }
+std::string toString(KivEnvironment environment) {
+  return environment == KivEnvironment::dev ? "dev" : environment == KivEnvironment::beta ? "beta" : "prod";
+}
 
 KivSDKError::KivSDKError(KivErrorType errorType, std::optional<std::string> description)
     : errorType_(errorType), description_(std::move(description)) {}

@@ -1,6 +1,8 @@
 #include "support/test_services.hpp"
 
 #include "kiv/platform/capture/simulated_capture_vendor.hpp"
+#include "kiv/platform/notification_center.hpp"
+#include "platform/camera/fake_camera_authorization.hpp"
 #include "platform/crash/fake_crash_primitives.hpp"
 #include "platform/defaults/memory_user_defaults.hpp"
 #include "platform/device/fixed_device_identity.hpp"
@@ -24,7 +26,9 @@ void addTestServices(Platform& bundle) {
       std::make_shared<HeadlessViewToolkit>(std::make_shared<FakeFontLookup>(FakeFontLookup::Families{"Avenir Next"}));
   bundle.capture = std::make_shared<SimulatedCaptureVendor>();
   bundle.crash = std::make_shared<FakeCrashPrimitives>();
-  bundle.integrity = std::make_shared<FakeDeviceIntegrity>();  // clean until a test says otherwise
+  bundle.integrity = std::make_shared<FakeDeviceIntegrity>();   // clean until a test says otherwise
+  bundle.camera = std::make_shared<FakeCameraAuthorization>();  // authorized until a test says otherwise
+  bundle.notifications = makeMainQueueNotificationCenter();
 }
 
 }  // namespace kiv::testing

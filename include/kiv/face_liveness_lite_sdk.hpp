@@ -1,0 +1,90 @@
+// The one object a host creates and talks to.
+//
+// setup() stores the host's credentials and choices, prewarm() may fetch the
+// liveness session ahead of time, and startSDK() runs one attempt over the
+// host's screen. How the attempt ended reaches the delegate, on the main
+// thread, as exactly one of its finishing calls; of its own failures the
+// facade reports only a start before any setup.
+//
+//   auto sdk = kiv::KivFaceLivenessLiteSDK::make();
+//   sdk->setDelegate(delegate);    // held weakly: the host keeps it alive
+//   sdk->setup(token, personId, std::nullopt, nullptr, std::nullopt, kiv::KivEnvironment::prod, true);
+//   sdk->prewarm();                // optional
+//   sdk->startSDK(hostViewController);
+//
+// Threads: every operation except prewarm() is main-thread only (debug builds
+// assert); prewarm() moves itself to the main queue when called elsewhere.
+//
+// Ownership: the host owns the facade through the shared_ptr make() returns.
+// Work the facade started (a prewarm fetch, the camera prompt, a notification)
+// holds it weakly and does nothing once the host has released it; releasing it
+// mid-run ends that run without a delegate call.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "kiv/delegate.hpp"
+#include "kiv/environment.hpp"
+#include "kiv/platform/ui/view_controller.hpp"
+#include "kiv/resource_bundle.hpp"
+#include "kiv/ui_customization.hpp"
+
+namespace kiv {
+
+class KivFaceLivenessLiteSDK {
+ public:
+  // The arguments of the last setup().
+  struct Configuration {
+    std::string mobileToken;                        // the host's signed credential for the backend
+    std::string personId;                           // the person to be verified
+    std::optional<std::string> customLocalization;  // name of the host's strings table
+    ResourceBundleRef customLocalizationBundle;     // the bundle holding it; null for none
+    std::optional<DorvinUiCustomization> uiCustomization;
+    KivEnvironment environment = KivEnvironment::prod;
+    bool loading = false;  // whether the SDK shows its own loading indicator
+  };
+
+  // The facade's state and operations; defined inside the SDK, opaque here.
+  struct Impl;
+
+  // A facade with no configuration, no delegate and nothing cached.
+  static std::shared_ptr<KivFaceLivenessLiteSDK> make();
+  ~KivFaceLivenessLiteSDK();
+  KivFaceLivenessLiteSDK(const KivFaceLivenessLiteSDK&) = delete;
+  KivFaceLivenessLiteSDK& operator=(const KivFaceLivenessLiteSDK&) = delete;
+
+  // The receiver of outcomes, while the host keeps it alive. A run hears the
+  // delegate set when it started.
+  std::shared_ptr<KivFaceLivenessLiteDelegate> delegate() const;
+  void setDelegate(std::weak_ptr<KivFaceLivenessLiteDelegate> delegate);
+
+  // Stores the configuration (replacing an earlier one) and makes
+  // `environment` the current one. Credentials or an environment other than
+  // those of a prewarmed session drop that session. Reports nothing.
+  void setup(std::string mobileToken, std::string personId, std::optional<std::string> customLocalization,
+             ResourceBundleRef customLocalizationBundle, std::optional<DorvinUiCustomization> uiCustomization,
+             KivEnvironment environment, bool loading);
+
+  // Creates the liveness session now and keeps it for 90 seconds for the
+  // next start with the same credentials and environment; dropped when the
+  // application enters the background. Ignored during a run, while a fetch
+  // is under way, and while a fresh session is kept; before setup() it only
+  // prints a line. Safe from any thread.
+  void prewarm();
+
+  // Runs one attempt over `viewController` (held by the run until it ends).
+  // Before setup() the delegate hears invalidOptionsException at once; while
+  // another run is in progress (in any facade) the call only prints a line.
+  void startSDK(std::shared_ptr<ViewController> viewController);
+
+  // The SDK's own access to the state behind the facade.
+  Impl& impl() const { return *impl_; }
+
+ private:
+  KivFaceLivenessLiteSDK();
+  std::shared_ptr<Impl> impl_;
+};
+
+}  // namespace kiv

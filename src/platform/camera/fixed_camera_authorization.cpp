@@ -1,0 +1,10 @@
+#include "kiv/platform/camera_authorization.hpp"
+#include "kiv/platform/platform.hpp"
+
+namespace kiv {
+
+void FixedCameraAuthorization::requestAccess(Completion completion) {
+  platform()->taskPool->post([completion = std::move(completion), granted = answerToRequest_] { completion(granted); });
+}
+
+}  // namespace kiv
