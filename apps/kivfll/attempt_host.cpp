@@ -8,6 +8,8 @@
 #include <mutex>
 
 #include "kiv/face_liveness_lite.hpp"
+#include "kiv/platform/crash.hpp"
+#include "kiv/platform/secure_store.hpp"
 #include "observed_capture_vendor.hpp"
 #include "traffic_counter.hpp"
 

@@ -76,7 +76,9 @@ std::optional<std::string> prepareDataDirectory(const std::filesystem::path& dir
 
 ExitStatus runAttempt(const RunArguments& arguments) {
   AttemptOptions options;
-  options.environment = fromRawValue<KivEnvironment>(arguments.environment).value_or(KivEnvironment::dev);
+  for (auto environment : allCases<KivEnvironment>()) {
+    if (toString(environment) == arguments.environment) options.environment = environment;
+  }
   options.mobileToken = arguments.token;
   options.personId = arguments.person;
   options.prewarm = arguments.prewarm;
