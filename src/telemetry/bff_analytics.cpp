@@ -204,7 +204,16 @@ Json KivBFFAnalytics::makeBody(std::string_view eventName, KivAnalyticsEventType
 }
 
 template <typename Build>
-void KivBFFAnalytics::runDetached(Build build, KivAnalyticsEndpoint endpoint, PostCompletion done) {
+void KivBFFAnalytics::runDetached(Build build, KivAnalyticsEndpoint endpoint, PostCompletion caller) {
+  {
+    std::lock_guard lock(pendingMutex_);
+    ++pendingPosts_;
+  }
+  PostCompletion done = [self = shared_from_this(), caller = std::move(caller)](std::exception_ptr error) {
+    caller(error);
+    std::lock_guard lock(self->pendingMutex_);
+    if (--self->pendingPosts_ == 0) self->pendingChanged_.notify_all();
+  };
   // The pool only builds the body; the post itself waits on nobody's thread.
   platform()->taskPool->post(
       [self = shared_from_this(), build = std::move(build), endpoint, done = std::move(done)]() mutable {
@@ -216,6 +225,11 @@ void KivBFFAnalytics::runDetached(Build build, KivAnalyticsEndpoint endpoint, Po
         }
         self->send(std::move(body), endpoint, std::move(done));
       });
+}
+
+void KivBFFAnalytics::waitForPendingPosts() const {
+  std::unique_lock lock(pendingMutex_);
+  pendingChanged_.wait(lock, [this] { return pendingPosts_ == 0; });
 }
 
 namespace {

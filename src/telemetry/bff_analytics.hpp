@@ -22,6 +22,7 @@
 #pragma once
 
 #include <chrono>
+#include <condition_variable>
 #include <cstddef>
 #include <exception>
 #include <functional>
@@ -118,6 +119,11 @@ class KivBFFAnalytics : public std::enable_shared_from_this<KivBFFAnalytics> {
   // thread; configure() retires the client it replaces.
   void retire();
 
+  // Blocks until every track and crash report started so far has been
+  // delivered, queued or given up. Never on the main queue; for tests and
+  // diagnostics.
+  void waitForPendingPosts() const;
+
   // Ready when no flush is running; otherwise becomes ready when the running
   // one has ended. For diagnostics and tests.
   std::shared_future<void> flushFinished() const;
@@ -198,6 +204,10 @@ class KivBFFAnalytics : public std::enable_shared_from_this<KivBFFAnalytics> {
   std::optional<std::string> provider_;
   std::shared_ptr<HttpSession> urlSession_;
   std::shared_ptr<HttpSession> crashSession_;
+  // Tracks and crash reports started and not yet finished.
+  mutable std::mutex pendingMutex_;
+  mutable std::condition_variable pendingChanged_;
+  std::size_t pendingPosts_ = 0;
   std::shared_ptr<KeyChainManagerProtocol> keyChainManager_;
 
   // The offline queue; guarded by queueLock_, which is recursive because

@@ -58,18 +58,6 @@ TEST(AnalyticsEvent, FixedEventsCarryTheirNameAndType) {
   EXPECT_EQ(namesByType, expected);
 }
 
-TEST(AnalyticsEvent, StandardAndCustomFormsSendTheCallersNameAndType) {
-  const auto standard = KivAnalyticsEvent::standard(KivAnalyticsEventName::sdkResult, KivAnalyticsEventType::sdkStep);
-  EXPECT_EQ(standard.name(), "sdk_result");
-  EXPECT_EQ(standard.type(), KivAnalyticsEventType::sdkStep);
-  const auto custom = KivAnalyticsEvent::custom("host_event", KivAnalyticsEventType::crash);
-  EXPECT_EQ(custom.name(), "host_event");
-  EXPECT_EQ(custom.type(), KivAnalyticsEventType::crash);
-  // Same wire fields, different forms: still different events.
-  EXPECT_NE(KivAnalyticsEvent::standard(KivAnalyticsEventName::startSdk, KivAnalyticsEventType::userInteraction),
-            KivAnalyticsEvent(KivAnalyticsFixedEvent::startSdk));
-}
-
 TEST(AnalyticsError, DescriptionsAreTheTextsShown) {
   const std::vector<std::pair<KivAnalyticsError, std::string>> cases{
       {KivAnalyticsError::network(500, "oops"), "Network error (status: 500) body: oops"},
