@@ -157,8 +157,9 @@ class KivBFFAnalytics : public std::enable_shared_from_this<KivBFFAnalytics> {
   std::vector<QueuedEvent> queuedEvents() const;
   int retryAttempts() const;
 
-  // The persisted form of a queue, and back (absent when an entry lacks a
-  // valid endpoint or timestamp).
+  // The persisted form of a queue, and back: absent when an entry lacks a
+  // known endpoint, base64 body bytes or a time the clock can hold; body
+  // bytes that are not a JSON object decode as an empty body.
   static std::string encodeQueue(const std::vector<QueuedEvent>& queue);
   static std::optional<std::vector<QueuedEvent>> decodeQueue(std::string_view bytes);
 

@@ -24,9 +24,8 @@ constexpr std::string_view kQueuedEventsKey = "queued_events";
 // Stored timestamps count seconds from 2001-01-01 00:00:00 UTC, the phone
 // platform's reference date.
 constexpr std::chrono::seconds kReferenceDateSinceEpoch{978307200};
-// About 285 years either side of 1970, measured from either date: inside
-// the range of the clock's nanosecond count. A stored time beyond it is not
-// one this SDK wrote.
+// About 285 years either side of 1970: inside the range of the clock's
+// nanosecond count. A stored time beyond it is not one this SDK wrote.
 constexpr double kStoredSecondsRange = 9.0e9;
 
 std::string base64(std::string_view bytes) {
@@ -112,9 +111,7 @@ std::optional<std::vector<KivBFFAnalytics::QueuedEvent>> KivBFFAnalytics::decode
     if (!endpointText || !*endpointText || !seconds || !*seconds || !encoded || !*encoded) return std::nullopt;
     const auto endpoint = fromRawValue<KivAnalyticsEndpoint>(**endpointText);
     const double sinceEpochSeconds = **seconds + static_cast<double>(kReferenceDateSinceEpoch.count());
-    if (!endpoint || !(std::abs(**seconds) <= kStoredSecondsRange) ||
-        !(std::abs(sinceEpochSeconds) <= kStoredSecondsRange))
-      return std::nullopt;
+    if (!endpoint || !(std::abs(sinceEpochSeconds) <= kStoredSecondsRange)) return std::nullopt;
     const auto raw = fromBase64(**encoded);
     if (!raw) return std::nullopt;
     // Bytes that are not a JSON object decode as an empty body.

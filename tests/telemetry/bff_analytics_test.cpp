@@ -601,7 +601,6 @@ std::vector<DecodeCase> decodeCases() {
       {"bodyNotBase64", entry("bm90IGJhc2U2NA=!", 1.5), false},
       {"bodyNotText", entry(7, 1.5), false},
       {"timeTooLate", entry(base64Of("{}"), 1e300), false},
-      // Held by the clock since 1970, but not counted from 2001.
       {"timeTooEarly", entry(base64Of("{}"), -1.0e10), false},
       {"timeMissing", entry(base64Of("{}"), Json()), false},
       {"endpointUnknown", Json{{"endpoint", "elsewhere"}, {"jsonBody", "e30="}, {"timestamp", 1}}, false},
