@@ -81,7 +81,10 @@ void BM_EnqueueFailedPost(benchmark::State& state) {
     keychain->save(probe->storageNamespace(), kiv::KivBFFAnalytics::queueSessionKey, bytes(session), true);
     auto analytics = kiv::KivBFFAnalytics::make(configuration(), keychain);
     state.ResumeTiming();
-    analytics->send(body, kiv::KivAnalyticsEndpoint::trackAnalytics);
+    std::promise<void> queued;
+    analytics->send(body, kiv::KivAnalyticsEndpoint::trackAnalytics,
+                    [&queued](std::exception_ptr) { queued.set_value(); });
+    queued.get_future().wait();
     state.PauseTiming();
     if (analytics->queuedEvents().size() != queue.size() + 1) std::abort();
     analytics.reset();

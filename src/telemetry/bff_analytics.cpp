@@ -44,13 +44,32 @@ constexpr std::array<std::string_view, 4> kLiftedApiKeys{"apiEndpoint", "respons
 // server failure.
 constexpr int kNonHttpStatus = 500;
 
-bool isBlank(std::string_view text) { return text.find_first_not_of(" \t\n\r\v\f") == std::string_view::npos; }
+bool isBlank(std::string_view text) { return unicode::trimWhiteSpaceAndNewlines(text).empty(); }
 
-std::string trimmed(std::string_view text) {
-  const auto first = text.find_first_not_of(" \t\n\r\v\f");
-  if (first == std::string_view::npos) return {};
-  const auto last = text.find_last_not_of(" \t\n\r\v\f");
-  return std::string(text.substr(first, last - first + 1));
+void debugLine(std::string_view text) { platform()->console->writeLine(debugQuoted(text)); }
+
+// The error of a finished post, or null for a status from 200 to 299. Runs
+// on the session's thread.
+std::exception_ptr outcomeOf(const DataTaskResult& result) {
+  if (result.error && !result.httpResponse()) return std::make_exception_ptr(*result.error);
+  const HttpResponse* response = result.httpResponse();
+  const int status = response ? response->statusCode : kNonHttpStatus;
+  debugLine(std::string(kResponseLinePrefix) + std::to_string(status) + ")");
+  debugLine(result.data.value_or(""));
+  if (result.error) return std::make_exception_ptr(*result.error);  // the answer broke off mid-body
+  if (status >= 200 && status <= 299) return nullptr;
+  std::optional<std::string> decoded;
+  if (result.data && unicode::isValidUtf8(*result.data)) decoded = *result.data;
+  return std::make_exception_ptr(KivAnalyticsError::network(status, std::move(decoded)));
+}
+
+void debugError(std::exception_ptr error) {
+  try {
+    std::rethrow_exception(error);
+  } catch (const std::exception& e) {
+    debugLine(e.what());
+  } catch (...) {
+  }
 }
 
 // The slot releases a replaced client outside its lock: the destructor
@@ -65,6 +84,9 @@ ProcessSlot<std::shared_ptr<KivBFFAnalytics>>& slot() {
 std::shared_ptr<KivBFFAnalytics> KivBFFAnalytics::shared() { return slot().get(); }
 
 void KivBFFAnalytics::configure(Configuration configuration) {
+  // Retired before the new client reads the stored queue, so that nothing
+  // the old one does afterwards reaches the store.
+  if (auto previous = slot().get()) previous->retire();
   slot().set(make(std::move(configuration), KivKeyChainManager::shared()));
 }
 
@@ -88,8 +110,17 @@ KivBFFAnalytics::KivBFFAnalytics(Configuration configuration, std::shared_ptr<Ke
       entrypointVersion_(configuration.entrypointVersion.value_or("")),
       keyChainManager_(std::move(keyChainManager)) {
   const auto services = platform();
-  urlSession_ = services->http->makeSession(configuration.sessionConfiguration.value_or(HttpSessionConfiguration{
-      .requestCachePolicy = HttpCachePolicy::reloadIgnoringLocalAndRemoteCacheData, .label = "kiv.analytics"}));
+  auto sessionConfiguration = configuration.sessionConfiguration.value_or(HttpSessionConfiguration{
+      .requestCachePolicy = HttpCachePolicy::reloadIgnoringLocalAndRemoteCacheData, .label = "kiv.analytics"});
+  urlSession_ = services->http->makeSession(sessionConfiguration);
+  // Crash reports have their own connections: a crash must be reported
+  // within its bound even while every connection of the other session waits
+  // on a slow backend.
+  sessionConfiguration.label = "kiv.crash";
+  crashSession_ = services->http->makeSession(sessionConfiguration);
+  std::promise<void> idle;
+  idle.set_value();
+  flushFinished_ = idle.get_future().share();
   monitorQueue_ = services->taskPool->makeSerialQueue("kiv.analytics.pathmonitor");
   if (services->pathMonitor) pathMonitor_ = services->pathMonitor->makeMonitor();
 }
@@ -105,8 +136,8 @@ void KivBFFAnalytics::setProvider(std::optional<std::string> provider) {
 
 std::string KivBFFAnalytics::userId() const {
   if (personId_) {
-    auto person = trimmed(*personId_);
-    if (!person.empty()) return person;
+    const auto person = unicode::trimWhiteSpaceAndNewlines(*personId_);
+    if (!person.empty()) return std::string(person);
   }
   return sessionId_;
 }
@@ -173,54 +204,99 @@ Json KivBFFAnalytics::makeBody(std::string_view eventName, KivAnalyticsEventType
 }
 
 template <typename Build>
-std::shared_future<void> KivBFFAnalytics::runDetached(Build build, KivAnalyticsEndpoint endpoint) {
-  auto done = std::make_shared<std::promise<void>>();
-  std::shared_future<void> finished = done->get_future().share();
-  platform()->taskPool->post([self = shared_from_this(), build = std::move(build), endpoint, done]() mutable {
-    // Analytics never reports to the host: whatever could not be queued is
-    // dropped here.
-    try {
-      self->send(build(*self), endpoint);
-    } catch (const std::exception& error) {
-      self->debug(error.what());
-    } catch (...) {
-    }
-    done->set_value();
-  });
-  return finished;
+void KivBFFAnalytics::runDetached(Build build, KivAnalyticsEndpoint endpoint, PostCompletion caller) {
+  {
+    std::lock_guard lock(pendingMutex_);
+    ++pendingPosts_;
+  }
+  PostCompletion done = [self = shared_from_this(), caller = std::move(caller)](std::exception_ptr error) {
+    caller(error);
+    std::lock_guard lock(self->pendingMutex_);
+    if (--self->pendingPosts_ == 0) self->pendingChanged_.notify_all();
+  };
+  // The pool only builds the body; the post itself waits on nobody's thread.
+  platform()->taskPool->post(
+      [self = shared_from_this(), build = std::move(build), endpoint, done = std::move(done)]() mutable {
+        Json body;
+        try {
+          body = build(*self);
+        } catch (...) {
+          return done(std::current_exception());
+        }
+        self->send(std::move(body), endpoint, std::move(done));
+      });
 }
+
+void KivBFFAnalytics::waitForPendingPosts() const {
+  std::unique_lock lock(pendingMutex_);
+  pendingChanged_.wait(lock, [this] { return pendingPosts_ == 0; });
+}
+
+namespace {
+
+// A future for a post whose errors only reach the debug output: analytics
+// never reports to the host.
+std::pair<std::shared_future<void>, KivBFFAnalytics::PostCompletion> quietFuture() {
+  auto done = std::make_shared<std::promise<void>>();
+  return {done->get_future().share(), [done](std::exception_ptr error) {
+            if (error) debugError(error);
+            done->set_value();
+          }};
+}
+
+void addSdkParameters(auto& params, const KivSDKInfo& sdk) {
+  params["sdk_name"] = sdk.name;
+  params["sdk_version"] = sdk.version;
+  params["sdkName"] = sdk.name;
+  params["sdkVersion"] = sdk.version;
+}
+
+}  // namespace
 
 std::shared_future<void> KivBFFAnalytics::track(const KivAnalyticsEvent& event, TextParams params,
                                                 std::optional<std::string> requestBody) {
-  return runDetached(
+  auto [finished, done] = quietFuture();
+  runDetached(
       [name = event.name(), type = event.type(), params = std::move(params),
        requestBody = std::move(requestBody)](const KivBFFAnalytics& self) mutable {
-        params["sdk_name"] = self.sdk_.name;
-        params["sdk_version"] = self.sdk_.version;
-        params["sdkName"] = self.sdk_.name;
-        params["sdkVersion"] = self.sdk_.version;
+        addSdkParameters(params, self.sdk_);
         return self.makeBody(name, type, self.makeProperties(params, requestBody));
       },
-      KivAnalyticsEndpoint::trackAnalytics);
+      KivAnalyticsEndpoint::trackAnalytics, std::move(done));
+  return finished;
 }
 
 std::shared_future<void> KivBFFAnalytics::track(const KivAnalyticsEvent& event, Json params,
                                                 std::optional<std::string> requestBody) {
-  return runDetached(
+  auto [finished, done] = quietFuture();
+  runDetached(
       [name = event.name(), type = event.type(), params = params.is_object() ? std::move(params) : Json::object(),
        requestBody = std::move(requestBody)](const KivBFFAnalytics& self) mutable {
-        params["sdk_name"] = self.sdk_.name;
-        params["sdk_version"] = self.sdk_.version;
-        params["sdkName"] = self.sdk_.name;
-        params["sdkVersion"] = self.sdk_.version;
+        addSdkParameters(params, self.sdk_);
         return self.makeBody(name, type, self.makeProperties(std::move(params), requestBody));
       },
-      KivAnalyticsEndpoint::trackAnalytics);
+      KivAnalyticsEndpoint::trackAnalytics, std::move(done));
+  return finished;
 }
 
 std::shared_future<void> KivBFFAnalytics::sendCrashReport(std::string stackTrace,
                                                           std::optional<KivAnalyticsResult> result) {
-  return runDetached(
+  auto done = std::make_shared<std::promise<void>>();
+  std::shared_future<void> finished = done->get_future().share();
+  sendCrashReport(std::move(stackTrace), result, [done](std::exception_ptr error) {
+    if (error) {
+      debugError(error);
+      done->set_exception(error);
+    } else {
+      done->set_value();
+    }
+  });
+  return finished;
+}
+
+void KivBFFAnalytics::sendCrashReport(std::string stackTrace, std::optional<KivAnalyticsResult> result,
+                                      PostCompletion done) {
+  runDetached(
       [stackTrace = std::move(stackTrace), result](const KivBFFAnalytics& self) {
         TextParams params{{"sdk_name", self.sdk_.name}, {"sdk_version", self.sdk_.version}};
         if (result) params[std::string(kResultKey)] = std::string(rawValue(*result));
@@ -229,55 +305,67 @@ std::shared_future<void> KivBFFAnalytics::sendCrashReport(std::string stackTrace
         return self.makeBody(rawValue(KivAnalyticsFixedEvent::crash), KivAnalyticsEventType::crash,
                              std::move(properties));
       },
-      KivAnalyticsEndpoint::crashlytics);
+      KivAnalyticsEndpoint::crashlytics, std::move(done));
 }
 
 std::string KivBFFAnalytics::baseURL() const { return analyticsBaseURL(environmentOf(stage_)); }
 
-void KivBFFAnalytics::debug(std::string_view text) const { platform()->console->writeLine(debugQuoted(text)); }
+void KivBFFAnalytics::debug(std::string_view text) const { debugLine(text); }
 
-void KivBFFAnalytics::post(const Json& body, KivAnalyticsEndpoint endpoint) {
-  const std::string address = baseURL() + std::string(rawValue(endpoint));
-  if (!url::parse(address)) throw KivAnalyticsError::invalidURL();
+void KivBFFAnalytics::post(const Json& body, KivAnalyticsEndpoint endpoint, PostCompletion done) {
+  // Shared so that a session refusing the task outright still gets an answer
+  // to the caller.
+  auto completion = std::make_shared<PostCompletion>(std::move(done));
+  try {
+    const std::string address = baseURL() + std::string(rawValue(endpoint));
+    if (!url::parse(address)) throw KivAnalyticsError::invalidURL();
 
-  HttpRequest request{.url = address, .method = "POST", .timeoutSeconds = kPostTimeoutSeconds};
-  request.setValue(std::string(kContentTypeValue), std::string(kContentTypeHeader));
-  request.setValue("no-cache, no-store, must-revalidate", "Cache-Control");
-  request.setValue("no-cache", "Pragma");
-  request.setValue("0", "Expires");
-  if (!isBlank(mobileToken_)) request.setValue(mobileToken_, std::string(kAuthorizationHeader));
-  if (!body.is_object()) throw KivAnalyticsError::encodingFailed();
-  request.body = json::dumpCompact(body);
+    HttpRequest request{.url = address, .method = "POST", .timeoutSeconds = kPostTimeoutSeconds};
+    request.setValue(std::string(kContentTypeValue), std::string(kContentTypeHeader));
+    request.setValue("no-cache, no-store, must-revalidate", "Cache-Control");
+    request.setValue("no-cache", "Pragma");
+    request.setValue("0", "Expires");
+    if (!isBlank(mobileToken_)) request.setValue(mobileToken_, std::string(kAuthorizationHeader));
+    if (!body.is_object()) throw KivAnalyticsError::encodingFailed();
+    request.body = json::dumpCompact(body);
 
-  debug(std::string(kRequestLinePrefix) + address);
-  debug(*request.body);
+    debug(std::string(kRequestLinePrefix) + address);
+    debug(*request.body);
 
-  DataTaskResult result = urlSession_->send(std::move(request));
-  if (result.error && !result.httpResponse()) throw *result.error;
-  const HttpResponse* response = result.httpResponse();
-  const int status = response ? response->statusCode : kNonHttpStatus;
-  const std::string text = result.data.value_or("");
-  debug(std::string(kResponseLinePrefix) + std::to_string(status) + ")");
-  debug(text);
-  if (result.error) throw *result.error;  // the answer broke off mid-body
-  if (status < 200 || status > 299) {
-    std::optional<std::string> decoded;
-    if (result.data && unicode::isValidUtf8(*result.data)) decoded = *result.data;
-    throw KivAnalyticsError::network(status, std::move(decoded));
+    auto& session = endpoint == KivAnalyticsEndpoint::crashlytics ? crashSession_ : urlSession_;
+    session
+        ->dataTask(std::move(request),
+                   [completion](DataTaskResult result) {
+                     const auto error = outcomeOf(result);
+                     (*completion)(error);
+                   })
+        ->resume();
+  } catch (...) {
+    (*completion)(std::current_exception());
   }
 }
 
-void KivBFFAnalytics::send(const Json& body, KivAnalyticsEndpoint endpoint) {
-  try {
-    post(body, endpoint);
-  } catch (const HttpError& error) {
-    enqueue(endpoint, body);
-    debug(std::string(kConnectionErrorPrefix) + error.localizedDescription());
-  } catch (const KivAnalyticsError& error) {
-    if (error.kind() != KivAnalyticsError::Kind::network) throw;
-    enqueue(endpoint, body);
-    debug(std::string(kServerErrorPrefix) + error.description());
-  }
+void KivBFFAnalytics::send(Json body, KivAnalyticsEndpoint endpoint, PostCompletion done) {
+  auto kept = std::make_shared<Json>(std::move(body));
+  post(*kept, endpoint, [self = shared_from_this(), kept, endpoint, done = std::move(done)](std::exception_ptr error) {
+    if (error) {
+      try {
+        std::rethrow_exception(error);
+      } catch (const HttpError& failure) {
+        self->enqueue(endpoint, *kept);
+        self->debug(std::string(kConnectionErrorPrefix) + failure.localizedDescription());
+        error = nullptr;
+      } catch (const KivAnalyticsError& failure) {
+        if (failure.kind() == KivAnalyticsError::Kind::network) {
+          self->enqueue(endpoint, *kept);
+          self->debug(std::string(kServerErrorPrefix) + failure.description());
+          error = nullptr;
+        }
+      } catch (...) {
+      }
+    }
+    done(error);
+  });
 }
 
 }  // namespace kiv

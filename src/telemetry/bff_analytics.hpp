@@ -7,21 +7,25 @@
 //                      KivBFFAnalytics::TextParams{{"result", "success"}});
 //   }
 //
-// track() and sendCrashReport() return at once: the body is built and posted
-// on the task pool, never on the main queue. Nothing they do reaches the
+// track() and sendCrashReport() return at once: the body is built on the
+// task pool and posted through the HTTP session, whose own thread runs the
+// answer; no thread waits for the network. Nothing they do reaches the
 // caller as an error. A post that failed for the network or with a status
 // outside 200-299 is kept in an offline queue mirrored into the secure store
 // and resent, in order, when the network path becomes usable again, also by
 // the next process.
 //
 // The returned future becomes ready once the post was delivered, queued or
-// given up; a caller that must not wait long (the crash handler) bounds it:
-//   bool finished = analytics->sendCrashReport(trace, KivAnalyticsResult::signal)
-//                       .wait_for(std::chrono::seconds(1)) == std::future_status::ready;
+// given up; a caller that must not wait long (the crash handler) takes the
+// completion form instead:
+//   analytics->sendCrashReport(trace, KivAnalyticsResult::signal, [](std::exception_ptr error) { ... });
 #pragma once
 
 #include <chrono>
+#include <condition_variable>
 #include <cstddef>
+#include <exception>
+#include <functional>
 #include <future>
 #include <map>
 #include <memory>
@@ -65,6 +69,10 @@ class KivBFFAnalytics : public std::enable_shared_from_this<KivBFFAnalytics> {
   };
 
   using TextParams = std::map<std::string, std::string>;
+  // Runs once, on the HTTP session's thread or on the task pool, with null
+  // when the body was delivered (or, after send, queued) and with the error
+  // otherwise.
+  using PostCompletion = std::function<void(std::exception_ptr error)>;
 
   // Item names of the offline queue in the secure store.
   static constexpr std::string_view queueKey = "kiv_analytics_queue";
@@ -76,7 +84,8 @@ class KivBFFAnalytics : public std::enable_shared_from_this<KivBFFAnalytics> {
 
   // Builds a client, loads the queue an earlier client left in the secure
   // store, starts watching the network path and stores the client in
-  // shared(), releasing (and so silencing) the one it held.
+  // shared(). The client it held is retired first, so that only one client
+  // ever flushes or writes the stored queue.
   static void configure(Configuration configuration);
 
   // A client outside the shared slot, with its queue loaded and its path
@@ -97,23 +106,40 @@ class KivBFFAnalytics : public std::enable_shared_from_this<KivBFFAnalytics> {
   std::shared_future<void> track(const KivAnalyticsEvent& event, Json params,
                                  std::optional<std::string> requestBody = std::nullopt);
 
-  // Posts a crash report to crashlytics. Safe from any thread.
+  // Posts a crash report to crashlytics, on a session of its own so that it
+  // never waits behind a backlog of other events. The future holds the error
+  // when the report was neither delivered nor queued. Safe from any thread.
   std::shared_future<void> sendCrashReport(std::string stackTrace,
                                            std::optional<KivAnalyticsResult> result = std::nullopt);
+  void sendCrashReport(std::string stackTrace, std::optional<KivAnalyticsResult> result, PostCompletion done);
+
+  // Stops watching the network path and flushing, at once and for good, and
+  // never writes the stored queue again: a later failed post of this client
+  // is dropped. A flush under way stops before its next post. Safe from any
+  // thread; configure() retires the client it replaces.
+  void retire();
+
+  // Blocks until every track and crash report started so far has been
+  // delivered, queued or given up. Never on the main queue; for tests and
+  // diagnostics.
+  void waitForPendingPosts() const;
+
+  // Ready when no flush is running; otherwise becomes ready when the running
+  // one has ended. For diagnostics and tests.
+  std::shared_future<void> flushFinished() const;
 
   // The value sent as requestParams.provider from now on; absent sends none.
   void setProvider(std::optional<std::string> provider);
 
-  // --- The steps behind track and sendCrashReport. Blocking; for pool
-  // tasks only.
+  // --- The steps behind track and sendCrashReport. Neither blocks.
 
-  // post(), queueing the body when the network or the backend failed it.
-  // Other errors are thrown.
-  void send(const Json& body, KivAnalyticsEndpoint endpoint);
-  // One POST of `body`. Throws HttpError for a transport failure,
+  // post(), queueing the body when the network or the backend failed it;
+  // `done` gets the other errors.
+  void send(Json body, KivAnalyticsEndpoint endpoint, PostCompletion done);
+  // One POST of `body`. `done` gets HttpError for a transport failure,
   // KivAnalyticsError for a bad URL, a body that is not an object, or a
   // status outside 200-299.
-  void post(const Json& body, KivAnalyticsEndpoint endpoint);
+  void post(const Json& body, KivAnalyticsEndpoint endpoint, PostCompletion done);
 
   // The envelope's properties object.
   Json makeProperties(const TextParams& params, const std::optional<std::string>& requestBody) const;
@@ -131,8 +157,9 @@ class KivBFFAnalytics : public std::enable_shared_from_this<KivBFFAnalytics> {
   std::vector<QueuedEvent> queuedEvents() const;
   int retryAttempts() const;
 
-  // The persisted form of a queue, and back (absent when an entry lacks a
-  // valid endpoint or timestamp).
+  // The persisted form of a queue, and back: absent when an entry lacks a
+  // known endpoint, base64 body bytes or a time the clock can hold; body
+  // bytes that are not a JSON object decode as an empty body.
   static std::string encodeQueue(const std::vector<QueuedEvent>& queue);
   static std::optional<std::vector<QueuedEvent>> decodeQueue(std::string_view bytes);
 
@@ -143,7 +170,7 @@ class KivBFFAnalytics : public std::enable_shared_from_this<KivBFFAnalytics> {
   KivBFFAnalytics(Configuration configuration, std::shared_ptr<KeyChainManagerProtocol> keyChainManager);
 
   template <typename Build>
-  std::shared_future<void> runDetached(Build build, KivAnalyticsEndpoint endpoint);
+  void runDetached(Build build, KivAnalyticsEndpoint endpoint, PostCompletion done);
   std::string baseURL() const;
 
   // One entry of the stored array, and the array around such entries.
@@ -155,7 +182,14 @@ class KivBFFAnalytics : public std::enable_shared_from_this<KivBFFAnalytics> {
   void enqueue(KivAnalyticsEndpoint endpoint, const Json& body);
   void persistQueue();
   void flushQueue();
-  void runFlush();
+  // The steps of one flush, each started by the completion of the one
+  // before: the recovery notice, then the resend of snapshot entry `index`.
+  struct Flush;
+  void postRecoveryNotice(std::shared_ptr<Flush> flush);
+  void resend(std::shared_ptr<Flush> flush, std::size_t index);
+  // Removes the first `delivered` entries (those queued meanwhile stay).
+  void settle(std::size_t delivered, bool failed);
+  void finish(Flush& flush);
   void debug(std::string_view text) const;
 
   const std::string sessionId_;
@@ -170,6 +204,11 @@ class KivBFFAnalytics : public std::enable_shared_from_this<KivBFFAnalytics> {
   mutable std::mutex providerMutex_;
   std::optional<std::string> provider_;
   std::shared_ptr<HttpSession> urlSession_;
+  std::shared_ptr<HttpSession> crashSession_;
+  // Tracks and crash reports started and not yet finished.
+  mutable std::mutex pendingMutex_;
+  mutable std::condition_variable pendingChanged_;
+  std::size_t pendingPosts_ = 0;
   std::shared_ptr<KeyChainManagerProtocol> keyChainManager_;
 
   // The offline queue; guarded by queueLock_, which is recursive because
@@ -183,6 +222,8 @@ class KivBFFAnalytics : public std::enable_shared_from_this<KivBFFAnalytics> {
   std::optional<std::string> queuedSessionId_;
   int retryAttempts_ = 0;
   bool isValidating_ = false;
+  bool retired_ = false;
+  std::shared_future<void> flushFinished_;
   std::shared_ptr<PathMonitor> pathMonitor_;
   std::shared_ptr<SerialQueue> monitorQueue_;
 };

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <future>
 
 #include "kiv/platform/platform.hpp"
 #include "service/unicode_text.hpp"
@@ -24,8 +25,8 @@ constexpr std::string_view kQueuedEventsKey = "queued_events";
 // platform's reference date.
 constexpr std::chrono::seconds kReferenceDateSinceEpoch{978307200};
 // About 285 years either side of 1970: inside the range of the clock's
-// nanosecond count.
-constexpr double kLatestStoredSeconds = 9.0e9;
+// nanosecond count. A stored time beyond it is not one this SDK wrote.
+constexpr double kStoredSecondsRange = 9.0e9;
 
 std::string base64(std::string_view bytes) {
   std::string text(sodium_base64_ENCODED_LEN(bytes.size(), sodium_base64_VARIANT_ORIGINAL), '\0');
@@ -46,13 +47,19 @@ std::optional<std::string> fromBase64(std::string_view text) {
   return bytes;
 }
 
-std::string replacingUnsafeCharacters(std::string text) {
-  for (char& c : text) {
+// One "_" for every code point outside [A-Za-z0-9_.-] (a byte outside a
+// well-formed sequence counts as one, as a repaired text would).
+std::string replacingUnsafeCharacters(std::string_view text) {
+  std::string replaced;
+  replaced.reserve(text.size());
+  for (std::size_t at = 0; at < text.size();) {
+    const char c = text[at];
     const bool safe =
         (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_' || c == '.' || c == '-';
-    if (!safe) c = '_';
+    replaced += safe ? c : '_';
+    at += std::max<std::size_t>(1, unicode::sequenceLengthAt(text, at));
   }
-  return text;
+  return replaced;
 }
 
 std::span<const std::uint8_t> bytesOf(std::string_view text) {
@@ -65,8 +72,9 @@ std::string KivBFFAnalytics::storedForm(const QueuedEvent& event) {
   Json item = Json::object();
   item[kEndpointKey] = rawValue(event.endpoint);
   item[kJsonBodyKey] = base64(json::dumpCompact(event.jsonBody));
-  item[kTimestampKey] =
-      std::chrono::duration<double>(event.timestamp.time_since_epoch() - kReferenceDateSinceEpoch).count();
+  // In floating point: the difference of two nanosecond counts may not fit one.
+  item[kTimestampKey] = std::chrono::duration<double>(event.timestamp.time_since_epoch()).count() -
+                        static_cast<double>(kReferenceDateSinceEpoch.count());
   return json::dumpCompact(item);
 }
 
@@ -99,21 +107,16 @@ std::optional<std::vector<KivBFFAnalytics::QueuedEvent>> KivBFFAnalytics::decode
     if (!item.is_object()) return std::nullopt;
     const auto endpointText = json::optionalString(item, kEndpointKey);
     const auto seconds = json::optionalDouble(item, kTimestampKey);
-    if (!endpointText || !*endpointText || !seconds || !*seconds) return std::nullopt;
+    const auto encoded = json::optionalString(item, kJsonBodyKey);
+    if (!endpointText || !*endpointText || !seconds || !*seconds || !encoded || !*encoded) return std::nullopt;
     const auto endpoint = fromRawValue<KivAnalyticsEndpoint>(**endpointText);
-    if (!endpoint || !std::isfinite(**seconds)) return std::nullopt;
-    // A body that does not decode to an object is kept as an empty one, so
-    // one damaged entry does not cost the others.
+    const double sinceEpochSeconds = **seconds + static_cast<double>(kReferenceDateSinceEpoch.count());
+    if (!endpoint || !(std::abs(sinceEpochSeconds) <= kStoredSecondsRange)) return std::nullopt;
+    const auto raw = fromBase64(**encoded);
+    if (!raw) return std::nullopt;
+    // Bytes that are not a JSON object decode as an empty body.
     Json body = Json::object();
-    if (const auto encoded = json::optionalString(item, kJsonBodyKey); encoded && *encoded) {
-      if (const auto raw = fromBase64(**encoded)) {
-        if (auto parsed = json::parse(*raw); parsed && parsed->is_object()) body = std::move(*parsed);
-      }
-    }
-    // A time outside what the clock can hold (centuries away) is kept at
-    // the nearest one it can, rather than losing the event.
-    const double sinceEpochSeconds = std::clamp(**seconds + static_cast<double>(kReferenceDateSinceEpoch.count()),
-                                                -kLatestStoredSeconds, kLatestStoredSeconds);
+    if (auto parsed = json::parse(*raw); parsed && parsed->is_object()) body = std::move(*parsed);
     const auto sinceEpoch =
         std::chrono::duration_cast<TimePoint::duration>(std::chrono::duration<double>(sinceEpochSeconds));
     queue.push_back(QueuedEvent{*endpoint, std::move(body), TimePoint(sinceEpoch)});
@@ -163,6 +166,7 @@ void KivBFFAnalytics::startPathMonitor() {
 
 void KivBFFAnalytics::enqueue(KivAnalyticsEndpoint endpoint, const Json& body) {
   std::lock_guard lock(queueLock_);
+  if (retired_) return;  // the store belongs to the client that replaced this one
   if (queue_.empty()) {
     queuedSessionId_ = sessionId_;
   } else if (queuedSessionId_ && *queuedSessionId_ != sessionId_) {
@@ -175,6 +179,7 @@ void KivBFFAnalytics::enqueue(KivAnalyticsEndpoint endpoint, const Json& body) {
 
 void KivBFFAnalytics::persistQueue() {
   std::lock_guard lock(queueLock_);
+  if (retired_) return;
   try {
     const std::string service = storageNamespace();
     keyChainManager_->save(service, queueKey, bytesOf(joinedArray(storedForms_)), true);
@@ -185,34 +190,49 @@ void KivBFFAnalytics::persistQueue() {
   }
 }
 
-void KivBFFAnalytics::flushQueue() {
+struct KivBFFAnalytics::Flush {
+  std::vector<QueuedEvent> snapshot;
+  std::promise<void> finished;
+};
+
+void KivBFFAnalytics::retire() {
   {
     std::lock_guard lock(queueLock_);
-    if (queue_.empty() || isValidating_ || retryAttempts_ >= maxQueueRetries) return;
-    isValidating_ = true;
+    retired_ = true;
   }
-  platform()->taskPool->post([weak = weak_from_this()] {
-    if (auto self = weak.lock()) self->runFlush();
+  if (pathMonitor_) pathMonitor_->cancel();
+}
+
+std::shared_future<void> KivBFFAnalytics::flushFinished() const {
+  std::lock_guard lock(queueLock_);
+  return flushFinished_;
+}
+
+void KivBFFAnalytics::flushQueue() {
+  auto flush = std::make_shared<Flush>();
+  {
+    std::lock_guard lock(queueLock_);
+    if (retired_ || queue_.empty() || isValidating_ || retryAttempts_ >= maxQueueRetries) return;
+    isValidating_ = true;
+    flushFinished_ = flush->finished.get_future().share();
+  }
+  platform()->taskPool->post([weak = weak_from_this(), flush] {
+    if (auto self = weak.lock()) return self->postRecoveryNotice(flush);
+    flush->finished.set_value();
   });
 }
 
-void KivBFFAnalytics::runFlush() {
-  const auto finish = [this] {
-    std::lock_guard lock(queueLock_);
-    isValidating_ = false;
-  };
-  const auto attempt = [](const auto& action) {
-    try {
-      action();
-      return true;
-    } catch (...) {
-      return false;
-    }
-  };
+void KivBFFAnalytics::finish(Flush& flush) {
+  std::lock_guard lock(queueLock_);
+  isValidating_ = false;
+  flush.finished.set_value();
+}
 
+void KivBFFAnalytics::postRecoveryNotice(std::shared_ptr<Flush> flush) {
   std::size_t queued = 0;
   {
     std::lock_guard lock(queueLock_);
+    if (retired_) return finish(*flush);
     queued = queue_.size();
   }
   TextParams params{{"sdk_name", sdk_.name},
@@ -221,50 +241,69 @@ void KivBFFAnalytics::runFlush() {
                     {"result", std::string(rawValue(KivAnalyticsResult::recovered))}};
   const Json notice = makeBody(rawValue(KivAnalyticsFixedEvent::noConnection), KivAnalyticsEventType::sdkError,
                                makeProperties(params, std::nullopt));
-  if (!attempt([&] { post(notice, KivAnalyticsEndpoint::trackAnalytics); })) {
-    {
-      std::lock_guard lock(queueLock_);
-      ++retryAttempts_;
+  post(notice, KivAnalyticsEndpoint::trackAnalytics, [self = shared_from_this(), flush](std::exception_ptr error) {
+    if (error) {
+      {
+        std::lock_guard lock(self->queueLock_);
+        ++self->retryAttempts_;
+      }
+      return self->finish(*flush);
     }
-    return finish();
-  }
+    {
+      // The live queue may grow during the flush; only the snapshot is sent.
+      std::lock_guard lock(self->queueLock_);
+      flush->snapshot = self->queue_;
+    }
+    if (flush->snapshot.empty()) {
+      self->settle(0, false);
+      return self->finish(*flush);
+    }
+    // Bodies are built on the pool, not on the session's thread.
+    platform()->taskPool->post([self, flush] { self->resend(flush, 0); });
+  });
+}
 
-  std::vector<QueuedEvent> snapshot;
+void KivBFFAnalytics::resend(std::shared_ptr<Flush> flush, std::size_t index) {
   {
     std::lock_guard lock(queueLock_);
-    snapshot = queue_;
+    if (retired_) return finish(*flush);
   }
-  // Removes the first `delivered` entries; entries queued meanwhile stay.
-  const auto settle = [this](std::size_t delivered, bool failed) {
-    std::lock_guard lock(queueLock_);
-    if (delivered >= 1 && delivered <= queue_.size()) {
-      queue_.erase(queue_.begin(), queue_.begin() + static_cast<std::ptrdiff_t>(delivered));
-      storedForms_.erase(storedForms_.begin(), storedForms_.begin() + static_cast<std::ptrdiff_t>(delivered));
-    }
-    if (queue_.empty()) queuedSessionId_.reset();
-    if (failed && !queue_.empty()) {
-      ++retryAttempts_;
-    } else {
-      retryAttempts_ = 0;
-    }
-    persistQueue();
-  };
-  for (std::size_t i = 0; i < snapshot.size(); ++i) {
-    Json body = snapshot[i].jsonBody;
-    if (body.is_object() && body.contains(kPropertiesKey) && body[kPropertiesKey].is_object()) {
-      body[kPropertiesKey][kResentKey] = true;
-    } else {
-      Json properties = Json::object();
-      properties[kResentKey] = true;
-      body[kPropertiesKey] = std::move(properties);
-    }
-    if (!attempt([&] { post(body, snapshot[i].endpoint); })) {
-      settle(i, true);
-      return finish();
-    }
+  if (index == flush->snapshot.size()) {
+    settle(index, false);
+    return finish(*flush);
   }
-  settle(snapshot.size(), false);
-  finish();
+  const QueuedEvent& entry = flush->snapshot[index];
+  Json body = entry.jsonBody;
+  if (body.is_object() && body.contains(kPropertiesKey) && body[kPropertiesKey].is_object()) {
+    body[kPropertiesKey][kResentKey] = true;
+  } else {
+    Json properties = Json::object();
+    properties[kResentKey] = true;
+    body[kPropertiesKey] = std::move(properties);
+  }
+  post(body, entry.endpoint, [self = shared_from_this(), flush, index](std::exception_ptr error) {
+    if (error) {
+      self->settle(index, true);
+      return self->finish(*flush);
+    }
+    platform()->taskPool->post([self, flush, index] { self->resend(flush, index + 1); });
+  });
+}
+
+void KivBFFAnalytics::settle(std::size_t delivered, bool failed) {
+  std::lock_guard lock(queueLock_);
+  if (retired_) return;
+  if (delivered >= 1 && delivered <= queue_.size()) {
+    queue_.erase(queue_.begin(), queue_.begin() + static_cast<std::ptrdiff_t>(delivered));
+    storedForms_.erase(storedForms_.begin(), storedForms_.begin() + static_cast<std::ptrdiff_t>(delivered));
+  }
+  if (queue_.empty()) queuedSessionId_.reset();
+  if (failed && !queue_.empty()) {
+    ++retryAttempts_;
+  } else {
+    retryAttempts_ = 0;
+  }
+  persistQueue();
 }
 
 }  // namespace kiv

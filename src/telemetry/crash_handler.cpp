@@ -117,12 +117,16 @@ void KivCrashHandler::install(std::string serviceName, bool useBFFAnalytics) {
     primitives_ = primitives;
     mainQueue_ = bundle->mainQueue;
     primitives->prepareCapture();
-    originalExceptionHandler_ = primitives->installExceptionHandler(&KivCrashHandler::handleException);
+    // Installed again, the handlers hand back our own entries: those are
+    // never remembered, or a crash would put them back and fault forever.
+    const bool again = installed_;
+    auto previousException = primitives->installExceptionHandler(&KivCrashHandler::handleException);
+    if (!again) originalExceptionHandler_ = std::move(previousException);
     for (int signal : kCrashSignals) {
       // sigaction hands back the previous handler as it installs ours: no
       // moment where the signal is ignored.
-      originalSignalHandlers_[signal] =
-          primitives->installSignalHandler(signal, &KivCrashHandler::handleSignal, kCrashSignals);
+      auto previous = primitives->installSignalHandler(signal, &KivCrashHandler::handleSignal, kCrashSignals);
+      if (!again) originalSignalHandlers_[signal] = std::move(previous);
     }
     installed_ = true;
     for (int signal : kCrashSignals)

@@ -56,14 +56,16 @@ class KivCrashHandler : public std::enable_shared_from_this<KivCrashHandler> {
   KivCrashHandler& operator=(const KivCrashHandler&) = delete;
 
   // Sets the store's service name, installs the exception handler and the
-  // ten signal handlers (remembering what was there), and starts resending
+  // ten signal handlers (remembering what was there; installing again keeps
+  // what the first install remembered), and starts resending
   // what the store holds, after importing records that ended processes left
   // in crash slots. Call from the thread whose stack overflow should be
   // recorded too (the host's main thread).
   void install(std::string serviceName, bool useBFFAnalytics);
 
   // Puts the remembered handlers back (the default action where none was
-  // remembered), clears `shared` and drops the store. Safe from any thread;
+  // remembered), removes this process's crash slot unless a crash is being
+  // dealt with, clears `shared` and drops the store. Safe from any thread;
   // harmless when already done.
   void uninstall();
 

@@ -173,6 +173,8 @@ void CrashRecorder::arm(Arming arming) {
     gAnswer.store(m.answer.get());
     gWatchdog.store(m.watchdog.get());
   }
+  // A clean disarm removed the slot; each arming after it gets a new one.
+  if (!m.slot && m.pipeOwner) m.slot = m.pipeOwner->openCrashSlot();
   if (!m.wake || !m.answer || !m.watchdog) return;
   if (!m.worker.joinable()) m.worker = std::thread(runWorker, m.wake.get(), m.answer.get());
   if (!m.watchdogThread.joinable()) m.watchdogThread = std::thread(runWatchdog, m.watchdog.get());
@@ -193,6 +195,10 @@ void CrashRecorder::disarm() {
   std::lock_guard lock(m.mutex);
   gArmed.store(nullptr);
   if (gCrashed.load()) return;  // the crash path still needs the threads
+  // Nothing crashed: the slot has nothing to keep, and its file would lie in
+  // the store's directory until the next install.
+  if (m.slot) m.slot->clear();
+  m.slot.reset();
   stopThreads(m);
   if (m.worker.joinable()) m.worker.detach();
   if (m.watchdogThread.joinable()) m.watchdogThread.detach();

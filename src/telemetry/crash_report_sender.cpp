@@ -13,24 +13,18 @@ ProcessSlot<CrashReportSender>& slot() {
 }
 
 // Without a sender of its own the process posts through the shared analytics
-// client. The wait for the post runs on the task pool so that the caller (the
-// crash worker) keeps its own one-second bound.
+// client. Its completion arrives on the HTTP session's thread; nothing waits
+// for it here, so the caller (the crash worker) keeps its own one-second
+// bound. A report that was neither delivered nor queued is a failure: the
+// record then stays stored for the next run.
 bool postThroughAnalytics(const CrashRecord&, std::string stackTrace, CrashReportResult result,
                           CrashReportCompletion completion) {
   auto client = KivBFFAnalytics::shared();
   if (!client) return false;
-  auto posted = client->sendCrashReport(std::move(stackTrace), result == CrashReportResult::signal
-                                                                   ? KivAnalyticsResult::signal
-                                                                   : KivAnalyticsResult::exception);
-  platform()->taskPool->post([posted, completion = std::move(completion)] {
-    try {
-      posted.get();
-    } catch (...) {
-      completion(false);
-      return;
-    }
-    completion(true);
-  });
+  client->sendCrashReport(
+      std::move(stackTrace),
+      result == CrashReportResult::signal ? KivAnalyticsResult::signal : KivAnalyticsResult::exception,
+      [completion = std::move(completion)](std::exception_ptr error) { completion(error == nullptr); });
   return true;
 }
 

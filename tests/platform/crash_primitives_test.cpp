@@ -84,10 +84,17 @@ TEST_F(CrashPrimitivesTest, SlotsAreLockedByTheirLiveProcessAndLeftOnesAreTakenO
   left[0]->clear();
   EXPECT_FALSE(fs::exists(directory / "crash-1-ended.slot"));
 
+  // A slot still written when its process ends becomes someone else's to
+  // take; a cleared one is gone.
+  auto other = primitives.openCrashSlot();
+  ASSERT_TRUE(other && other->write("record"));
   own->clear();
   EXPECT_EQ(own->read(), "");
-  own.reset();  // the process "ends": its slot becomes someone else's to take
-  EXPECT_EQ(primitives.leftCrashSlots().size(), 1u);
+  own.reset();
+  other.reset();
+  left = primitives.leftCrashSlots();
+  ASSERT_EQ(left.size(), 1u);
+  EXPECT_EQ(left[0]->read(), "record");
 }
 
 TEST_F(CrashPrimitivesTest, FramesPipesAndAlternateStacksWork) {

@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "platform/path_monitor/fake_path_monitor.hpp"
 #include "platform/path_monitor/netlink_path_monitor.hpp"
 #include "support/test_platform.hpp"
 
@@ -40,19 +39,6 @@ TEST_F(PathMonitorTest, NetlinkMonitorReportsTheCurrentStatusOnceAfterStart) {
   testPlatform().pool->waitIdle();
   std::lock_guard lock(mutex);
   EXPECT_EQ(reports.front(), currentNetworkPathStatus());
-}
-
-TEST_F(PathMonitorTest, FakeMonitorReportsOnStartAndEveryFlipUntilCancelled) {
-  auto network = std::make_shared<FakePathMonitorFactory>(NetworkPathStatus::unsatisfied);
-  auto monitor = network->makeMonitor();
-  monitor->start(queue, record());
-  network->setStatus(NetworkPathStatus::satisfied);
-  testPlatform().pool->waitIdle();
-  monitor->cancel();
-  network->setStatus(NetworkPathStatus::unsatisfied);
-  testPlatform().pool->waitIdle();
-  std::lock_guard lock(mutex);
-  EXPECT_EQ(reports, (std::vector{NetworkPathStatus::unsatisfied, NetworkPathStatus::satisfied}));
 }
 
 constexpr const char* kIpv4Heading = "Iface\tDestination\tGateway \tFlags\tRefCnt\tUse\tMetric\tMask\n";

@@ -7,7 +7,8 @@
 // thread; raised again should the first return), raise-once-<signal number>
 // (raised once on the main thread, which then keeps running its main loop),
 // raise-off-main-<signal number> (raised once on another thread while the
-// main thread is blocked). <sender>: none (no analytics client), never (a
+// main thread is blocked), twice-<how> (the handler installed twice, then
+// <how>), uninstall (installed, uninstalled, exit 0). <sender>: none (no analytics client), never (a
 // client whose post never answers).
 // <store>: disk (the Linux store in the directory), unusable (a store that
 // cannot be opened; crash slots still go to the directory).
@@ -131,12 +132,18 @@ int main(int argc, char** argv) {
 
   auto handler = kiv::KivCrashHandler::shared();
   if (!handler) return 93;
+  const bool twice = how.starts_with("twice-");
   handler->install("kiv.sdk.service", true);
+  if (twice) handler->install("kiv.sdk.service", true);
   kiv::platform()->taskPool->waitIdle();  // the startup resend has nothing to do here
+  if (how == "uninstall") {
+    handler->uninstall();
+    return 0;
+  }
 
   auto loop = std::dynamic_pointer_cast<kiv::MainLoop>(kiv::platform()->mainQueue);
   if (!loop) return 94;
-  loop->post([how] { crash(how); });
+  loop->post([what = twice ? how.substr(6) : how] { crash(what); });
   loop->run();
   return 95;
 }

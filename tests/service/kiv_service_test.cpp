@@ -61,6 +61,9 @@ class KivServiceTest : public testing::PlatformTest {
     // would show in the count; the pool then has run the analytics hand-over.
     session_->invalidateAndCancel();
     testPlatform().pool->waitIdle();
+    for (const auto& client : {analytics, KivBFFAnalytics::shared()}) {
+      if (client) client->waitForPendingPosts();  // they end on the analytics session's thread
+    }
     EXPECT_EQ(outcome.calls.load(), 1);
     if (outcome.calls.load() == 0) return std::unexpected(APIServiceError::networkError{"never completed"});
     auto [result, thread] = first.get();

@@ -145,10 +145,16 @@ void RecordingHttpServer::holdAnswers() {
   held_ = true;
 }
 
+void RecordingHttpServer::holdAnswers(const std::string& path) {
+  std::lock_guard lock(mutex_);
+  heldPaths_.insert(path);
+}
+
 void RecordingHttpServer::releaseAnswers() {
   {
     std::lock_guard lock(mutex_);
     held_ = false;
+    heldPaths_.clear();
   }
   changed_.notify_all();
 }
@@ -208,7 +214,7 @@ void RecordingHttpServer::handle(const httplib::Request& request, httplib::Respo
   Answer answer = scripted ? std::move(*scripted) : answerFor(recorded);
   {
     std::unique_lock lock(mutex_);
-    changed_.wait(lock, [&] { return !held_ || stopping_; });
+    changed_.wait(lock, [&] { return (!held_ && !heldPaths_.contains(recorded.path)) || stopping_; });
     changed_.wait_for(lock, answer.delay, [&] { return stopping_; });
   }
 

@@ -28,6 +28,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -112,6 +113,8 @@ class RecordingHttpServer {
   // several requests in flight at once. Released by releaseAnswers() or the
   // destructor.
   void holdAnswers();
+  // The same for requests to `path` only; the others are answered.
+  void holdAnswers(const std::string& path);
   void releaseAnswers();
 
   // Closes every open connection from the server's side now.
@@ -142,6 +145,7 @@ class RecordingHttpServer {
   Answer default_;
   Responder responder_;
   bool held_ = false;
+  std::set<std::string> heldPaths_;
   bool stopping_ = false;
 };
 

@@ -4,18 +4,23 @@
 #include <sodium.h>
 
 #include <atomic>
+#include <csignal>
+#include <future>
 #include <iostream>
 #include <thread>
 
 #include "kiv/backend.hpp"
 #include "kiv/platform/secure_store.hpp"
+#include "platform/crash/fake_crash_primitives.hpp"
 #include "platform/http/scripted_http_session.hpp"
 #include "platform/path_monitor/fake_path_monitor.hpp"
 #include "platform/secure_store/memory_secure_store.hpp"
+#include "service/key_chain_manager.hpp"
 #include "support/child_process.hpp"
 #include "support/programs.hpp"
 #include "support/recording_http_server.hpp"
 #include "support/test_platform.hpp"
+#include "telemetry/crash_handler.hpp"
 
 namespace kiv {
 namespace {
@@ -56,9 +61,11 @@ class BFFAnalyticsTest : public testing::PlatformTest {
   }
   FakePathMonitorFactory& network() { return dynamic_cast<FakePathMonitorFactory&>(*platform()->pathMonitor); }
   MemorySecureStore& store() { return dynamic_cast<MemorySecureStore&>(*platform()->secureStore); }
-  void goOnline() {
+  // Reports a usable path and waits for the flush it starts to end.
+  void goOnline(const KivBFFAnalytics& analytics) {
     network().setStatus(NetworkPathStatus::satisfied);
     testPlatform().pool->waitIdle();
+    analytics.flushFinished().wait();
   }
   std::optional<std::vector<KivBFFAnalytics::QueuedEvent>> storedQueue(const KivBFFAnalytics& client) {
     const auto items = store().items();
@@ -129,7 +136,7 @@ TEST_F(BFFAnalyticsTest, ConfigurationAndProviderOverwriteCallerValuesButCallerD
   auto c = configuration();
   c.entrypoint = "flutter";
   c.entrypointVersion = "";
-  c.mobileToken = " \n";
+  c.mobileToken = "\u2003\n";
   auto analytics = configure(c);
   analytics->setProvider("iproov");
   Json params = {{"entrypoint", "mine"}, {"provider", "other"}, {"deviceData", "caller's"}, {"attempt", 2}};
@@ -170,22 +177,97 @@ INSTANTIATE_TEST_SUITE_P(Cases, UserIdTest,
                          ::testing::Values(UserIdCase{"absent", std::nullopt, "session-X"},
                                            UserIdCase{"empty", "", "session-X"},
                                            UserIdCase{"blank", " \n\t", "session-X"},
-                                           UserIdCase{"padded", " p-7\n", "p-7"}),
+                                           UserIdCase{"padded", " p-7\n", "p-7"},
+                                           UserIdCase{"noBreakSpace", "\u00a0", "session-X"},
+                                           UserIdCase{"emSpacePadded", "\u2003p-7\u2003", "p-7"}),
                          [](const auto& test) { return std::string(test.param.name); });
 
-TEST_F(BFFAnalyticsTest, CrashReportCarriesTraceAndResultOnlyWhenGiven) {
+// A backend that never answers analytics posts: no thread may wait for it.
+// Pool work still runs at once, and a crash is still reported within its
+// bound.
+TEST_F(BFFAnalyticsTest, HeldPostsNeitherStarveThePoolNorHoldBackACrashReport) {
+  server.holdAnswers(kTrackPath);
   auto analytics = configure();
-  analytics->sendCrashReport("frame 0\nframe 1", KivAnalyticsResult::signal).wait();
-  analytics->sendCrashReport("frame 2").wait();
+  std::vector<std::shared_future<void>> held;
+  for (int i = 0; i < 16; ++i) held.push_back(analytics->track(sdkResult()));
+  ASSERT_TRUE(server.waitForRequests(1));
 
-  const auto sent = bodies(kCrashPath);
-  ASSERT_EQ(sent.size(), 2u);
-  EXPECT_EQ(sent[0]["event"], "crash");
-  EXPECT_EQ(sent[0]["eventType"], "crash");
-  EXPECT_EQ(sent[0]["properties"]["result"], "signal");
-  EXPECT_EQ(sent[0]["properties"]["stackTrace"], "frame 0\nframe 1");
-  EXPECT_EQ(sent[0]["properties"]["requestParams"]["sdk_name"], "KivFaceLivenessLite");
-  EXPECT_FALSE(sent[1]["properties"].contains("result"));
+  std::promise<void> ran;
+  platform()->taskPool->post([&ran] { ran.set_value(); });
+  ASSERT_EQ(ran.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
+  for (const auto& post : held) EXPECT_EQ(post.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+
+  auto& crash = dynamic_cast<FakeCrashPrimitives&>(*platform()->crash);
+  KivCrashHandler::shared()->install(std::string(kKivSDKService), true);
+  testPlatform().pool->waitIdle();
+  ASSERT_TRUE(crash.deliverSignal(SIGSEGV));
+  // The crash path returned: by then the report was answered, so nothing
+  // was left for abort().
+  const auto reports = bodies(kCrashPath);
+  ASSERT_EQ(reports.size(), 1u);
+  EXPECT_EQ(loop().runUntilIdle(), 0u);
+  EXPECT_EQ(reports[0]["event"], "crash");
+  EXPECT_EQ(reports[0]["eventType"], "crash");
+  EXPECT_EQ(reports[0]["properties"]["result"], "signal");
+  EXPECT_EQ(reports[0]["properties"]["stackTrace"], "fake(symbol+0x1000)\nfake(symbol+0x2000)");
+  EXPECT_EQ(reports[0]["properties"]["requestParams"]["sdk_name"], "KivFaceLivenessLite");
+  for (const auto& post : held) EXPECT_EQ(post.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+
+  server.releaseAnswers();
+  for (const auto& post : held) post.wait();
+}
+
+// A session that refuses every task, as one torn down under the client.
+struct RefusingHttpSession final : HttpSessionFactory, HttpSession, std::enable_shared_from_this<RefusingHttpSession> {
+  std::shared_ptr<HttpSession> makeSession(HttpSessionConfiguration) override { return shared_from_this(); }
+  std::shared_ptr<HttpDataTask> dataTask(HttpRequest, DataTaskCompletion) override {
+    throw std::runtime_error("session torn down");
+  }
+  void invalidateAndCancel() override {}
+};
+
+TEST_F(BFFAnalyticsTest, ACrashReportThatCouldNotBePostedStaysStored) {
+  testPlatform().bundle().http = std::make_shared<RefusingHttpSession>();
+  testPlatform().install();
+  configure();
+  auto& crash = dynamic_cast<FakeCrashPrimitives&>(*platform()->crash);
+  KivCrashHandler::shared()->install(std::string(kKivSDKService), true);
+  testPlatform().pool->waitIdle();
+  ASSERT_TRUE(crash.deliverSignal(SIGSEGV));
+  testPlatform().pool->waitIdle();
+
+  const auto logs = KivCrashLogsManager(KivKeyChainManager::shared()).getCrashLogs();
+  ASSERT_TRUE(logs);
+  ASSERT_EQ(logs->size(), 1u);
+  EXPECT_EQ((*logs)[0]["signal"], SIGSEGV);
+}
+
+// Configuring again hands the stored queue to the new client alone: the
+// replaced one, still held elsewhere, neither resends it nor writes over it.
+TEST_F(BFFAnalyticsTest, AReplacedClientNeitherFlushesNorWritesTheQueue) {
+  server.setAnswer(kTrackPath, Answer::http(503));
+  auto first = configure(configuration("session-A"));
+  for (const char* step : {"1", "2"}) first->track(sdkResult(), KivBFFAnalytics::TextParams{{"step", step}}).wait();
+  auto second = configure(configuration("session-B"));
+  ASSERT_EQ(second->queuedEvents().size(), 2u);
+  first->track(sdkResult(), KivBFFAnalytics::TextParams{{"step", "late"}}).wait();
+  EXPECT_EQ(storedQueue(*second)->size(), 2u);
+
+  server.setAnswer(kTrackPath, Answer::http(200));
+  goOnline(*second);
+  testPlatform().pool->waitIdle();
+  first->flushFinished().wait();
+
+  std::map<std::string, int> resent;
+  std::size_t notices = 0;
+  for (const auto& body : bodies(kTrackPath)) {
+    notices += body.value("event", "") == "no_connection";
+    if (body["properties"].contains("resent")) ++resent[body["properties"]["requestParams"].value("step", "")];
+  }
+  EXPECT_EQ(resent, (std::map<std::string, int>{{"1", 1}, {"2", 1}}));
+  EXPECT_EQ(notices, 1u);
+  EXPECT_TRUE(second->queuedEvents().empty());
+  EXPECT_EQ(storedQueue(*second)->size(), 0u);
 }
 
 struct AnswerCase {
@@ -242,7 +324,7 @@ TEST_F(BFFAnalyticsTest, QueuedEventsAreResentInOrderAfterANoticeWhenTheNetworkR
   EXPECT_EQ(storedQueue(*analytics)->size(), 3u);
 
   server.setAnswer(kTrackPath, Answer::http(200));
-  goOnline();
+  goOnline(*analytics);
 
   const auto sent = bodies(kTrackPath);
   ASSERT_EQ(sent.size(), 7u);
@@ -257,7 +339,7 @@ TEST_F(BFFAnalyticsTest, QueuedEventsAreResentInOrderAfterANoticeWhenTheNetworkR
   EXPECT_TRUE(analytics->queuedEvents().empty());
   EXPECT_EQ(storedQueue(*analytics)->size(), 0u);
 
-  goOnline();  // nothing left: no further notice
+  goOnline(*analytics);  // nothing left: no further notice
   EXPECT_EQ(server.requests(kTrackPath).size(), 7u);
 }
 
@@ -271,7 +353,7 @@ TEST_F(BFFAnalyticsTest, FailedResendKeepsTheUndeliveredRestInStore) {
   server.setResponder([](const RecordedRequest&, std::size_t index) -> std::optional<Answer> {
     return index == 5 ? Answer::http(500) : Answer::http(200);
   });
-  goOnline();
+  goOnline(*analytics);
 
   const auto remaining = analytics->queuedEvents();
   ASSERT_EQ(remaining.size(), 2u);
@@ -287,12 +369,12 @@ TEST_F(BFFAnalyticsTest, ThreeFailedFlushesSilenceTheMonitorForThisProcess) {
   server.setAnswer(kTrackPath, Answer::http(500));
   auto analytics = configure();
   analytics->track(sdkResult()).wait();
-  for (int i = 0; i < 3; ++i) goOnline();
+  for (int i = 0; i < 3; ++i) goOnline(*analytics);
   EXPECT_EQ(server.requests(kTrackPath).size(), 4u);  // the event and three notices
   EXPECT_EQ(analytics->retryAttempts(), 3);
 
   server.setAnswer(kTrackPath, Answer::http(200));
-  goOnline();
+  goOnline(*analytics);
   EXPECT_EQ(server.requests(kTrackPath).size(), 4u);
   EXPECT_EQ(analytics->queuedEvents().size(), 1u);
 }
@@ -346,7 +428,7 @@ TEST_F(BFFAnalyticsTest, QueueLeftByAnEarlierProcessIsLoadedAndResentByTheNext) 
   EXPECT_EQ(analytics->queuedEvents().size(), 2u);
 
   server.setAnswer(kTrackPath, Answer::http(200));
-  goOnline();
+  goOnline(*analytics);
   const auto tracks = bodies(kTrackPath);
   ASSERT_EQ(tracks.size(), 6u);  // two failed in the child, B, the notice, two resends
   EXPECT_EQ(tracks[3]["event"], "no_connection");
@@ -378,7 +460,7 @@ TEST_F(BFFAnalyticsTest, EventsQueuedDuringAFlushStayQueued) {
     }
     return Answer::http(200);
   });
-  goOnline();
+  goOnline(*analytics);
 
   const auto remaining = analytics->queuedEvents();
   ASSERT_EQ(remaining.size(), 1u);
@@ -431,11 +513,12 @@ TEST_F(BFFAnalyticsTest, NoEventIsLostOrDuplicatedUnderLoad) {
   }
   for (auto& thread : threads) thread.join();
   testPlatform().pool->waitIdle();
+  analytics->flushFinished().wait();
   const std::size_t queuedBeforeRecovery = analytics->queuedEvents().size();
   const int failedFlushes = analytics->retryAttempts();
 
   recovered = true;
-  goOnline();
+  goOnline(*analytics);
 
   std::size_t notices = 0, resent = 0;
   for (const auto& body : bodies(kTrackPath)) {
@@ -461,38 +544,71 @@ TEST_F(BFFAnalyticsTest, StoredBodyWithoutPropertiesObjectIsResentWithOnlyTheRes
   KivKeyChainManager::shared()->save(service, KivBFFAnalytics::queueKey,
                                      {reinterpret_cast<const std::uint8_t*>(encoded.data()), encoded.size()}, true);
   auto analytics = configure();
-  goOnline();
+  goOnline(*analytics);
   const auto sent = bodies("/bff/identify-analytics");
   ASSERT_EQ(sent.size(), 1u);
   EXPECT_EQ(sent[0], (Json{{"userId", "u"}, {"properties", {{"resent", true}}}}));
 }
 
-TEST(AnalyticsQueueDecoding, DamagedEntriesKeepTheirPlaceWithAnEmptyBody) {
+std::string base64Of(std::string_view bytes) {
+  std::string text(sodium_base64_ENCODED_LEN(bytes.size(), sodium_base64_VARIANT_ORIGINAL), '\0');
+  sodium_bin2base64(text.data(), text.size(), reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(),
+                    sodium_base64_VARIANT_ORIGINAL);
+  text.pop_back();
+  return text;
+}
+
+struct DecodeCase {
+  const char* name;
+  Json entry;    // the one stored entry
+  bool decodes;  // else the whole array is refused
+  friend void PrintTo(const DecodeCase& c, std::ostream* out) { *out << c.name; }
+};
+
+class QueueDecodingTest : public ::testing::TestWithParam<DecodeCase> {};
+
+// Endpoint, body bytes and a time the clock can hold must all decode; body
+// bytes that are not a JSON object stand for an empty body. A decoded queue
+// encodes again to the same entries.
+TEST_P(QueueDecodingTest, AnEntryDecodesOnlyWhenEveryFieldDoes) {
+  const auto& c = GetParam();
+  const auto queue = KivBFFAnalytics::decodeQueue(json::dumpCompact(Json::array({c.entry, c.entry})));
+  ASSERT_EQ(queue.has_value(), c.decodes);
+  if (!c.decodes) return;
+  ASSERT_EQ(queue->size(), 2u);
+  const auto again = KivBFFAnalytics::decodeQueue(KivBFFAnalytics::encodeQueue(*queue));
+  ASSERT_TRUE(again);
+  EXPECT_EQ((*again)[1].jsonBody, (*queue)[1].jsonBody);
+  EXPECT_EQ((*again)[1].timestamp, (*queue)[1].timestamp);
+}
+
+std::vector<DecodeCase> decodeCases() {
   std::string deep;
   for (int i = 0; i < 100'000; ++i) deep += R"({"a":)";
   deep += "1" + std::string(100'000, '}');
-  std::string deepBase64(sodium_base64_ENCODED_LEN(deep.size(), sodium_base64_VARIANT_ORIGINAL), '\0');
-  sodium_bin2base64(deepBase64.data(), deepBase64.size(), reinterpret_cast<const unsigned char*>(deep.data()),
-                    deep.size(), sodium_base64_VARIANT_ORIGINAL);
-  deepBase64.pop_back();
-  const Json stored = Json::array({
-      Json{{"endpoint", "track-analytics"}, {"jsonBody", "bm90IGJhc2U2NA=!"}, {"timestamp", 1.5}},
-      Json{{"endpoint", "crashlytics"}, {"timestamp", 1e300}},
-      Json{{"endpoint", "identify-analytics"}, {"jsonBody", deepBase64}, {"timestamp", -2.0}},
-  });
-  const auto queue = KivBFFAnalytics::decodeQueue(json::dumpCompact(stored));
-  ASSERT_TRUE(queue);
-  ASSERT_EQ(queue->size(), 3u);
-  EXPECT_EQ((*queue)[0].jsonBody, Json::object());
-  EXPECT_EQ((*queue)[1].endpoint, KivAnalyticsEndpoint::crashlytics);
-  EXPECT_EQ((*queue)[2].jsonBody, Json::object());
-  // Written out again without overflowing anything.
-  EXPECT_EQ(KivBFFAnalytics::decodeQueue(KivBFFAnalytics::encodeQueue(*queue))->size(), 3u);
-
-  EXPECT_FALSE(KivBFFAnalytics::decodeQueue(R"([{"endpoint":"track-analytics"}])"));
-  EXPECT_FALSE(KivBFFAnalytics::decodeQueue(R"([{"endpoint":"elsewhere","timestamp":1}])"));
-  EXPECT_FALSE(KivBFFAnalytics::decodeQueue(std::string(100'000, '[') + std::string(100'000, ']')));
+  const auto entry = [](Json body, Json timestamp) {
+    Json item = {{"endpoint", "track-analytics"}, {"timestamp", std::move(timestamp)}};
+    if (!body.is_null()) item["jsonBody"] = std::move(body);
+    return item;
+  };
+  return {
+      {"object", entry(base64Of(R"({"event":"e"})"), 1.5), true},
+      {"bodyNotAnObject", entry(base64Of("[1]"), 1.5), true},
+      {"bodyNestedTooDeep", entry(base64Of(deep), -2.0), true},
+      {"latestTime", entry(base64Of("{}"), 9.0e9 - 978307200.0), true},
+      {"earliestTime", entry(base64Of("{}"), -9.0e9), true},
+      {"bodyMissing", entry(Json(), 1.5), false},
+      {"bodyNotBase64", entry("bm90IGJhc2U2NA=!", 1.5), false},
+      {"bodyNotText", entry(7, 1.5), false},
+      {"timeTooLate", entry(base64Of("{}"), 1e300), false},
+      {"timeTooEarly", entry(base64Of("{}"), -1.0e10), false},
+      {"timeMissing", entry(base64Of("{}"), Json()), false},
+      {"endpointUnknown", Json{{"endpoint", "elsewhere"}, {"jsonBody", "e30="}, {"timestamp", 1}}, false},
+  };
 }
+
+INSTANTIATE_TEST_SUITE_P(Entries, QueueDecodingTest, ::testing::ValuesIn(decodeCases()),
+                         [](const auto& test) { return std::string(test.param.name); });
 
 TEST_F(BFFAnalyticsTest, StoreWriteFailureKeepsTheEventInMemoryAndStillResends) {
   server.setAnswer(kTrackPath, Answer::http(500));
@@ -505,18 +621,39 @@ TEST_F(BFFAnalyticsTest, StoreWriteFailureKeepsTheEventInMemoryAndStillResends) 
   EXPECT_NE(std::find(lines.begin(), lines.end(), debugQuoted("KeychainError.unknown(-34018)")), lines.end());
 
   server.setAnswer(kTrackPath, Answer::http(200));
-  goOnline();
+  goOnline(*analytics);
   EXPECT_EQ(bodies(kTrackPath).back()["properties"]["requestParams"]["step"], "1");
   EXPECT_TRUE(analytics->queuedEvents().empty());
 }
 
-TEST(AnalyticsStorageNamespace, ReplacesCharactersOutsideTheSafeSet) {
+struct NamespaceCase {
+  const char* name;
+  const char* clientId;
+  const char* expected;
+  friend void PrintTo(const NamespaceCase& c, std::ostream* out) { *out << c.name; }
+};
+
+class StorageNamespaceTest : public ::testing::TestWithParam<NamespaceCase> {};
+
+// One "_" per code point outside the safe set, however many bytes it takes.
+TEST_P(StorageNamespaceTest, ReplacesEachCharacterOutsideTheSafeSetOnce) {
   testing::TestPlatform platform;
   auto analytics = KivBFFAnalytics::make(
-      {.sessionId = "s", .stage = KivAnalyticsStage::prod, .clientId = "acme corp/1", .sdk = {"Sdk1", "1"}},
+      {.sessionId = "s", .stage = KivAnalyticsStage::prod, .clientId = GetParam().clientId, .sdk = {"Sdk1", "1"}},
       KivKeyChainManager::shared());
-  EXPECT_EQ(analytics->storageNamespace(), "kiv_analytics_queue_prod_acme_corp_1_Sdk1");
+  EXPECT_EQ(analytics->storageNamespace(), std::string("kiv_analytics_queue_prod_") + GetParam().expected + "_Sdk1");
 }
+
+INSTANTIATE_TEST_SUITE_P(Cases, StorageNamespaceTest,
+                         ::testing::Values(NamespaceCase{"ascii", "acme corp/1", "acme_corp_1"},
+                                           NamespaceCase{"twoBytes", "caf\u00e9", "caf_"},
+                                           NamespaceCase{"combiningMark", "cafe\u0301", "cafe_"},
+                                           NamespaceCase{"fourBytes", "a\U0001F600b", "a_b"},
+                                           NamespaceCase{"brokenUtf8",
+                                                         "a\xff\xfe"
+                                                         "b",
+                                                         "a__b"}),
+                         [](const auto& test) { return std::string(test.param.name); });
 
 }  // namespace
 }  // namespace kiv

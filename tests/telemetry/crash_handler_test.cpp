@@ -5,9 +5,9 @@
 #include <latch>
 #include <thread>
 
+#include "platform/crash/fake_crash_primitives.hpp"
 #include "platform/secure_store/memory_secure_store.hpp"
 #include "service/key_chain_manager.hpp"
-#include "platform/crash/fake_crash_primitives.hpp"
 #include "support/test_platform.hpp"
 #include "telemetry/crash_report_sender.hpp"
 

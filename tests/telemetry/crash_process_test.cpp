@@ -136,6 +136,8 @@ std::vector<ProcessCase> processCases() {
   // label, how, sender, store, the ending signal, the recorded signal (0: an exception), name, reason
   std::vector<ProcessCase> cases = {
       {"nullWrite", "segv", "none", "disk", SIGSEGV, SIGSEGV, "", ""},
+      // Installed twice, the handler puts back the host's handlers, not its own.
+      {"nullWriteAfterTwoInstalls", "twice-segv", "none", "disk", SIGSEGV, SIGSEGV, "", ""},
       {"abort", "abort", "none", "disk", SIGABRT, SIGABRT, "", ""},
       {"trap", "trap", "none", "disk", SIGILL, SIGILL, "", ""},
       {"integerDivision", "divide", "none", "disk", SIGFPE, SIGFPE, "", ""},
@@ -161,6 +163,19 @@ std::vector<ProcessCase> processCases() {
 
 INSTANTIATE_TEST_SUITE_P(Crashes, CrashProcessTest, ::testing::ValuesIn(processCases()),
                          [](const auto& p) { return p.param.label; });
+
+TEST(CrashSlotFiles, AProcessThatUninstallsLeavesNoSlotBehind) {
+  testing::TemporaryDirectory scratch;
+  const ChildEnd end = testing::runToEnd(testing::programPath("crash"),
+                                         {scratch.path().string(), "uninstall", "none", "disk"}, kChildBound);
+  ASSERT_FALSE(end.hung);
+  ASSERT_EQ(end.exitCode, 0) << end.errors;
+  std::vector<std::string> slots;
+  for (const auto& entry : std::filesystem::directory_iterator(scratch.path())) {
+    if (entry.path().filename().string().starts_with("crash-")) slots.push_back(entry.path().filename().string());
+  }
+  EXPECT_TRUE(slots.empty()) << slots.front();
+}
 
 }  // namespace
 }  // namespace kiv

@@ -61,7 +61,8 @@ class CrashSlot {
   virtual bool write(std::string_view bytes) noexcept = 0;
   // The current content ("" when empty). Ordinary context.
   virtual std::string read() = 0;
-  // Empties this process's own slot; removes a slot left by an ended process.
+  // Empties the slot and removes its file. This process's own slot stays
+  // writable, but what is written to it afterwards is not kept.
   virtual void clear() = 0;
 };
 

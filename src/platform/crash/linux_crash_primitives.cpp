@@ -249,7 +249,10 @@ class LinuxCrashSlot final : public CrashSlot {
   void clear() override {
     if (fd_ < 0) return;
     if (own_) {
+      // The descriptor stays open: a handler may still hold this slot, and
+      // its write then lands in the removed file, harmlessly.
       if (ftruncate(fd_, 0) == 0) fsync(fd_);
+      unlink(path_.c_str());
       return;
     }
     unlink(path_.c_str());
