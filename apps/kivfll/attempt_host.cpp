@@ -20,16 +20,20 @@ using Clock = std::chrono::steady_clock;
 
 constexpr double kSettlePoll = 0.02;  // seconds between two looks at the traffic
 
-// With --json, standard output carries the delegate calls and nothing else:
-// the SDK's own diagnostic lines go to standard error.
+// Standard output carries what the host shows of the attempt; the SDK's own
+// diagnostic lines (every analytics request and answer among them) go to
+// standard error when asked for, and nowhere otherwise.
 class StderrConsole final : public Console {
  public:
+  explicit StderrConsole(bool enabled) : enabled_(enabled) {}
   void writeLine(std::string_view line) override {
+    if (!enabled_) return;
     std::lock_guard lock(mutex_);
     std::cerr << line << '\n' << std::flush;
   }
 
  private:
+  const bool enabled_;
   std::mutex mutex_;
 };
 
@@ -61,7 +65,7 @@ AttemptReport hostAttempt(const AttemptOptions& options) {
     bundle.crash = makeLinuxCrashPrimitives(options.dataDirectory);
   }
   bundle.camera = std::make_shared<FixedCameraAuthorization>(options.camera, options.grantWhenAsked);
-  if (options.form == AttemptPrinter::Form::json) bundle.console = std::make_shared<StderrConsole>();
+  bundle.console = std::make_shared<StderrConsole>(options.verbose);
 
   const auto interactive = ::isatty(STDOUT_FILENO) == 1;
   std::optional<Clock::time_point> setupAt, loadingAt;

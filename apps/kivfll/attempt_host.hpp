@@ -28,10 +28,11 @@ struct AttemptOptions {
   bool loading = false;
   CaptureScript capture{};
   CameraAuthorizationStatus camera = CameraAuthorizationStatus::authorized;
-  bool grantWhenAsked = true;  // the answer at the prompt, when camera is notDetermined
+  bool grantWhenAsked = true;                            // the answer at the prompt, when camera is notDetermined
   std::optional<std::filesystem::path> dataDirectory{};  // the XDG data directory when absent
   AttemptPrinter::Form form = AttemptPrinter::Form::human;
   std::optional<int> crashSignal{};  // raised right after the vendor launches
+  bool verbose = false;              // the SDK's diagnostic lines on standard error; dropped otherwise
 };
 
 struct AttemptReport {

@@ -58,8 +58,8 @@ void printSummary(const AttemptReport& report, const sandbox::SandboxServer& san
     const auto key = sandbox::parsePublicKey(sandbox.publicKey());
     const auto claims = key ? sandbox::verifyCompactJws(*report.outcome->signedResponse, *key)
                             : std::expected<std::string, std::string>(std::unexpected(key.error()));
-    std::cout << "signed response:  " << (claims ? "verified with the sandbox key " + *claims : "NOT VERIFIED: " + claims.error())
-              << "\n";
+    std::cout << "signed response:  "
+              << (claims ? "verified with the sandbox key " + *claims : "NOT VERIFIED: " + claims.error()) << "\n";
   }
   std::cout << "setup to launch:  " << milliseconds(report.setupToLaunch) << "\n";
   std::cout << "session wait:     " << milliseconds(report.sessionRoundTrip) << " (loading() to loaded())\n";

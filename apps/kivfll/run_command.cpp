@@ -33,6 +33,7 @@ struct RunArguments {
   std::optional<std::string> dataDirectory;
   bool json = false;
   std::optional<std::string> crashSignal;
+  bool verbose = false;
 };
 
 // The signals the SDK's crash capture handles, by name.
@@ -84,6 +85,7 @@ ExitStatus runAttempt(const RunArguments& arguments) {
   options.prewarm = arguments.prewarm;
   options.loading = arguments.loading;
   options.form = arguments.json ? AttemptPrinter::Form::json : AttemptPrinter::Form::human;
+  options.verbose = arguments.verbose;
 
   if (!setBackendRootURL(options.environment, arguments.backend)) {
     return usage("--backend: " + arguments.backend + " is not an absolute http or https URL without query");
@@ -138,6 +140,8 @@ void addRunCommand(CLI::App& app, Action& action) {
   command->add_flag("--json", arguments->json, "One JSON object per delegate call on standard output, nothing else");
   command->add_option("--simulate-crash", arguments->crashSignal,
                       "Raise this signal (SIGSEGV, SEGV or its number) right after the vendor launches");
+  command->add_flag("--verbose", arguments->verbose,
+                    "The SDK's diagnostic lines (requests, answers) on standard error");
   command->callback([&action, arguments] { action = [arguments] { return runAttempt(*arguments); }; });
 }
 
