@@ -9,14 +9,15 @@
 
 #include "kiv/backend.hpp"
 #include "kiv/face_liveness_lite_sdk.hpp"
+#include "kiv/platform/capture/simulated_capture_vendor.hpp"
 #include "kiv/platform/ui/view_toolkit.hpp"
 #include "platform/camera/fake_camera_authorization.hpp"
-#include "kiv/platform/capture/simulated_capture_vendor.hpp"
 #include "sdk/face_liveness_lite_sdk_impl.hpp"
 #include "sdk/state_manager.hpp"
 #include "service/key_chain_manager.hpp"
 #include "support/recording_http_server.hpp"
 #include "support/test_platform.hpp"
+#include "telemetry/bff_analytics.hpp"
 
 namespace kiv::testing {
 
@@ -88,14 +89,22 @@ class FacadeTest : public PlatformTest {
   // Runs the loop until the prewarm fetch has completed.
   void settlePrewarm() {
     ASSERT_TRUE(loop().runUntil([&] { return !facade().inFlightPrewarm; }));
+    settleAnalytics();
   }
   // Runs the loop until the run has ended, then lets analytics posts land.
   void finishRun() {
     ASSERT_TRUE(loop().runUntil([&] { return !running(); }));
+    settleAnalytics();
+  }
+  // Lets the analytics posts started so far land: their bodies are built on
+  // the pool and they end on the HTTP session's thread.
+  void settleAnalytics() {
     testPlatform().pool->waitIdle();
+    if (auto analytics = KivBFFAnalytics::shared()) analytics->waitForPendingPosts();
   }
   // The bodies of the analytics events named `event`, in arrival order.
-  std::vector<Json> events(std::string_view event) const {
+  std::vector<Json> events(std::string_view event) {
+    settleAnalytics();
     std::vector<Json> out;
     for (const auto& request : server.requests("/bff/track-analytics")) {
       auto body = request.bodyJson().value_or(Json::object());
