@@ -1,0 +1,212 @@
+// kivfll run against the sandbox, as a backend team runs it: the JSON lines
+// and the exit status a script sees, and what the backend received.
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+#include "flow/iproov_outcome_mapping.hpp"
+#include "platform/json/json.hpp"
+#include "sandbox/sandbox_server.hpp"
+#include "support/child_process.hpp"
+
+namespace kiv::testing {
+namespace {
+
+constexpr const char* kProgram = KIVFLL_PROGRAM;
+constexpr double kBoundSeconds = 30.0;
+
+class RunTest : public ::testing::Test {
+ protected:
+  RunTest() : sandbox_(std::move(sandbox::SandboxServer::start({}).value())) {
+    token_ = sandbox_->mintMobileToken("client-e2e", std::string("eu.capture.example"));
+  }
+
+  // kivfll run --json against the sandbox, in this test's data directory.
+  ChildEnd run(std::vector<std::string> extra, const std::string& person = "person-1") {
+    std::vector<std::string> arguments{
+        "run",    "--backend",  sandbox_->rootURL(),  "--token", token_, "--person", person,
+        "--json", "--data-dir", data_.path().string()};
+    arguments.insert(arguments.end(), extra.begin(), extra.end());
+    return runToEnd(kProgram, arguments, kBoundSeconds);
+  }
+  void fault(const std::string& rule) { ASSERT_TRUE(sandbox_->addFault(rule).has_value()) << rule; }
+
+  // Each standard-output line as JSON; a line that is not JSON fails.
+  static std::vector<Json> calls(const ChildEnd& end) {
+    std::vector<Json> out;
+    std::size_t start = 0;
+    while (start < end.output.size()) {
+      auto stop = end.output.find('\n', start);
+      if (stop == std::string::npos) stop = end.output.size();
+      auto line = json::parse(end.output.substr(start, stop - start));
+      EXPECT_TRUE(line) << end.output.substr(start, stop - start);
+      if (line) out.push_back(*line);
+      start = stop + 1;
+    }
+    return out;
+  }
+  // The one outcome call, after loading/loaded.
+  static Json outcome(const ChildEnd& end) {
+    for (const auto& call : calls(end)) {
+      if (call.value("call", "") != "loading" && call.value("call", "") != "loaded") return call;
+    }
+    return Json();
+  }
+  std::vector<Json> analytics(std::string_view event, std::string_view path = "bff/track-analytics") const {
+    std::vector<Json> out;
+    for (const auto& request : sandbox_->requests({.path = std::string(path)})) {
+      auto body = json::parse(request.body);
+      if (body && body->is_object() && body->value("event", "") == event) out.push_back(*body);
+    }
+    return out;
+  }
+
+  std::unique_ptr<sandbox::SandboxServer> sandbox_;
+  std::string token_;
+  TemporaryDirectory data_;
+};
+
+TEST_F(RunTest, SuccessCarriesASignedResponseTheSandboxKeyVerifies) {
+  const auto end = run({});
+  ASSERT_FALSE(end.hung);
+  EXPECT_EQ(end.exitCode, 0) << end.errors;
+  std::vector<std::string> names;
+  for (const auto& call : calls(end)) names.push_back(call.value("call", ""));
+  EXPECT_EQ(names, (std::vector<std::string>{"loading", "loaded", "didFinishWithSuccess", "loaded"}));
+  const auto signedResponse = outcome(end).value("signedResponse", "");
+  const auto key = sandbox::parsePublicKey(sandbox_->publicKey());
+  ASSERT_TRUE(key);
+  const auto claims = sandbox::verifyCompactJws(signedResponse, *key);
+  ASSERT_TRUE(claims) << claims.error();
+  EXPECT_EQ(json::parse(*claims)->value("personId", ""), "person-1");
+  // The transaction and the attempt's events reached the backend before exit.
+  EXPECT_EQ(sandbox_->requests({.path = "bff/transactions"}).size(), 1u);
+  EXPECT_EQ(analytics("sdk_result").size(), 1u);
+  EXPECT_EQ(analytics("start_sdk").at(0)["properties"]["requestParams"].value("usedPrewarm", "?"), "false");
+}
+
+struct Row {
+  const char* name;
+  const char* fault;  // a sandbox fault rule for the session, or ""
+  const char* capture;
+  int exitCode;
+  const char* type;
+  const char* description;  // "" when only the type is fixed
+};
+
+class RunOutcomes : public RunTest, public ::testing::WithParamInterface<Row> {};
+
+TEST_P(RunOutcomes, ExitAndReportAsTheDelegateHeardIt) {
+  const auto& row = GetParam();
+  if (*row.fault) fault(row.fault);
+  const auto end = run({"--capture", row.capture});
+  ASSERT_FALSE(end.hung);
+  EXPECT_EQ(end.exitCode, row.exitCode) << end.output << end.errors;
+  const auto call = outcome(end);
+  EXPECT_EQ(call.value("type", ""), row.type) << call.dump();
+  if (*row.description) {
+    EXPECT_EQ(call.value("description", ""), row.description) << call.dump();
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , RunOutcomes,
+    ::testing::Values(
+        Row{"Status422", R"({"endpoint":"sessions","status":422,"body":""})", "success", 2, "tokenException",
+            "This client is not eligible for the asynchronous liveness flow."},
+        Row{"Status422WithMessage", R"({"endpoint":"sessions","status":422,"body":"{\"message\":\"Client blocked\"}"})",
+            "success", 2, "tokenException", "Client blocked"},
+        Row{"Status500", R"({"endpoint":"sessions","status":500,"body":"{\"message\":\"boom\"}"})", "success", 2,
+            "serverException", "Server Error"},
+        Row{"MalformedSession", R"({"endpoint":"sessions","malformed":true})", "success", 2, "serverException", ""},
+        Row{"UnsupportedSupplier",
+            R"({"endpoint":"sessions","status":200,"body":"{\"supplier\":{\"type\":\"onfido\",\"token\":\"t\"},\"livenessAttemptId\":\"a\",\"signedResponse\":\"s\"}"})",
+            "success", 2, "serverException", "Unsupported supplier: onfido"},
+        Row{"MissingSupplier",
+            R"({"endpoint":"sessions","status":200,"body":"{\"livenessAttemptId\":\"a\",\"signedResponse\":\"s\"}"})",
+            "success", 2, "serverException", "Unsupported supplier: unknown"},
+        Row{"MissingToken",
+            R"({"endpoint":"sessions","status":200,"body":"{\"supplier\":{\"type\":\"iproov\"},\"livenessAttemptId\":\"a\",\"signedResponse\":\"s\"}"})",
+            "success", 2, "tokenException", "Missing token from session"},
+        Row{"BlankAttemptId",
+            R"({"endpoint":"sessions","status":200,"body":"{\"supplier\":{\"type\":\"iproov\",\"token\":\"t\"},\"livenessAttemptId\":\"  \",\"signedResponse\":\"s\"}"})",
+            "success", 2, "invalidResponseException", "the session did not return a livenessAttemptId"},
+        Row{"MissingSignedResponse",
+            R"({"endpoint":"sessions","status":200,"body":"{\"supplier\":{\"type\":\"iproov\",\"token\":\"t\"},\"livenessAttemptId\":\"a\"}"})",
+            "success", 2, "tokenException", "the session did not return a signedResponse"},
+        Row{"FailureWithReasons", "", "connected; failure eyes_closed too_dark", 1, "eyes_closed", "Eyes closed"},
+        Row{"FailureWithoutReasons", "", "connected; failure", 1, "unknown", "Try Again"},
+        Row{"Cancelled", "", "connected; canceled", 3, "", ""}),
+    [](const auto& param) { return std::string(param.param.name); });
+
+TEST_F(RunTest, EachVendorErrorEndsInItsErrorType) {
+  for (auto code : allCases<IProovError::Code>()) {
+    const std::string name(rawValue(code));
+    const auto end = run({"--capture", "connected; error " + name});
+    ASSERT_FALSE(end.hung);
+    EXPECT_EQ(end.exitCode, 2) << name;
+    EXPECT_EQ(outcome(end).value("type", ""), rawValue(errorType(IProovError(code)))) << name;
+    EXPECT_EQ(outcome(end).value("description", ""), "IproovError") << name;
+  }
+}
+
+TEST_F(RunTest, CameraDeniedOrRefusedEndsInCameraPermission) {
+  for (const char* camera : {"denied", "restricted", "ask-deny"}) {
+    const auto end = run({"--camera", camera});
+    EXPECT_EQ(end.exitCode, 2) << camera;
+    EXPECT_EQ(outcome(end).value("type", ""), "cameraPermission") << camera;
+    EXPECT_EQ(outcome(end).value("description", ""), "Camera permission denied") << camera;
+  }
+  EXPECT_EQ(run({"--camera", "ask-grant"}).exitCode, 0);
+}
+
+TEST_F(RunTest, PrewarmedSessionIsReportedAsUsed) {
+  const auto end = run({"--prewarm"});
+  EXPECT_EQ(end.exitCode, 0) << end.errors;
+  EXPECT_EQ(sandbox_->requests({.path = "bff/sessions"}).size(), 1u);
+  EXPECT_EQ(analytics("start_sdk").at(0)["properties"]["requestParams"].value("usedPrewarm", "?"), "true");
+}
+
+TEST_F(RunTest, EventsQueuedOfflineAreResentByTheNextRun) {
+  fault(R"({"endpoint":"analytics","status":503,"times":1000})");
+  ASSERT_EQ(run({}).exitCode, 0);
+  const auto failedFinish = analytics("sdk_result");
+  ASSERT_EQ(failedFinish.size(), 1u);  // answered 503, so queued
+  sandbox_->clearFaults();
+
+  ASSERT_EQ(run({}).exitCode, 0);
+  ASSERT_FALSE(analytics("no_connection").empty()) << "no recovery notice";
+  int resent = 0;
+  for (const auto& body : analytics("sdk_result")) resent += body["properties"].value("resent", false) ? 1 : 0;
+  EXPECT_EQ(resent, 1);
+}
+
+TEST_F(RunTest, ACrashIsReportedByTheNextRun) {
+  fault(R"({"endpoint":"crashlytics","status":503,"times":1000})");
+  const auto crashed = run({"--simulate-crash", "SIGSEGV"});
+  ASSERT_FALSE(crashed.hung);
+  EXPECT_EQ(crashed.exitSignal, SIGSEGV);
+  sandbox_->clearFaults();
+  const auto before = sandbox_->requests({.path = "bff/crashlytics"}).size();
+
+  ASSERT_EQ(run({}).exitCode, 0);
+  const auto reports = sandbox_->requests({.path = "bff/crashlytics"});
+  ASSERT_EQ(reports.size(), before + 1);
+  EXPECT_EQ(json::parse(reports.back().body)->at("properties").value("result", ""), "signal");
+}
+
+TEST_F(RunTest, ABadCommandLineIsAUsageErrorInOneLine) {
+  for (auto extra : std::vector<std::vector<std::string>>{{"--capture", "wait soon"},
+                                                          {"--simulate-crash", "SIGWINCH"},
+                                                          {"--data-dir", "/proc/kivfll-cannot-be-here"}}) {
+    const auto end = run(extra);
+    EXPECT_EQ(end.exitCode, 64) << extra[0];
+    EXPECT_TRUE(end.output.empty()) << end.output;
+    EXPECT_EQ(std::count(end.errors.begin(), end.errors.end(), '\n'), 1) << end.errors;
+  }
+  const auto end = runToEnd(kProgram, {"run", "--backend", "ftp://x", "--token", "t", "--person", "p"}, kBoundSeconds);
+  EXPECT_EQ(end.exitCode, 64);
+}
+
+}  // namespace
+}  // namespace kiv::testing
