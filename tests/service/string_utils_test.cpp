@@ -33,7 +33,6 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         ExtractCase{"Absent", std::nullopt, ""}, ExtractCase{"Empty", "", ""},
         ExtractCase{"PlainTextUnchanged", "  Bad Gateway \n", "  Bad Gateway \n"},
-        ExtractCase{"Message", R"({"message":"x"})", "x"}, ExtractCase{"CapitalMessage", R"({"Message":"x"})", "x"},
         ExtractCase{"EmptyMessageCounts", R"({"message":"","messages":["y"]})", ""},
         ExtractCase{"MessageBeatsCapital", R"({"Message":"b","message":"a"})", "a"},
         ExtractCase{"NonTextMessageSkipped", R"({"message":5,"Message":"m"})", "m"},
