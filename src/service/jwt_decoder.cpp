@@ -10,7 +10,6 @@
 #include "kiv/platform/platform.hpp"
 #include "platform/json/json.hpp"
 #include "service/unicode_text.hpp"
-#include "service/unordered_json.hpp"
 
 namespace kiv {
 namespace {
@@ -101,13 +100,10 @@ std::optional<std::string_view> payloadSegment(std::string_view token) {
   return pieces[1];
 }
 
-// The payload as the SDK's Json, parsed without the ordered type's
-// quadratic key lookups: the token is host input of any size.
-std::optional<Json> parsePayload(std::string_view bytes) {
-  auto parsed = unordered_json::parse(bytes);
-  if (!parsed) return std::nullopt;
-  return Json(*parsed);
-}
+// The token is host input of any size and shape: the payload is parsed
+// straight into the SDK's Json, in linear time and with the depth bound, and
+// never copied through a recursive conversion.
+std::optional<Json> parsePayload(std::string_view bytes) { return json::parse(bytes); }
 
 void writeDebugLine(std::string_view line) {
   if (auto bundle = platform(); bundle->console) bundle->console->writeLine(debugQuoted(line));

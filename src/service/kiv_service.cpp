@@ -55,12 +55,12 @@ std::string transportErrorText(const HttpError& error) {
 }  // namespace
 
 std::shared_ptr<KivService> KivService::create(std::shared_ptr<HttpSession> session, std::string tokenKeychainKey,
-                                               std::shared_ptr<KivBFFAnalytics> analytics) {
+                                               std::shared_ptr<ApiResponseReporting> analytics) {
   tokenKey().set(std::move(tokenKeychainKey));
   return std::shared_ptr<KivService>(new KivService(std::move(session), std::move(analytics)));
 }
 
-KivService::KivService(std::shared_ptr<HttpSession> session, std::shared_ptr<KivBFFAnalytics> analytics)
+KivService::KivService(std::shared_ptr<HttpSession> session, std::shared_ptr<ApiResponseReporting> analytics)
     : session_(std::move(session)),
       queueLabel_(kQueueLabel),
       queue_(platform()->taskPool),
@@ -144,11 +144,10 @@ void KivService::trackApiResponse(const std::string& endpoint, const DataTaskRes
   if (result.error) facts.transportError = transportErrorText(*result.error);
   auto properties = apiResponseProperties(facts);
 
-  auto client = analytics_ ? analytics_ : KivBFFAnalytics::shared();
-  if (!client) return;
-  queue_->post([client = std::move(client), properties = std::move(properties)] {
-    client->track(KivAnalyticsEvent::standard(KivAnalyticsEventName::apiResponse, KivAnalyticsEventType::apiCall),
-                  properties);
+  auto reporter = analytics_ ? analytics_ : sharedApiResponseReporter();
+  if (!reporter) return;
+  queue_->post([reporter = std::move(reporter), properties = std::move(properties)] {
+    reporter->reportApiResponse(properties);
   });
 }
 

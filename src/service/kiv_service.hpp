@@ -3,8 +3,9 @@
 // A request record (see api_request.hpp) becomes an HTTP request with the
 // SDK's headers, goes out on the service's URL session from the concurrent
 // queue "kiv.sdk.queue", and completes exactly once with its decoded answer or
-// an APIServiceError. Every answered request is also reported to analytics,
-// on a detached task that never delays or changes the result.
+// an APIServiceError. Every answered request is also reported (to analytics,
+// through ApiResponseReporting) on a detached task that never delays or
+// changes the result.
 //
 //   auto service = KivService::create(KivService::makeURLSession(), std::string(kMobileTokenKey), analytics);
 //   service->fetchSession(FetchSessionRequest::forPerson(baseURL, personId),
@@ -25,9 +26,9 @@
 #include "kiv/platform/task_pool.hpp"
 #include "service/api_request.hpp"
 #include "service/api_response_report.hpp"
+#include "service/api_response_reporter.hpp"
 #include "service/api_service_error.hpp"
 #include "service/response_classification.hpp"
-#include "telemetry/bff_analytics.hpp"
 
 namespace kiv {
 
@@ -49,10 +50,10 @@ class KivService final : public KivServiceProtocol, public std::enable_shared_fr
   static constexpr std::string_view kQueueLabel = "kiv.sdk.queue";
 
   // Sets the process-wide token key to `tokenKeychainKey` (the last service
-  // created wins). Without its own `analytics` client the service reports to
-  // the shared one, if any.
+  // created wins). Without a reporter of its own (an analytics client) the
+  // service reports to sharedApiResponseReporter(), if any.
   static std::shared_ptr<KivService> create(std::shared_ptr<HttpSession> session, std::string tokenKeychainKey,
-                                            std::shared_ptr<KivBFFAnalytics> analytics);
+                                            std::shared_ptr<ApiResponseReporting> analytics);
 
   // A session as the service expects its creator to make one: ephemeral,
   // no cache, requests reloading from the origin, no cookies.
@@ -91,7 +92,7 @@ class KivService final : public KivServiceProtocol, public std::enable_shared_fr
   const std::string& queueLabel() const { return queueLabel_; }
 
  private:
-  KivService(std::shared_ptr<HttpSession> session, std::shared_ptr<KivBFFAnalytics> analytics);
+  KivService(std::shared_ptr<HttpSession> session, std::shared_ptr<ApiResponseReporting> analytics);
 
   template <typename ResponseType>
   void send(HttpRequest request, std::function<void(APIResult<ResponseType>)> completion);
@@ -101,7 +102,7 @@ class KivService final : public KivServiceProtocol, public std::enable_shared_fr
   std::shared_ptr<HttpSession> session_;
   std::string queueLabel_;
   std::shared_ptr<TaskPool> queue_;  // the pool is concurrent: requests overlap
-  std::shared_ptr<KivBFFAnalytics> analytics_;
+  std::shared_ptr<ApiResponseReporting> analytics_;
 };
 
 }  // namespace kiv

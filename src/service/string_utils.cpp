@@ -179,6 +179,7 @@ std::string stripSurroundingQuotes(std::string_view text) {
 
 std::string extractErrorMessage(const std::optional<std::string>& raw) {
   if (!raw || raw->empty()) return {};
+  if (raw->size() > kMaxParsedErrorBody) return *raw;
   if (auto found = messageInJson(*raw)) return *found;
 
   auto trimmed = unicode::trimWhiteSpaceAndNewlines(*raw);

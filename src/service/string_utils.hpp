@@ -8,6 +8,7 @@
 //   KivStringUtils::extractErrorMessage("Bad Gateway")                          == "Bad Gateway"
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -16,9 +17,15 @@
 
 namespace kiv::KivStringUtils {
 
+// Longest body that is read as JSON for its message. Error bodies are short;
+// a longer one is passed through as text, so that no answer can buy more
+// than a bounded amount of work on the thread that reads it.
+inline constexpr std::size_t kMaxParsedErrorBody = 64 * 1024;
+
 // "" for absent or empty input; the message found in the text read as JSON
 // (directly, or after unwrapping one level of string-literal quoting) without
-// surrounding quotes; otherwise the input as given.
+// surrounding quotes, for texts up to kMaxParsedErrorBody bytes; otherwise the
+// input as given.
 std::string extractErrorMessage(const std::optional<std::string>& raw);
 
 // The first message in `value`, searched in the backend's known shapes

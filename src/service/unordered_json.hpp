@@ -1,11 +1,9 @@
 // JSON texts from outside the SDK whose key order means nothing (token
 // payloads, telemetry bodies), parsed into nlohmann's map-keyed json.
 //
-// The SDK's Json keeps insertion order by finding keys with a linear search,
-// so parsing an object of n members into it costs O(n^2): about three
-// seconds for a 1 MB object of short members. The map-keyed parse is
-// O(n log n), and converting its result to Json afterwards is linear
-// (`Json ordered(*parsed);`), when a reader needs the SDK's type.
+// Where key order does not matter and the value is written back out sorted
+// (the telemetry sanitiser), the map-keyed type is the natural one; readers
+// that want the SDK's Json use json::parse, which is linear as well.
 #pragma once
 
 #include <optional>
@@ -20,7 +18,8 @@ using UnorderedJson = nlohmann::json;
 
 namespace unordered_json {
 
-// Absent for text that is not exactly one JSON value.
+// Absent for text that is not exactly one JSON value, or one nested deeper
+// than json::kMaxDepth.
 std::optional<UnorderedJson> parse(std::string_view text);
 
 // Compact text (no spaces), keys in sorted order; invalid UTF-8 in strings

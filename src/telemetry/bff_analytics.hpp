@@ -40,13 +40,14 @@
 #include "kiv/platform/path_monitor.hpp"
 #include "kiv/platform/task_pool.hpp"
 #include "platform/json/json.hpp"
+#include "service/api_response_reporter.hpp"
 #include "service/key_chain_manager.hpp"
 #include "telemetry/analytics_event.hpp"
 #include "telemetry/analytics_vocabulary.hpp"
 
 namespace kiv {
 
-class KivBFFAnalytics : public std::enable_shared_from_this<KivBFFAnalytics> {
+class KivBFFAnalytics : public std::enable_shared_from_this<KivBFFAnalytics>, public ApiResponseReporting {
  public:
   struct Configuration {
     std::string sessionId{};
@@ -127,6 +128,10 @@ class KivBFFAnalytics : public std::enable_shared_from_this<KivBFFAnalytics> {
   // Ready when no flush is running; otherwise becomes ready when the running
   // one has ended. For diagnostics and tests.
   std::shared_future<void> flushFinished() const;
+
+  // Tracks api_response (api_call) with the properties; the backend
+  // service's reporter. Defined in analytics_api_reporter.cpp.
+  void reportApiResponse(const ApiResponseProperties& properties) override;
 
   // The value sent as requestParams.provider from now on; absent sends none.
   void setProvider(std::optional<std::string> provider);

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <httplib.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -155,6 +156,31 @@ INSTANTIATE_TEST_SUITE_P(
                       FailureCase{"NoScheme", "error", HttpErrorCode::badURL},
                       FailureCase{"Blank", "http://exa mple/", HttpErrorCode::badURL}),
     [](const auto& param) { return param.param.name; });
+
+// The request's time-out is an idle limit: an answer whose bytes keep coming
+// succeeds however long it takes as a whole. The server's pace (one byte per
+// 100 ms, 1.5 s in all against a 0.6 s limit) is what is tested, not a wait.
+TEST_F(HttpSessionTest, SlowButSteadyAnswerOutlastsTheTimeOut) {
+  constexpr std::size_t kBytes = 15;
+  httplib::Server trickler;
+  trickler.set_keep_alive_max_count(1);  // closes after the answer, so stop() need not wait out a keep-alive
+  trickler.Get("/slow", [](const httplib::Request&, httplib::Response& response) {
+    response.set_content_provider(kBytes, "text/plain", [](std::size_t, std::size_t, httplib::DataSink& sink) {
+      std::this_thread::sleep_for(100ms);
+      return sink.write("x", 1);
+    });
+  });
+  const int port = trickler.bind_to_any_port("127.0.0.1");
+  std::thread listener([&] { trickler.listen_after_bind(); });
+
+  const auto result =
+      session->send({.url = "http://127.0.0.1:" + std::to_string(port) + "/slow", .timeoutSeconds = 0.6});
+  trickler.stop();
+  listener.join();
+
+  ASSERT_FALSE(result.error) << result.error->detail();
+  EXPECT_EQ(result.data, std::string(kBytes, 'x'));
+}
 
 TEST_F(HttpSessionTest, ConcurrentTasksAreInFlightTogetherAndCompleteOnTheSessionThread) {
   server.holdAnswers();

@@ -24,18 +24,34 @@ TEST_P(UrlParse, TellsWhetherTextFormsAUrlAndItsScheme) {
 
 INSTANTIATE_TEST_SUITE_P(
     Texts, UrlParse,
-    ::testing::Values(UrlCase{"https://backend.kiv.example/", "https", true},
-                      UrlCase{"http://127.0.0.1:8080/bff/sessions?asyncAttempt=true", "http", true},
-                      UrlCase{"HTTPS://Backend.Example/bff/", "https", true},
-                      UrlCase{"wss://eu/ws", "wss", false},     // the streaming endpoint
-                      UrlCase{"file:///error", "file", false},  // the unsendable fallback
-                      UrlCase{"error", std::nullopt, false},    // no scheme is guessed
-                      UrlCase{"backend.kiv.example/bff/", std::nullopt, false}, UrlCase{"", std::nullopt, false},
-                      UrlCase{"https://back end.example/", std::nullopt, false},
-                      UrlCase{"wss://eu west/ws", std::nullopt, false}, UrlCase{"wss://eu\"/ws", std::nullopt, false},
-                      UrlCase{"https://backend.example/\n", std::nullopt, false},
-                      UrlCase{std::string("https://a.example\0.evil/", 25), std::nullopt, false},
-                      UrlCase{"https://", std::nullopt, false}));
+    ::testing::Values(
+        UrlCase{"https://backend.kiv.example/", "https", true},
+        UrlCase{"http://127.0.0.1:8080/bff/sessions?asyncAttempt=true", "http", true},
+        UrlCase{"HTTPS://Backend.Example/bff/", "https", true},
+        UrlCase{"wss://eu/ws", "wss", false},     // the streaming endpoint
+        UrlCase{"file:///error", "file", false},  // the unsendable fallback
+        UrlCase{"error", std::nullopt, false},    // no scheme is guessed
+        UrlCase{"backend.kiv.example/bff/", std::nullopt, false}, UrlCase{"", std::nullopt, false},
+        UrlCase{"https://back end.example/", std::nullopt, false}, UrlCase{"wss://eu west/ws", std::nullopt, false},
+        UrlCase{"wss://eu\"/ws", std::nullopt, false}, UrlCase{"https://backend.example/\n", std::nullopt, false},
+        UrlCase{std::string("https://a.example\0.evil/", 25), std::nullopt, false},
+        UrlCase{"https://", std::nullopt, false},
+        // libcurl would pass these on raw; they are no URI text.
+        UrlCase{"https://h.example/a\"b<c>", std::nullopt, false},
+        UrlCase{"https://h.example/a\\b", std::nullopt, false},
+        UrlCase{"https://h.example/{a}|b^`", std::nullopt, false},
+        UrlCase{"https://h.example/a%zz", std::nullopt, false}, UrlCase{"https://h.example/a%4", std::nullopt, false},
+        UrlCase{"https://h.example/[a]", std::nullopt, false}, UrlCase{"https://h.example/a#b#c", std::nullopt, false},
+        UrlCase{"https://h.example/a%4Fb/../c;d=e?f=g/h#i?j", "https", true},
+        UrlCase{"http://[::1]:8080/x", "http", true}));
+
+// Redirects never lead from https down to http, where a resent body would
+// travel in clear.
+TEST(Url, RedirectsFromHttpsStayOnHttps) {
+  EXPECT_STREQ(url::redirectSchemes("https://backend.example/bff/sessions"), "https");
+  EXPECT_STREQ(url::redirectSchemes("HTTPS://backend.example/"), "https");
+  EXPECT_STREQ(url::redirectSchemes("http://127.0.0.1:8080/"), "http,https");
+}
 
 TEST(Url, ReplacesTheQueryWithEncodedItemsInOrder) {
   EXPECT_EQ(url::replacingQueryItems("https://h.example/p?old=1", {{"b", "x&y=z"}, {"a", "1/2"}}),

@@ -10,21 +10,7 @@
 namespace kiv {
 namespace {
 
-constexpr KivEnvironment kEnvironments[] = {KivEnvironment::dev, KivEnvironment::beta, KivEnvironment::prod};
-
 class BackendUrlsTest : public testing::PlatformTest {};
-
-TEST_F(BackendUrlsTest, EachEnvironmentHasItsOwnHttpRootAndAnalyticsBaseBelowIt) {
-  std::set<std::string> roots;
-  for (const auto environment : kEnvironments) {
-    const auto root = backendRootURL(environment);
-    EXPECT_TRUE(url::isHttp(root)) << root;
-    EXPECT_TRUE(root.ends_with("/")) << root;
-    EXPECT_EQ(analyticsBaseURL(environment), root + "bff/");
-    roots.insert(root);
-  }
-  EXPECT_EQ(roots.size(), 3u);
-}
 
 TEST_F(BackendUrlsTest, OverridePointsOneEnvironmentElsewhereUntilReset) {
   const auto beta = backendRootURL(KivEnvironment::beta);

@@ -46,6 +46,12 @@ SessionResponse withSupplier(SessionSupplier supplier) {
   return s;
 }
 
+SessionResponse withAttempts(std::int64_t attempts) {
+  SessionResponse s;
+  s.remainingAttempts = attempts;
+  return s;
+}
+
 const std::string kFullSession =
     R"({"id":"s-1","clientId":"c-1","user":{"personId":"p-1","userId":"u-1"},)"
     R"("supplier":{"type":"iproov","product":"liveness","token":"tok","settings":{"filter":"classic",)"
@@ -79,6 +85,13 @@ INSTANTIATE_TEST_SUITE_P(
         SessionCase{"UnknownKeysIgnored", R"({"extra":[1,{"x":true}],"supplier":{"more":1,"token":"t"}})",
                     withSupplier({{}, {}, "t", {}})},
         SessionCase{"AttemptsAsTextFails", R"({"remainingAttempts":"2"})", std::nullopt, "remainingAttempts"},
+        // A number is one value however it is written: 2.0 and 1e0 are integers.
+        SessionCase{"AttemptsWrittenAsIntegralFloat", R"({"remainingAttempts":2.0})", withAttempts(2)},
+        SessionCase{"AttemptsWrittenWithExponent", R"({"remainingAttempts":1e0})", withAttempts(1)},
+        SessionCase{"AttemptsWrittenAsFractionFails", R"({"remainingAttempts":2.5})", std::nullopt,
+                    "remainingAttempts"},
+        SessionCase{"AttemptsFloatBeyondInt64Fails", R"({"remainingAttempts":9.3e18})", std::nullopt,
+                    "remainingAttempts"},
         SessionCase{"AttemptsBeyondInt64Fails", R"({"remainingAttempts":9223372036854775808})", std::nullopt,
                     "remainingAttempts"},
         SessionCase{"FingerprintAsTextFails", R"({"hasFingerprint":"true"})", std::nullopt, "hasFingerprint"},

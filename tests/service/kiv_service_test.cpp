@@ -11,6 +11,7 @@
 #include "service/kiv_service.hpp"
 #include "support/recording_http_server.hpp"
 #include "support/test_platform.hpp"
+#include "telemetry/bff_analytics.hpp"
 
 namespace kiv {
 namespace {
@@ -168,18 +169,35 @@ TEST_F(KivServiceTest, RequestIsBuiltInTheBackendsOrder) {
                                        {"Authorization", "second"},
                                        {"content-type", "application/json"}}));
 
-  auto get =
-      KivService::makeURLRequest("https://b.example/x?old=1", "GET", json::parse(R"({"q":"a b&c","n":2,"t":true})"));
-  EXPECT_EQ(get.method, "GET");
-  EXPECT_EQ(get.url, "https://b.example/x?q=a+b%26c&n=2&t=1");
-  EXPECT_EQ(get.body, std::nullopt);
-  EXPECT_EQ(get.value("content-type"), std::nullopt);
-
   auto notAURL = KivService::makeURLRequest("http://bad host/", "POST", json::parse("{}"));
   EXPECT_EQ(notAURL.url, "file:///error");
   EXPECT_EQ(notAURL.timeoutSeconds, 60.0);
   EXPECT_TRUE(notAURL.headers.empty());
   EXPECT_EQ(notAURL.body, std::nullopt);
+}
+
+// The attempt id goes into the path unchanged, so one that breaks the URL
+// text must stop the request before anything reaches the wire.
+class InvalidAttemptIdTest : public KivServiceTest, public ::testing::WithParamInterface<std::string> {};
+
+TEST_P(InvalidAttemptIdTest, MakesTheRequestInvalidAndUnsent) {
+  SessionResponse withAttempt;
+  withAttempt.livenessAttemptId = GetParam();
+  EXPECT_EQ(errorOf(fetchTransactions(withAttempt)), APIServiceError{APIServiceError::invalidResponse{}});
+  EXPECT_EQ(server.requestCount(), 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Ids, InvalidAttemptIdTest,
+                         ::testing::Values("a\"b", "a<b", "a>b", "a\\b", "a{b", "a|b", "a%zz", "a%2", "a[0]", "a b",
+                                           "a#b#c"));
+
+// What reaches the wire is the base URL followed by the path text: dot
+// segments are not folded away.
+TEST_F(KivServiceTest, PathGoesOutAsBuilt) {
+  SessionResponse withAttempt;
+  withAttempt.livenessAttemptId = "../x/./a%2Fb";
+  ASSERT_TRUE(fetchTransactions(withAttempt));
+  EXPECT_EQ(server.requests().at(0).target, "/bff/transactions/../x/./a%2Fb/async");
 }
 
 // --- Classification of answers ---------------------------------------------------
@@ -269,6 +287,32 @@ TEST_F(KivServiceTest, TextThatIsNoURLIsInvalidAndNeverSent) {
 }
 
 // --- The analytics hook ----------------------------------------------------------
+
+struct RecordingReporter final : ApiResponseReporting {
+  void reportApiResponse(const ApiResponseProperties& properties) override {
+    std::lock_guard lock(mutex);
+    reports.push_back(properties);
+  }
+  std::mutex mutex;
+  std::vector<ApiResponseProperties> reports;
+};
+
+// The service knows its listener only as an ApiResponseReporting.
+TEST_F(KivServiceTest, AnswersGoToTheServicesOwnReporter) {
+  reportToServer();
+  KivBFFAnalytics::configure(analyticsConfiguration());  // the shared client must not hear
+  auto reporter = std::make_shared<RecordingReporter>();
+  server.setAnswer("/bff/sessions", Answer::json(404, "{}"));
+  Outcome<SessionResponse> outcome;
+  KivService::create(session_ = KivService::makeURLSession(), std::string(kMobileTokenKey), reporter)
+      ->fetchSession(FetchSessionRequest::forPerson(server.url(), "p"), outcome.completion());
+  ASSERT_FALSE(finish(outcome));
+
+  ASSERT_EQ(reporter->reports.size(), 1u);
+  EXPECT_EQ(reporter->reports[0].at("apiEndpoint"), server.url("/bff/sessions?asyncAttempt=true"));
+  EXPECT_EQ(reporter->reports[0].at("responseCode"), "404");
+  EXPECT_TRUE(server.requests("/bff/track-analytics").empty());
+}
 
 TEST_F(KivServiceTest, EveryAnswerIsReportedWithItsFiveProperties) {
   reportToServer();

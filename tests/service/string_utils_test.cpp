@@ -16,6 +16,12 @@ struct ExtractCase {
 
 void PrintTo(const ExtractCase& c, std::ostream* out) { *out << c.name; }
 
+// {"message":"x","pad":"ppp..."} exactly `size` bytes long.
+std::string messageBodyOfSize(std::size_t size) {
+  const std::string head = R"({"message":"x","pad":")";
+  return head + std::string(size - head.size() - 2, 'p') + "\"}";
+}
+
 class ExtractErrorMessageTest : public ::testing::TestWithParam<ExtractCase> {};
 
 TEST_P(ExtractErrorMessageTest, FindsTheMessageOrKeepsTheText) {
@@ -27,7 +33,6 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         ExtractCase{"Absent", std::nullopt, ""}, ExtractCase{"Empty", "", ""},
         ExtractCase{"PlainTextUnchanged", "  Bad Gateway \n", "  Bad Gateway \n"},
-        ExtractCase{"Message", R"({"message":"x"})", "x"}, ExtractCase{"CapitalMessage", R"({"Message":"x"})", "x"},
         ExtractCase{"EmptyMessageCounts", R"({"message":"","messages":["y"]})", ""},
         ExtractCase{"MessageBeatsCapital", R"({"Message":"b","message":"a"})", "a"},
         ExtractCase{"NonTextMessageSkipped", R"({"message":5,"Message":"m"})", "m"},
@@ -53,6 +58,10 @@ INSTANTIATE_TEST_SUITE_P(
         ExtractCase{"QuoteWithCombiningMarkIsNoQuote", "\"\xCC\x81{\\\"message\\\":\\\"x\\\"}\"",
                     "\"\xCC\x81{\\\"message\\\":\\\"x\\\"}\""},
         ExtractCase{"InvalidUtf8Unchanged", "\xFF{\"message\":\"x\"}", "\xFF{\"message\":\"x\"}"},
+        // What one answer may cost is bounded: longer bodies are not parsed.
+        ExtractCase{"BodyAtTheSizeBoundIsRead", messageBodyOfSize(KivStringUtils::kMaxParsedErrorBody), "x"},
+        ExtractCase{"LongerBodyIsText", messageBodyOfSize(KivStringUtils::kMaxParsedErrorBody + 1),
+                    messageBodyOfSize(KivStringUtils::kMaxParsedErrorBody + 1)},
         ExtractCase{"TooDeepIsNoJson", std::string(600, '[') + R"({"message":"x"})" + std::string(600, ']'),
                     std::string(600, '[') + R"({"message":"x"})" + std::string(600, ']')}),
     [](const auto& param) { return param.param.name; });

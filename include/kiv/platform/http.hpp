@@ -56,8 +56,9 @@ struct HttpRequest {
   HttpHeaders headers{};       // sent in this order, names with their case
   // The body bytes. Sent for every method but GET and HEAD; absent sends none.
   std::optional<std::string> body{};
-  // Limit for the whole transfer, from connecting to the last body byte.
-  // Non-positive values mean the default of 60 seconds.
+  // Idle limit: the request fails with `timedOut` once no byte has moved
+  // for this long (connecting included); a slow but steady answer may take
+  // longer as a whole. Non-positive values mean the default of 60 seconds.
   double timeoutSeconds = 60.0;
   HttpCachePolicy cachePolicy = HttpCachePolicy::useProtocolCachePolicy;
 
@@ -147,6 +148,9 @@ class HttpDataTask {
 struct HttpSessionConfiguration {
   // The policy for requests that ask for useProtocolCachePolicy.
   HttpCachePolicy requestCachePolicy = HttpCachePolicy::reloadIgnoringLocalAndRemoteCacheData;
+  // Limit for a whole transfer, from connecting to the last body byte,
+  // however steadily bytes arrive. Seven days, as on the phone platform.
+  double timeoutIntervalForResource = 7 * 24 * 60 * 60;
   // Transfers to one host beyond this many wait for a free connection.
   int maximumConnectionsPerHost = 6;
   // Names the session's thread in debuggers (at most 15 characters are kept).

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <mutex>
 #include <thread>
@@ -19,6 +20,9 @@ namespace kiv {
 namespace {
 
 constexpr long kIdlePollMilliseconds = 1000;  // curl shortens it when one of its timers is due
+// While transfers run, the loop comes round at least this often, so that a
+// transfer's idle limit is noticed soon after it passes.
+constexpr long kActivePollMilliseconds = 100;
 constexpr long kMaximumRedirects = 16;
 constexpr double kDefaultTimeoutSeconds = 60.0;
 // Loopback never goes through a proxy taken from the environment.
@@ -124,6 +128,9 @@ class CurlDataTask final : public HttpDataTask, public std::enable_shared_from_t
 
   // Transfer state, touched only on the session's thread.
   const HttpRequest request_;
+  std::chrono::steady_clock::time_point lastActivity;
+  curl_off_t bytesMoved = 0;
+  bool idleTimedOut = false;
   CURL* easy = nullptr;
   curl_slist* headerLines = nullptr;
   std::string receivedBody;
@@ -226,7 +233,7 @@ class Engine : public std::enable_shared_from_this<Engine> {
       int running = 0;
       curl_multi_perform(multi_, &running);
       finishDoneTransfers();
-      curl_multi_poll(multi_, nullptr, 0, kIdlePollMilliseconds, nullptr);
+      curl_multi_poll(multi_, nullptr, 0, active_.empty() ? kIdlePollMilliseconds : kActivePollMilliseconds, nullptr);
     }
     shutDown();
   }
@@ -268,11 +275,34 @@ class Engine : public std::enable_shared_from_this<Engine> {
   }
 
   static size_t onBody(char* data, size_t size, size_t count, void* context) {
-    static_cast<CurlDataTask*>(context)->receivedBody.append(data, size * count);
+    auto* task = static_cast<CurlDataTask*>(context);
+    task->lastActivity = std::chrono::steady_clock::now();
+    task->receivedBody.append(data, size * count);
     return size * count;
   }
 
+  // The request's time-out is an idle limit, as on the phone platform: a
+  // transfer fails once no byte has moved either way for that long, however
+  // long a slow but steady answer takes as a whole.
+  static int onProgress(void* context, curl_off_t, curl_off_t downloaded, curl_off_t, curl_off_t uploaded) {
+    auto* task = static_cast<CurlDataTask*>(context);
+    const auto now = std::chrono::steady_clock::now();
+    if (downloaded + uploaded != task->bytesMoved) {
+      task->bytesMoved = downloaded + uploaded;
+      task->lastActivity = now;
+      return 0;
+    }
+    if (now - task->lastActivity < idleLimit(task->request_)) return 0;
+    task->idleTimedOut = true;
+    return 1;
+  }
+
+  static std::chrono::duration<double> idleLimit(const HttpRequest& request) {
+    return std::chrono::duration<double>(request.timeoutSeconds > 0 ? request.timeoutSeconds : kDefaultTimeoutSeconds);
+  }
+
   static size_t onHeaderLine(char* data, size_t size, size_t count, void* context) {
+    static_cast<CurlDataTask*>(context)->lastActivity = std::chrono::steady_clock::now();
     auto& headers = static_cast<CurlDataTask*>(context)->receivedHeaders;
     std::string_view line(data, size * count);
     while (!line.empty() && (line.back() == '\r' || line.back() == '\n')) line.remove_suffix(1);
@@ -292,21 +322,27 @@ class Engine : public std::enable_shared_from_this<Engine> {
     return text;
   }
 
-  static bool configure(CurlDataTask& task) {
+  bool configure(CurlDataTask& task) const {
     CURL* easy = task.easy;
     const HttpRequest& request = task.request_;
-    const double timeout = request.timeoutSeconds > 0 ? request.timeoutSeconds : kDefaultTimeoutSeconds;
-    const long timeoutMs = std::max(1L, static_cast<long>(timeout * 1000.0));
+    const long idleMs = std::max(1L, static_cast<long>(idleLimit(request).count() * 1000.0));
+    const long resourceMs = std::max(1L, static_cast<long>(configuration_.timeoutIntervalForResource * 1000.0));
+    task.lastActivity = std::chrono::steady_clock::now();
 
     bool ok = curl_easy_setopt(easy, CURLOPT_URL, request.url.c_str()) == CURLE_OK;
+    // The path goes out as built: no dot segments folded away.
+    ok = ok && curl_easy_setopt(easy, CURLOPT_PATH_AS_IS, 1L) == CURLE_OK;
     ok = ok && curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L) == CURLE_OK;
     ok = ok && curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https") == CURLE_OK;
-    ok = ok && curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "http,https") == CURLE_OK;
+    ok = ok && curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, url::redirectSchemes(request.url)) == CURLE_OK;
     ok = ok && curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 1L) == CURLE_OK;
     ok = ok && curl_easy_setopt(easy, CURLOPT_MAXREDIRS, kMaximumRedirects) == CURLE_OK;
     ok = ok && curl_easy_setopt(easy, CURLOPT_NOPROXY, kNoProxyHosts) == CURLE_OK;
-    ok = ok && curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, timeoutMs) == CURLE_OK;
-    ok = ok && curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, timeoutMs) == CURLE_OK;
+    ok = ok && curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, resourceMs) == CURLE_OK;
+    ok = ok && curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, idleMs) == CURLE_OK;
+    ok = ok && curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L) == CURLE_OK;
+    ok = ok && curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, &Engine::onProgress) == CURLE_OK;
+    ok = ok && curl_easy_setopt(easy, CURLOPT_XFERINFODATA, &task) == CURLE_OK;
     ok = ok && curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, task.errorBuffer) == CURLE_OK;
     ok = ok && curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &Engine::onBody) == CURLE_OK;
     ok = ok && curl_easy_setopt(easy, CURLOPT_WRITEDATA, &task) == CURLE_OK;
@@ -398,6 +434,8 @@ class Engine : public std::enable_shared_from_this<Engine> {
       result.data = std::move(task.receivedBody);
     } else if (code == CURLE_OK) {
       result.error = HttpError(HttpErrorCode::badServerResponse);
+    } else if (code == CURLE_ABORTED_BY_CALLBACK && task.idleTimedOut) {
+      result.error = HttpError(HttpErrorCode::timedOut, "no data moved within the request's time-out");
     } else {
       result.error = HttpError(errorCodeFor(code), task.errorBuffer[0] ? task.errorBuffer : curl_easy_strerror(code));
     }

@@ -17,10 +17,42 @@ using UrlHandle = std::unique_ptr<CURLU, UrlDeleter>;
 // backend service's fallback is a file URL.
 constexpr unsigned int kParseFlags = CURLU_NON_SUPPORT_SCHEME;
 
+bool isHexDigit(char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
+
+// The characters a URI may hold at all: unreserved, sub-delims, gen-delims
+// and "%".
+bool isUriCharacter(char c) {
+  constexpr std::string_view kPunctuation = "-._~!$&'()*+,;=:/?#[]@%";
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+         kPunctuation.find(c) != std::string_view::npos;
+}
+
+// libcurl's parser is lenient: it passes '"', '<', '>', a backslash, '{', '|', a
+// stray "%" and brackets in the path on to the request line as they are.
+// Those texts are not URLs: every "%" starts an escape of two hex digits,
+// brackets appear only around an IP literal host, and "#" at most once.
+bool hasUriSyntax(std::string_view text) {
+  const auto authority = text.find("//");
+  const auto pathStart = authority == std::string_view::npos ? text.find_first_of("/?#", text.find(':') + 1)
+                                                             : text.find_first_of("/?#", authority + 2);
+  bool fragment = false;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (!isUriCharacter(c)) return false;
+    if (c == '%' && (i + 2 >= text.size() || !isHexDigit(text[i + 1]) || !isHexDigit(text[i + 2]))) return false;
+    if ((c == '[' || c == ']') && (authority == std::string_view::npos || i >= pathStart)) return false;
+    if (c == '#') {
+      if (fragment) return false;
+      fragment = true;
+    }
+  }
+  return true;
+}
+
 UrlHandle parsed(std::string_view text) {
-  // curl_url_set reads a C string: an embedded NUL would cut the text short
-  // and let a non-URL pass.
-  if (text.find('\0') != std::string_view::npos) return nullptr;
+  // Also refuses an embedded NUL, which curl_url_set would take for the end
+  // of the text and so let a non-URL pass.
+  if (!hasUriSyntax(text)) return nullptr;
   UrlHandle handle(curl_url());
   if (!handle) return nullptr;
   const std::string copy(text);
@@ -58,6 +90,11 @@ std::optional<Parts> parse(std::string_view text) {
 bool isHttp(std::string_view text) {
   const auto parts = parse(text);
   return parts && (parts->scheme == "http" || parts->scheme == "https") && !parts->host.empty();
+}
+
+const char* redirectSchemes(std::string_view text) {
+  const auto parts = parse(text);
+  return parts && parts->scheme == "https" ? "https" : "http,https";
 }
 
 std::optional<std::string> replacingQueryItems(std::string_view text,

@@ -1,5 +1,6 @@
-// Whether a text forms a URL, read by libcurl's URL parser so that every part
-// of the SDK agrees with the transport on what a URL is.
+// Whether a text forms a URL: checked against the URI syntax, then read by
+// libcurl's URL parser so that every part of the SDK agrees with the
+// transport on what a URL is.
 //
 //   url::parse("wss://eu/ws")->scheme == "wss"
 //   url::parse("example.com")           -> absent (no scheme is guessed)
@@ -25,12 +26,17 @@ struct Parts {
 };
 
 // Absent unless `text` is an absolute URL: a scheme of any name (http,
-// https, wss, file...), no white space or control characters, and a valid
-// host where the scheme has one.
+// https, wss, file...), only characters a URI may hold (no white space,
+// control characters, '"', '<', '>', a backslash, '^', '`', '{', '|', '}'), every
+// "%" followed by two hex digits, and a valid host where the scheme has one.
 std::optional<Parts> parse(std::string_view text);
 
 // True for an absolute http or https URL with a host.
 bool isHttp(std::string_view text);
+
+// The schemes a transfer that starts at `text` may be redirected to: never
+// from https down to http, where a resent body would travel in clear.
+const char* redirectSchemes(std::string_view text);
 
 // `text` with its query replaced by `items` in order, each written as
 // name=value with both percent-encoded; an empty list removes the query.

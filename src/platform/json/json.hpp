@@ -4,7 +4,11 @@
 //  - dump() throws on invalid UTF-8: dumpCompact() replaces bad bytes instead;
 //  - nlohmann tells integers, floating numbers and booleans apart only if you
 //    ask: the typed readers below never take "2", 2.5 or true for an integer,
-//    nor 1 for a boolean.
+//    nor 1 for a boolean, but do take 2.0 and 1e0 (exactly integral) for one.
+//
+// parse() takes time linear in the text and refuses values nested deeper than
+// kMaxDepth; nlohmann's own Json::parse is quadratic in an object's member
+// count for this ordered type, so text from outside goes through parse().
 //
 // Reading a record field:
 //   auto name = json::optionalString(object, "name");   // absent or null -> nullopt
@@ -49,6 +53,7 @@ using Field = std::expected<std::optional<T>, FieldError>;
 // Each reader: the key absent or null gives nullopt; present with another
 // JSON type gives a FieldError. `object` must be an object.
 Field<std::string> optionalString(const Json& object, std::string_view key);
+// An integer, or a floating number that is exactly integral and in range.
 Field<std::int64_t> optionalInt(const Json& object, std::string_view key);
 Field<double> optionalDouble(const Json& object, std::string_view key);  // integers accepted
 Field<bool> optionalBool(const Json& object, std::string_view key);
