@@ -21,6 +21,21 @@ std::string progressBar(double progress) {
   return bar + "] " + std::to_string(static_cast<int>(std::lround(progress * 100))) + "%";
 }
 
+// The call as a person reads it: didFinishWithError(type: serverException,
+// description: "Server Error"), with a long signed response shortened.
+std::string humanCall(const nlohmann::ordered_json& call) {
+  std::string text = call.value("call", "") + "(";
+  bool first = true;
+  for (const auto& [key, value] : call.items()) {
+    if (key == "call") continue;
+    std::string shown = value.is_string() ? value.get<std::string>() : value.dump();
+    if (key == "signedResponse" && shown.size() > 24) shown = shown.substr(0, 24) + "…";
+    text += (first ? "" : ", ") + key + ": " + (key == "type" ? shown : "\"" + shown + "\"");
+    first = false;
+  }
+  return text + ")";
+}
+
 std::string jsonLine(nlohmann::ordered_json object) {
   return object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
@@ -68,7 +83,7 @@ void AttemptPrinter::didFinishWithSuccess(const KivFaceLivenessLiteResult& liven
   nlohmann::ordered_json json{{"call", "didFinishWithSuccess"}};
   json["signedResponse"] = livenessResult.signedResponse() ? nlohmann::ordered_json(*livenessResult.signedResponse())
                                                            : nlohmann::ordered_json(nullptr);
-  finish(std::move(outcome), jsonLine(std::move(json)));
+  finish(std::move(outcome), std::move(json));
 }
 
 void AttemptPrinter::didFinishWithFailure(KivFailureType type, const std::optional<std::string>& description,
@@ -77,17 +92,15 @@ void AttemptPrinter::didFinishWithFailure(KivFailureType type, const std::option
   nlohmann::ordered_json json{{"call", "didFinishWithFailure"}, {"type", outcome.type}};
   json["description"] = description ? nlohmann::ordered_json(*description) : nlohmann::ordered_json(nullptr);
   json["signedResponse"] = signedResponse ? nlohmann::ordered_json(*signedResponse) : nlohmann::ordered_json(nullptr);
-  finish(std::move(outcome), jsonLine(std::move(json)));
+  finish(std::move(outcome), std::move(json));
 }
 
 void AttemptPrinter::didFinishWithError(KivErrorType type, const std::string& description) {
   Outcome outcome{Outcome::Kind::error, std::string(rawValue(type)), description, std::nullopt};
-  finish(outcome, jsonLine({{"call", "didFinishWithError"}, {"type", outcome.type}, {"description", description}}));
+  finish(outcome, {{"call", "didFinishWithError"}, {"type", outcome.type}, {"description", description}});
 }
 
-void AttemptPrinter::cancelled() {
-  finish(Outcome{Outcome::Kind::cancelled, {}, {}, {}}, jsonLine({{"call", "cancelled"}}));
-}
+void AttemptPrinter::cancelled() { finish(Outcome{Outcome::Kind::cancelled, {}, {}, {}}, {{"call", "cancelled"}}); }
 
 void AttemptPrinter::loading() {
   if (onLoading) onLoading(true);
@@ -139,13 +152,13 @@ void AttemptPrinter::vendorStatus(const Status& status) {
   line(text);
 }
 
-void AttemptPrinter::finish(Outcome outcome, std::string json) {
+void AttemptPrinter::finish(Outcome outcome, const nlohmann::ordered_json& call) {
   if (form_ == Form::json) {
-    line(json);
+    line(jsonLine(call));
   } else {
     spinning_ = false;
     nextFrame_.cancel();
-    line("delegate: " + outcome.summary());
+    line("delegate: " + humanCall(call));
   }
   if (outcome_) return;  // the SDK promises one; never report two
   outcome_ = std::move(outcome);

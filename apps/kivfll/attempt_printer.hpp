@@ -17,6 +17,8 @@
 #include <optional>
 #include <string>
 
+#include <nlohmann/json.hpp>
+
 #include "kiv/delegate.hpp"
 #include "kiv/platform/capture/status.hpp"
 #include "kiv/platform/main_queue.hpp"
@@ -64,7 +66,7 @@ class AttemptPrinter final : public KivFaceLivenessLiteDelegate, public std::ena
   std::function<void(bool)> onLoading;
 
  private:
-  void finish(Outcome outcome, std::string jsonLine);
+  void finish(Outcome outcome, const nlohmann::ordered_json& call);
   void line(const std::string& text);
   void redraw(const std::string& text);
   void endRedraw();
