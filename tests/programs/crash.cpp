@@ -8,8 +8,11 @@
 // (raised once on the main thread, which then keeps running its main loop),
 // raise-off-main-<signal number> (raised once on another thread while the
 // main thread is blocked), twice-<how> (the handler installed twice, then
-// <how>), uninstall (installed, uninstalled, exit 0). <sender>: none (no analytics client), never (a
-// client whose post never answers).
+// <how>), uninstall (installed, uninstalled, exit 0). <sender>: none (no
+// analytics client), never (a client whose post never answers),
+// post-to=<backend root URL> (the real analytics client posting there, the
+// network path reported unusable so that only the crash report is posted; it
+// first prints "queue <secure-store service of the offline queue>").
 // <store>: disk (the Linux store in the directory), unusable (a store that
 // cannot be opened; crash slots still go to the directory).
 //
@@ -28,10 +31,13 @@
 #include <thread>
 #include <vector>
 
+#include "kiv/backend.hpp"
 #include "kiv/platform/crash.hpp"
 #include "kiv/platform/main_loop.hpp"
 #include "kiv/platform/platform.hpp"
 #include "kiv/platform/secure_store.hpp"
+#include "platform/path_monitor/fake_path_monitor.hpp"
+#include "telemetry/bff_analytics.hpp"
 #include "telemetry/crash_handler.hpp"
 #include "telemetry/crash_report_sender.hpp"
 
@@ -124,7 +130,20 @@ int main(int argc, char** argv) {
     bundle.secureStore = kiv::makeLinuxSecureStore(directory);
   }
   bundle.crash = kiv::makeLinuxCrashPrimitives(directory);
+  const bool posting = sender.starts_with("post-to=");
+  if (posting) {
+    bundle.pathMonitor = std::make_shared<kiv::FakePathMonitorFactory>(kiv::NetworkPathStatus::unsatisfied);
+  }
   kiv::installPlatform(bundle);
+  if (posting) {
+    if (!kiv::setBackendRootURL(kiv::KivEnvironment::dev, sender.substr(8))) return 96;
+    kiv::KivBFFAnalytics::configure({.sessionId = "crash-session",
+                                     .stage = kiv::KivAnalyticsStage::dev,
+                                     .clientId = "acme",
+                                     .mobileToken = "token-1",
+                                     .sdk = {"KivFaceLivenessLite", "3.2.1"}});
+    std::printf("queue %s\n", kiv::KivBFFAnalytics::shared()->storageNamespace().c_str());
+  }
   if (sender == "never") {
     kiv::setCrashReportSender(
         [](const kiv::CrashRecord&, std::string, kiv::CrashReportResult, kiv::CrashReportCompletion) { return true; });

@@ -1,0 +1,239 @@
+// The crash matrix: every handled signal, an uncaught exception with and
+// without a message, a stack overflow and twenty threads faulting at once,
+// each crashed many times in a child process that installed the crash handler
+// once, with the analytics backend unreachable and with it answering. Every
+// run must end by itself and send exactly one report: posted when the
+// backend answers, queued for a later post when it cannot be reached, never
+// two. The store keeps nothing behind for a signal; an exception record,
+// which has no stack trace to be found by once posted, stays stored and is
+// resent by the next run.
+//
+// It prints signal-to-exit times (p50 and max); it never asserts on them.
+// KIV_RELIABILITY_RUNS=n crashes each case n times (default 5).
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "kiv/platform/crash.hpp"
+#include "kiv/platform/secure_store.hpp"
+#include "service/key_chain_manager.hpp"
+#include "support/child_process.hpp"
+#include "support/programs.hpp"
+#include "support/recording_http_server.hpp"
+#include "telemetry/bff_analytics.hpp"
+#include "telemetry/crash_handler.hpp"
+#include "telemetry/crash_logs_manager.hpp"
+
+namespace kiv {
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+
+constexpr double kChildBound = 10.0;  // far beyond any crash path: reaching it is a hang
+
+int reliabilityRuns() {
+  const char* runs = std::getenv("KIV_RELIABILITY_RUNS");
+  return runs ? std::max(1, std::atoi(runs)) : 5;
+}
+
+std::size_t occurrences(const std::string& text, std::string_view what) {
+  std::size_t count = 0;
+  for (auto at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++count;
+  return count;
+}
+
+// A crash ends the process with a signal; under a sanitizer a repeated fault
+// may end in its deadly-signal report instead. Any other sanitizer report is
+// a failure.
+bool endedAsCrash(const testing::ChildEnd& end) {
+  if (!kSanitized) return end.exitSignal != 0;
+  const std::size_t deadly = occurrences(end.errors, "Sanitizer:DEADLYSIGNAL");
+  if (occurrences(end.errors, "WARNING: ThreadSanitizer") > 0) return false;
+  if (occurrences(end.errors, "runtime error:") > 0) return false;
+  if (occurrences(end.errors, "ERROR: AddressSanitizer") > deadly) return false;
+  return end.exitSignal != 0 || deadly > 0;
+}
+
+// The value after `prefix` at the start of a line of `text`.
+std::optional<std::string> lineValue(const std::string& text, std::string_view prefix) {
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t end = std::min(text.find('\n', at), text.size());
+    const std::string_view line(text.data() + at, end - at);
+    if (line.starts_with(prefix)) return std::string(line.substr(prefix.size()));
+    at = end + 1;
+  }
+  return std::nullopt;
+}
+
+// A loopback port that refuses connections: bound, never listening.
+class RefusingPort {
+ public:
+  RefusingPort() : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    if (bind(fd_, reinterpret_cast<sockaddr*>(&address), length) == 0 &&
+        getsockname(fd_, reinterpret_cast<sockaddr*>(&address), &length) == 0) {
+      port_ = ntohs(address.sin_port);
+    }
+  }
+  ~RefusingPort() { close(fd_); }
+  RefusingPort(const RefusingPort&) = delete;
+  RefusingPort& operator=(const RefusingPort&) = delete;
+  std::string url() const { return "http://127.0.0.1:" + std::to_string(port_) + "/"; }
+
+ private:
+  int fd_;
+  int port_ = 0;
+};
+
+enum class Backend { unreachable, answering };
+
+struct MatrixCase {
+  std::string label;
+  std::string how;
+  bool exception;  // an exception record rather than a signal record
+  Backend backend;
+};
+
+void PrintTo(const MatrixCase& c, std::ostream* out) { *out << c.label; }
+
+// What one crashed process left behind, counted the way the next run of the
+// host would find it.
+struct Reports {
+  std::size_t stored = 0;  // in the crash log store
+  std::size_t slots = 0;   // in crash slots that still hold a record
+  std::size_t queued = 0;  // crash reports in the analytics client's offline queue
+  std::size_t posted = 0;  // crash reports the backend received
+};
+
+std::ostream& operator<<(std::ostream& out, const Reports& r) {
+  return out << "stored " << r.stored << ", in slots " << r.slots << ", queued " << r.queued << ", posted " << r.posted;
+}
+
+double percentile(std::vector<double> values, double fraction) {
+  if (values.empty()) return 0;
+  std::sort(values.begin(), values.end());
+  return values[static_cast<std::size_t>(fraction * static_cast<double>(values.size() - 1))];
+}
+
+class CrashMatrixSlowTest : public ::testing::TestWithParam<MatrixCase> {
+ protected:
+  static void TearDownTestSuite() {
+    for (const auto& [backend, times] : allTimes()) {
+      std::printf("crash matrix, backend %s, all cases: %zu runs, signal to exit p50 %.1f ms, max %.1f ms\n",
+                  backend.c_str(), times.size(), percentile(times, 0.5), percentile(times, 1.0));
+    }
+    allTimes().clear();
+  }
+
+  static std::map<std::string, std::vector<double>>& allTimes() {
+    static std::map<std::string, std::vector<double>> times;
+    return times;
+  }
+
+  Reports reportsLeft(const std::filesystem::path& directory, const std::string& queueService) {
+    Reports reports;
+    const auto store = makeLinuxSecureStore(directory);
+    if (auto logs = store->copyMatching(kKivSDKService, kCrashLogsKey).data) {
+      const auto list = json::parse(std::string_view(reinterpret_cast<const char*>(logs->data()), logs->size()));
+      if (list && list->is_array()) reports.stored = list->size();
+    }
+    for (const auto& slot : makeLinuxCrashPrimitives(directory)->leftCrashSlots()) {
+      // An emptied slot is what a crash leaves once its record is safe elsewhere.
+      if (auto record = json::parse(slot->read()); record && record->is_object()) ++reports.slots;
+    }
+    if (auto queue = store->copyMatching(queueService, KivBFFAnalytics::queueKey).data) {
+      const auto events =
+          KivBFFAnalytics::decodeQueue(std::string_view(reinterpret_cast<const char*>(queue->data()), queue->size()));
+      EXPECT_TRUE(events.has_value()) << "the offline queue cannot be read";
+      for (const auto& event : events.value_or(std::vector<KivBFFAnalytics::QueuedEvent>{})) {
+        if (event.endpoint == KivAnalyticsEndpoint::crashlytics) ++reports.queued;
+      }
+    }
+    return reports;
+  }
+
+  std::size_t crashPostsReceived() const {
+    std::size_t posts = 0;
+    for (const auto& request : server.requests()) posts += request.path.ends_with("crashlytics") ? 1 : 0;
+    return posts;
+  }
+
+  testing::RecordingHttpServer server;
+  RefusingPort refusing;
+};
+
+TEST_P(CrashMatrixSlowTest, EveryCrashEndsAndLeavesExactlyOneReport) {
+  const auto& c = GetParam();
+  const std::string backendURL = c.backend == Backend::answering ? server.url() : refusing.url();
+  const int runs = reliabilityRuns();
+  std::vector<double> times;
+  for (int run = 0; run < runs; ++run) {
+    SCOPED_TRACE("run " + std::to_string(run));
+    testing::TemporaryDirectory scratch;
+    const std::size_t postsBefore = crashPostsReceived();
+    const auto end = testing::runToEnd(testing::programPath("crash"),
+                                       {scratch.path().string(), c.how, "post-to=" + backendURL, "disk"}, kChildBound);
+    ASSERT_FALSE(end.hung) << "the crashed child did not end within " << kChildBound << " s";
+    ASSERT_TRUE(endedAsCrash(end)) << "exit code " << end.exitCode << ", signal " << end.exitSignal << "\n"
+                                   << end.errors;
+    const auto announced = lineValue(end.output, "crashing ");
+    const auto queueService = lineValue(end.output, "queue ");
+    ASSERT_TRUE(announced && queueService) << end.output;
+    times.push_back((end.endedAt - std::stod(*announced) / 1e9) * 1000.0);
+
+    Reports reports = reportsLeft(scratch.path(), *queueService);
+    reports.posted = crashPostsReceived() - postsBefore;
+    const bool answering = c.backend == Backend::answering;
+    EXPECT_EQ(reports.posted, answering ? 1u : 0u) << reports;
+    EXPECT_EQ(reports.queued, answering ? 0u : 1u) << reports;
+    EXPECT_EQ(reports.stored + reports.slots, c.exception ? 1u : 0u) << reports;
+  }
+  std::printf("crash matrix %-40s %3d runs, signal to exit p50 %7.1f ms, max %7.1f ms\n", c.label.c_str(), runs,
+              percentile(times, 0.5), percentile(times, 1.0));
+  auto& all = allTimes()[c.backend == Backend::answering ? "answering" : "unreachable"];
+  all.insert(all.end(), times.begin(), times.end());
+}
+
+std::vector<MatrixCase> matrixCases() {
+  struct Crash {
+    std::string label, how;
+    bool exception;
+  };
+  std::vector<Crash> crashes = {
+      {"exception", "exception", true},
+      {"exceptionWithoutMessage", "exception-without-message", true},
+      {"stackOverflow", "overflow", false},
+      {"twentyThreads", "threads", false},
+  };
+  for (int signal : kCrashSignals) {
+    crashes.push_back({"signal" + std::to_string(signal), "raise-" + std::to_string(signal), false});
+  }
+  std::vector<MatrixCase> cases;
+  for (const auto& crash : crashes) {
+    cases.push_back({crash.label + "BackendUnreachable", crash.how, crash.exception, Backend::unreachable});
+    cases.push_back({crash.label + "BackendAnswering", crash.how, crash.exception, Backend::answering});
+  }
+  return cases;
+}
+
+INSTANTIATE_TEST_SUITE_P(Crashes, CrashMatrixSlowTest, ::testing::ValuesIn(matrixCases()),
+                         [](const auto& p) { return p.param.label; });
+
+}  // namespace
+}  // namespace kiv
