@@ -111,12 +111,13 @@ void KivFaceLivenessLiteViewModel::start(PrewarmState prewarmState) {
       finishWithError(KivErrorType::securityException, "Security violation: " + *violation);
       return;
     }
-    integrityMonitor_ =
-        integrity->startMonitor([weak = weak_from_this(), main = platform()->mainQueue](std::string violation) {
-          main->post([weak, violation = std::move(violation)] {
-            if (auto self = weak.lock()) self->handleViolation(violation);
-          });
+    integrityMonitor_ = integrity->startMonitor([weak = weak_from_this(), main = mainQueue()](std::string violation) {
+      if (auto queue = main.lock()) {
+        queue->post([weak, violation = std::move(violation)] {
+          if (auto self = weak.lock()) self->handleViolation(violation);
         });
+      }
+    });
   }
 
   std::visit(Overloaded{
@@ -160,14 +161,21 @@ void KivFaceLivenessLiteViewModel::setLoading(bool on) {
   }
 }
 
+// Callbacks that the vendor or the network keep hold the main queue weakly:
+// the queue may hold their owners in turn (a vendor's pause), and nothing
+// must keep it alive past the platform.
+std::weak_ptr<MainQueue> KivFaceLivenessLiteViewModel::mainQueue() { return platform()->mainQueue; }
+
 std::string KivFaceLivenessLiteViewModel::baseURL() const { return backendRootURL(currentEnvironment()); }
 
 void KivFaceLivenessLiteViewModel::fetchSession() {
   service_->fetchSession(FetchSessionRequest::forPerson(baseURL(), personId_),
-                         [weak = weak_from_this(), main = platform()->mainQueue](APIResult<SessionResponse> result) {
-                           main->post([weak, result = std::move(result)] {
-                             if (auto self = weak.lock()) self->handleSessionResult(result);
-                           });
+                         [weak = weak_from_this(), main = mainQueue()](APIResult<SessionResponse> result) {
+                           if (auto queue = main.lock()) {
+                             queue->post([weak, result = std::move(result)] {
+                               if (auto self = weak.lock()) self->handleSessionResult(result);
+                             });
+                           }
                          });
 }
 
@@ -218,12 +226,14 @@ void KivFaceLivenessLiteViewModel::launchCapture(const SessionResponse& response
   }
 
   // The vendor calls back on a thread of its choosing.
-  auto onStatus = [weak = weak_from_this(), response, main = platform()->mainQueue](const Status& status) {
-    if (main->isCurrent()) {
+  auto onStatus = [weak = weak_from_this(), response, main = mainQueue()](const Status& status) {
+    auto queue = main.lock();
+    if (!queue) return;
+    if (queue->isCurrent()) {
       if (auto self = weak.lock()) self->handleStatus(status, response);
       return;
     }
-    main->post([weak, status, response] {
+    queue->post([weak, status, response] {
       if (auto self = weak.lock()) self->handleStatus(status, response);
     });
   };

@@ -110,6 +110,7 @@ class KivFaceLivenessLiteViewModel : public std::enable_shared_from_this<KivFace
   void trackFinish(KivBFFAnalytics::TextParams params);
   void handleViolation(const std::string& description);
   std::string baseURL() const;
+  static std::weak_ptr<MainQueue> mainQueue();
 
   // Fields in the order the attempt's data model lists them.
   const std::shared_ptr<KivServiceProtocol> service_;

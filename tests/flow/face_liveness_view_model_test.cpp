@@ -52,7 +52,13 @@ class ViewModelTest : public testing::PlatformTest {
                                 .sdk = {"KivFaceLivenessLite", "3.2.1"}});
     host = platform()->ui->makeViewController();
   }
-  ~ViewModelTest() override { resetBackendRootURL(KivEnvironment::dev); }
+  ~ViewModelTest() override {
+    // While the server still answers: the attempt's posts end on the HTTP
+    // session's thread.
+    testPlatform().pool->waitIdle();
+    if (auto analytics = KivBFFAnalytics::shared()) analytics->waitForPendingPosts();
+    resetBackendRootURL(KivEnvironment::dev);
+  }
 
   void play(std::string_view script) {
     static_cast<SimulatedCaptureVendor&>(*platform()->capture).setScript(CaptureScript::parse(script).value());

@@ -4,6 +4,7 @@
 #include "platform/dispatch/thread_task_pool.hpp"
 #include "platform/process_state.hpp"
 #include "support/test_services.hpp"
+#include "telemetry/bff_analytics.hpp"
 
 namespace kiv::testing {
 
@@ -26,7 +27,10 @@ TestPlatform::TestPlatform(Pool kind)
 }
 
 TestPlatform::~TestPlatform() {
+  // Analytics posts end on the HTTP session's thread, after the pool let go
+  // of them; none may outlive the bundle they write to.
   pool->waitIdle();
+  if (auto analytics = KivBFFAnalytics::shared()) analytics->waitForPendingPosts();
   process_state::resetAll();  // also uninstalls this bundle
 }
 
