@@ -138,6 +138,14 @@ KIV_API kiv_status kiv_use_simulated_capture(const char* script);
  * holds. Any thread. */
 KIV_API kiv_status kiv_set_camera_status(kiv_camera_status status, int grant_when_asked);
 
+typedef void (*kiv_log_handler)(void* user_data, const char* line);
+
+/* Where the SDK's diagnostic lines go: handler(user_data, line) for each,
+ * from any thread, one at a time, the line (UTF-8, no line feed) valid during
+ * the call; the handler must not call kiv_set_log_handler. NULL drops them. Standard output until this is called. Any
+ * thread. */
+KIV_API kiv_status kiv_set_log_handler(kiv_log_handler handler, void* user_data);
+
 /* ---- Delegate ----------------------------------------------------------- */
 
 /* How a run ended. Exactly one of the first four ends a run; loading and

@@ -51,11 +51,40 @@ class AdjustableCamera final : public CameraAuthorization {
   std::shared_ptr<CameraAuthorization> fixed_;
 };
 
+// The SDK's lines, to the standard output until the host hands them
+// elsewhere.
+class HandlerConsole final : public Console {
+ public:
+  explicit HandlerConsole(std::shared_ptr<Console> fallback) : fallback_(std::move(fallback)) {}
+
+  void route(kiv_log_handler handler, void* userData) {
+    std::lock_guard lock(mutex_);
+    routed_ = true;
+    handler_ = handler;
+    userData_ = userData;
+  }
+  void writeLine(std::string_view line) override {
+    std::lock_guard lock(mutex_);
+    if (!routed_) return fallback_->writeLine(line);
+    if (handler_ == nullptr) return;
+    const std::string text(line);
+    handler_(userData_, text.c_str());
+  }
+
+ private:
+  std::mutex mutex_;
+  std::shared_ptr<Console> fallback_;
+  bool routed_ = false;
+  kiv_log_handler handler_ = nullptr;
+  void* userData_ = nullptr;
+};
+
 // What the C layer keeps of the platform it installed.
 struct CPlatform {
   std::shared_ptr<MainLoop> loop;
   std::shared_ptr<SimulatedCaptureVendor> vendor;
   std::shared_ptr<AdjustableCamera> camera;
+  std::shared_ptr<HandlerConsole> console;
 };
 
 struct ProcessState {
@@ -83,7 +112,8 @@ CPlatform ensurePlatform() {
     bundle.crash = makeLinuxCrashPrimitives(s.dataDirectory);
   }
   CPlatform made{std::static_pointer_cast<MainLoop>(bundle.mainQueue), std::make_shared<SimulatedCaptureVendor>(),
-                 std::make_shared<AdjustableCamera>(bundle.camera)};
+                 std::make_shared<AdjustableCamera>(bundle.camera), std::make_shared<HandlerConsole>(bundle.console)};
+  bundle.console = made.console;
   bundle.capture = made.vendor;
   bundle.camera = made.camera;
   installPlatform(std::move(bundle));
@@ -248,6 +278,13 @@ kiv_status kiv_set_camera_status(kiv_camera_status status, int grant_when_asked)
   if (!camera) return KIV_ERROR_INVALID_ARGUMENT;
   return guarded([&] {
     ensurePlatform().camera->fix(*camera, grant_when_asked != 0);
+    return KIV_OK;
+  });
+}
+
+kiv_status kiv_set_log_handler(kiv_log_handler handler, void* user_data) {
+  return guarded([&] {
+    ensurePlatform().console->route(handler, user_data);
     return KIV_OK;
   });
 }
