@@ -4,24 +4,22 @@
  *
  * A whole integration, on a host thread that becomes the SDK's main thread:
  *
+ *   static kiv_sdk* sdk = NULL;
  *   static void finished(void* user_data, const char* signed_response) {
  *     printf("%s\n", signed_response);
+ *     kiv_sdk_destroy(sdk);                         // allowed inside a delegate call
  *     kiv_stop_main_loop();
  *   }
  *   static void begin(void* user_data) {           // runs inside the loop
- *     kiv_sdk* sdk = NULL;
  *     kiv_delegate delegate = {0};
  *     delegate.did_finish_with_success = finished;  // ...and the other five
  *     kiv_sdk_create(&sdk);
  *     kiv_sdk_set_delegate(sdk, &delegate);
  *     kiv_sdk_setup(sdk, token, "person-1", NULL, NULL, NULL, KIV_ENVIRONMENT_PROD, 1);
  *     kiv_sdk_start(sdk);
- *     *(kiv_sdk**)user_data = sdk;
  *   }
- *   kiv_sdk* sdk = NULL;
- *   kiv_post_to_main_loop(begin, &sdk);
+ *   kiv_post_to_main_loop(begin, NULL);
  *   kiv_run_main_loop();                            // delegate calls arrive here
- *   kiv_sdk_destroy(sdk);                           // outside the loop: see Threads
  *   kiv_wait_for_background_work();                 // let analytics posts finish
  *
  * Results: every entry point returns a kiv_status. Anything other than KIV_OK
@@ -103,8 +101,12 @@ KIV_API kiv_status kiv_stop_main_loop(void);
  * Any thread. */
 KIV_API kiv_status kiv_post_to_main_loop(kiv_task task, void* user_data);
 
-/* Waits until the SDK's background work (analytics and transaction posts) is
- * done. Call outside the main loop, before the process exits. */
+/* Runs the main loop on the calling thread until the SDK's background work
+ * (transaction and analytics posts, and what their answers start) is done,
+ * for at most 2 seconds, then stops it. Call on the main thread while the
+ * loop is not running (KIV_ERROR_WRONG_THREAD from inside it,
+ * KIV_ERROR_INVALID_STATE while another thread runs it), before the process
+ * exits. */
 KIV_API kiv_status kiv_wait_for_background_work(void);
 
 /* ---- Process-wide settings ---------------------------------------------- */

@@ -3,8 +3,10 @@
 #include "kiv/face_liveness_lite.h"
 
 #include <atomic>
+#include <chrono>
 #include <exception>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -15,6 +17,7 @@
 
 #include "c_api/c_delegate.hpp"
 #include "c_api/c_ui_customization.hpp"
+#include "c_api/traffic_counter.hpp"
 #include "c_api/utf8_check.hpp"
 #include "kiv/face_liveness_lite.hpp"
 #include "kiv/platform/crash.hpp"
@@ -85,6 +88,7 @@ struct CPlatform {
   std::shared_ptr<SimulatedCaptureVendor> vendor;
   std::shared_ptr<AdjustableCamera> camera;
   std::shared_ptr<HandlerConsole> console;
+  std::shared_ptr<TrafficCounter> traffic;
 };
 
 struct ProcessState {
@@ -112,7 +116,10 @@ CPlatform ensurePlatform() {
     bundle.crash = makeLinuxCrashPrimitives(s.dataDirectory);
   }
   CPlatform made{std::static_pointer_cast<MainLoop>(bundle.mainQueue), std::make_shared<SimulatedCaptureVendor>(),
-                 std::make_shared<AdjustableCamera>(bundle.camera), std::make_shared<HandlerConsole>(bundle.console)};
+                 std::make_shared<AdjustableCamera>(bundle.camera), std::make_shared<HandlerConsole>(bundle.console),
+                 std::make_shared<TrafficCounter>()};
+  bundle.http = made.traffic->wrap(bundle.http);
+  bundle.taskPool = made.traffic->wrap(bundle.taskPool);
   bundle.console = made.console;
   bundle.capture = made.vendor;
   bundle.camera = made.camera;
@@ -150,6 +157,19 @@ std::optional<std::string> optionalText(const char* text) {
 
 std::optional<KivEnvironment> environmentOf(kiv_environment environment) {
   return fromRawValue<KivEnvironment>(static_cast<int>(environment));
+}
+
+using SteadyClock = std::chrono::steady_clock;
+constexpr double kSettlePoll = 0.02;  // seconds between two looks at the traffic
+constexpr auto kSettleBound = std::chrono::seconds(2);
+
+// Looks at the traffic every kSettlePoll seconds and stops the loop once it
+// was idle twice in a row (a chain of work never reads idle twice across a
+// poll) or the bound passed.
+void settle(const CPlatform& p, SteadyClock::time_point deadline, bool wasIdle) {
+  const bool idle = p.traffic->idle();
+  if ((idle && wasIdle) || SteadyClock::now() >= deadline) return p.loop->stop();
+  p.loop->postAfter(kSettlePoll, [p, deadline, idle] { settle(p, deadline, idle); });
 }
 
 struct TaskBox {
@@ -215,9 +235,17 @@ kiv_status kiv_post_to_main_loop(kiv_task task, void* user_data) {
 
 kiv_status kiv_wait_for_background_work(void) {
   return guarded([] {
-    ensurePlatform();
-    if (state().loopRunning && onMainThread()) return KIV_ERROR_WRONG_THREAD;
-    platform()->taskPool->waitIdle();
+    auto p = ensurePlatform();
+    if (p.loop->isCurrent()) return KIV_ERROR_WRONG_THREAD;
+    bool expected = false;
+    if (!state().loopRunning.compare_exchange_strong(expected, true)) return KIV_ERROR_INVALID_STATE;
+    struct Reset {
+      ~Reset() { state().loopRunning = false; }
+    } reset;
+    // Completions hand their follow-up work to the main loop, so it runs
+    // while the traffic settles.
+    p.loop->post([p] { settle(p, SteadyClock::now() + kSettleBound, false); });
+    p.loop->run();
     return KIV_OK;
   });
 }
