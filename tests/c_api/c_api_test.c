@@ -237,6 +237,12 @@ static void check_bad_input_on_the_loop(void* user_data) {
                  KIV_ERROR_INVALID_ARGUMENT);
   }
   CHECK_STATUS(kiv_sdk_setup(sdk, token, "p", NULL, NULL, NULL, (kiv_environment)-1, 0), KIV_ERROR_INVALID_ARGUMENT);
+  /* The edges of well-formed text pass: U+00EB, U+20AC, U+D7FF, U+E000,
+   * U+1F44B, U+10FFFF. */
+  CHECK_STATUS(
+      kiv_sdk_setup(sdk, token, "\xC3\xAB \xE2\x82\xAC \xED\x9F\xBF \xEE\x80\x80 \xF0\x9F\x91\x8B \xF4\x8F\xBF\xBF",
+                    NULL, NULL, NULL, KIV_ENVIRONMENT_DEV, 0),
+      KIV_OK);
   CHECK_STATUS(kiv_sdk_set_delegate(sdk, NULL), KIV_OK);
   CHECK_STATUS(kiv_sdk_destroy(sdk), KIV_OK);
   CHECK_STATUS(kiv_stop_main_loop(), KIV_OK);
