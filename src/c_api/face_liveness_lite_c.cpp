@@ -9,7 +9,6 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -135,8 +134,6 @@ template <typename Body>
 kiv_status guarded(Body&& body) noexcept {
   try {
     return body();
-  } catch (const std::bad_alloc&) {
-    return KIV_ERROR_INTERNAL;
   } catch (...) {
     return KIV_ERROR_INTERNAL;
   }
