@@ -181,8 +181,9 @@ KIV_API kiv_status kiv_sdk_create(kiv_sdk** out_sdk);
  * from inside a delegate call. Main thread. */
 KIV_API kiv_status kiv_sdk_destroy(kiv_sdk* sdk);
 
-/* Copies *delegate (NULL: no delegate). A run hears the delegate set when it
- * started. Main thread. */
+/* Copies *delegate (NULL: no delegate) for the runs started after. The
+ * previous delegate hears nothing more once this returns, not even the end
+ * of a run in progress, so its user_data may be freed. Main thread. */
 KIV_API kiv_status kiv_sdk_set_delegate(kiv_sdk* sdk, const kiv_delegate* delegate);
 
 /* Stores the configuration, replacing an earlier one:
