@@ -24,3 +24,9 @@ write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/kivfllConfigVersion
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kivfllConfig.cmake
   ${CMAKE_CURRENT_BINARY_DIR}/kivfllConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/kivfll)
+
+# pkg-config, for hosts that build with something other than CMake (and for
+# bridges: the C interface needs nothing else).
+file(RELATIVE_PATH KIV_PC_TO_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
+configure_file(cmake/kivfll.pc.in ${CMAKE_CURRENT_BINARY_DIR}/kivfll.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kivfll.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

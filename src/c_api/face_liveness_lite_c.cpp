@@ -1,0 +1,399 @@
+// The C interface over the facade. Everything a C caller hands in is checked
+// and copied here; every C++ exception stops here.
+#include "kiv/face_liveness_lite.h"
+
+#include <atomic>
+#include <chrono>
+#include <exception>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "c_api/c_delegate.hpp"
+#include "c_api/c_ui_customization.hpp"
+#include "c_api/traffic_counter.hpp"
+#include "c_api/utf8_check.hpp"
+#include "kiv/face_liveness_lite.hpp"
+#include "kiv/platform/crash.hpp"
+#include "kiv/platform/secure_store.hpp"
+
+struct kiv_sdk {
+  std::shared_ptr<kiv::KivFaceLivenessLiteSDK> facade;
+  std::shared_ptr<kiv::c_api::CDelegate> delegate;
+};
+
+namespace kiv::c_api {
+namespace {
+
+// The camera answer a C host may fix at any time; the Linux answer until it
+// does.
+class AdjustableCamera final : public CameraAuthorization {
+ public:
+  explicit AdjustableCamera(std::shared_ptr<CameraAuthorization> fallback) : fallback_(std::move(fallback)) {}
+
+  void fix(CameraAuthorizationStatus status, bool grantWhenAsked) {
+    std::lock_guard lock(mutex_);
+    fixed_ = std::make_shared<FixedCameraAuthorization>(status, grantWhenAsked);
+  }
+  CameraAuthorizationStatus status() override { return current()->status(); }
+  void requestAccess(Completion completion) override { current()->requestAccess(std::move(completion)); }
+
+ private:
+  std::shared_ptr<CameraAuthorization> current() {
+    std::lock_guard lock(mutex_);
+    return fixed_ ? fixed_ : fallback_;
+  }
+  std::mutex mutex_;
+  std::shared_ptr<CameraAuthorization> fallback_;
+  std::shared_ptr<CameraAuthorization> fixed_;
+};
+
+// The SDK's lines, to the standard output until the host hands them
+// elsewhere.
+class HandlerConsole final : public Console {
+ public:
+  explicit HandlerConsole(std::shared_ptr<Console> fallback) : fallback_(std::move(fallback)) {}
+
+  void route(kiv_log_handler handler, void* userData) {
+    std::lock_guard lock(mutex_);
+    routed_ = true;
+    handler_ = handler;
+    userData_ = userData;
+  }
+  void writeLine(std::string_view line) override {
+    std::lock_guard lock(mutex_);
+    if (!routed_) return fallback_->writeLine(line);
+    if (handler_ == nullptr) return;
+    const std::string text(line);
+    handler_(userData_, text.c_str());
+  }
+
+ private:
+  std::mutex mutex_;
+  std::shared_ptr<Console> fallback_;
+  bool routed_ = false;
+  kiv_log_handler handler_ = nullptr;
+  void* userData_ = nullptr;
+};
+
+// What the C layer keeps of the platform it installed.
+struct CPlatform {
+  std::shared_ptr<MainLoop> loop;
+  std::shared_ptr<SimulatedCaptureVendor> vendor;
+  std::shared_ptr<AdjustableCamera> camera;
+  std::shared_ptr<HandlerConsole> console;
+  std::shared_ptr<TrafficCounter> traffic;
+};
+
+struct ProcessState {
+  std::mutex mutex;
+  std::optional<std::filesystem::path> dataDirectory;
+  std::optional<CPlatform> installed;
+  std::atomic<bool> loopRunning{false};
+};
+
+ProcessState& state() {
+  static ProcessState instance;
+  return instance;
+}
+
+// Installs the platform on first use: the Linux bundle with the vendor and
+// camera the C calls adjust.
+CPlatform ensurePlatform() {
+  auto& s = state();
+  std::lock_guard lock(s.mutex);
+  if (s.installed) return *s.installed;
+  auto bundle = makeLinuxPlatform();
+  if (s.dataDirectory) {
+    bundle.secureStore = makeLinuxSecureStore(s.dataDirectory);
+    bundle.defaults = makeLinuxUserDefaults(s.dataDirectory);
+    bundle.crash = makeLinuxCrashPrimitives(s.dataDirectory);
+  }
+  CPlatform made{std::static_pointer_cast<MainLoop>(bundle.mainQueue), std::make_shared<SimulatedCaptureVendor>(),
+                 std::make_shared<AdjustableCamera>(bundle.camera), std::make_shared<HandlerConsole>(bundle.console),
+                 std::make_shared<TrafficCounter>()};
+  bundle.http = made.traffic->wrap(bundle.http);
+  bundle.taskPool = made.traffic->wrap(bundle.taskPool);
+  bundle.console = made.console;
+  bundle.capture = made.vendor;
+  bundle.camera = made.camera;
+  installPlatform(std::move(bundle));
+  s.installed = made;
+  return made;
+}
+
+bool onMainThread() { return ensurePlatform().loop->isCurrent(); }
+
+// Runs `body` with every exception turned into a status.
+template <typename Body>
+kiv_status guarded(Body&& body) noexcept {
+  try {
+    return body();
+  } catch (...) {
+    return KIV_ERROR_INTERNAL;
+  }
+}
+
+// A required text: present and well-formed.
+kiv_status checkText(const char* text) {
+  if (text == nullptr) return KIV_ERROR_NULL_ARGUMENT;
+  return isWellFormedUtf8(text) ? KIV_OK : KIV_ERROR_INVALID_UTF8;
+}
+
+// An optional text: NULL is fine.
+kiv_status checkOptionalText(const char* text) { return text == nullptr ? KIV_OK : checkText(text); }
+
+std::optional<std::string> optionalText(const char* text) {
+  return text == nullptr ? std::nullopt : std::optional<std::string>(text);
+}
+
+std::optional<KivEnvironment> environmentOf(kiv_environment environment) {
+  return fromRawValue<KivEnvironment>(static_cast<int>(environment));
+}
+
+using SteadyClock = std::chrono::steady_clock;
+constexpr double kSettlePoll = 0.02;  // seconds between two looks at the traffic
+constexpr auto kSettleBound = std::chrono::seconds(2);
+
+// Looks at the traffic every kSettlePoll seconds and stops the loop once it
+// was idle twice in a row (a chain of work never reads idle twice across a
+// poll) or the bound passed.
+void settle(const CPlatform& p, SteadyClock::time_point deadline, bool wasIdle) {
+  const bool idle = p.traffic->idle();
+  if ((idle && wasIdle) || SteadyClock::now() >= deadline) return p.loop->stop();
+  p.loop->postAfter(kSettlePoll, [p, deadline, idle] { settle(p, deadline, idle); });
+}
+
+struct TaskBox {
+  kiv_task task;
+  void* userData;
+};
+
+}  // namespace
+}  // namespace kiv::c_api
+
+using namespace kiv;
+using namespace kiv::c_api;
+
+extern "C" {
+
+const char* kiv_status_name(kiv_status status) {
+  switch (status) {
+    case KIV_OK:
+      return "KIV_OK";
+    case KIV_ERROR_NULL_ARGUMENT:
+      return "KIV_ERROR_NULL_ARGUMENT";
+    case KIV_ERROR_INVALID_UTF8:
+      return "KIV_ERROR_INVALID_UTF8";
+    case KIV_ERROR_INVALID_ARGUMENT:
+      return "KIV_ERROR_INVALID_ARGUMENT";
+    case KIV_ERROR_WRONG_THREAD:
+      return "KIV_ERROR_WRONG_THREAD";
+    case KIV_ERROR_INVALID_STATE:
+      return "KIV_ERROR_INVALID_STATE";
+    case KIV_ERROR_INTERNAL:
+      return "KIV_ERROR_INTERNAL";
+  }
+  return "unknown";
+}
+
+kiv_status kiv_run_main_loop(void) {
+  return guarded([] {
+    auto loop = ensurePlatform().loop;
+    bool expected = false;
+    if (!state().loopRunning.compare_exchange_strong(expected, true)) return KIV_ERROR_INVALID_STATE;
+    struct Reset {
+      ~Reset() { state().loopRunning = false; }
+    } reset;
+    loop->run();
+    return KIV_OK;
+  });
+}
+
+kiv_status kiv_stop_main_loop(void) {
+  return guarded([] {
+    ensurePlatform().loop->stop();
+    return KIV_OK;
+  });
+}
+
+kiv_status kiv_post_to_main_loop(kiv_task task, void* user_data) {
+  if (task == nullptr) return KIV_ERROR_NULL_ARGUMENT;
+  return guarded([&] {
+    ensurePlatform().loop->post([box = TaskBox{task, user_data}] { box.task(box.userData); });
+    return KIV_OK;
+  });
+}
+
+kiv_status kiv_wait_for_background_work(void) {
+  return guarded([] {
+    auto p = ensurePlatform();
+    if (p.loop->isCurrent()) return KIV_ERROR_WRONG_THREAD;
+    bool expected = false;
+    if (!state().loopRunning.compare_exchange_strong(expected, true)) return KIV_ERROR_INVALID_STATE;
+    struct Reset {
+      ~Reset() { state().loopRunning = false; }
+    } reset;
+    // Completions hand their follow-up work to the main loop, so it runs
+    // while the traffic settles.
+    p.loop->post([p] { settle(p, SteadyClock::now() + kSettleBound, false); });
+    p.loop->run();
+    return KIV_OK;
+  });
+}
+
+kiv_status kiv_set_data_directory(const char* path) {
+  if (auto status = checkText(path); status != KIV_OK) return status;
+  if (*path == '\0') return KIV_ERROR_INVALID_ARGUMENT;
+  return guarded([&] {
+    auto& s = state();
+    std::lock_guard lock(s.mutex);
+    if (s.installed) return KIV_ERROR_INVALID_STATE;
+    s.dataDirectory = std::filesystem::path(path);
+    return KIV_OK;
+  });
+}
+
+kiv_status kiv_set_backend_root_url(kiv_environment environment, const char* url) {
+  if (auto status = checkText(url); status != KIV_OK) return status;
+  auto env = environmentOf(environment);
+  if (!env) return KIV_ERROR_INVALID_ARGUMENT;
+  return guarded([&] { return setBackendRootURL(*env, url) ? KIV_OK : KIV_ERROR_INVALID_ARGUMENT; });
+}
+
+kiv_status kiv_post_application_did_enter_background(void) {
+  return guarded([] {
+    ensurePlatform();
+    platform()->notifications->post(kApplicationDidEnterBackgroundNotification);
+    return KIV_OK;
+  });
+}
+
+kiv_status kiv_use_simulated_capture(const char* script) {
+  if (auto status = checkText(script); status != KIV_OK) return status;
+  return guarded([&] {
+    auto parsed = CaptureScript::parse(script);
+    if (!parsed) return KIV_ERROR_INVALID_ARGUMENT;
+    ensurePlatform().vendor->setScript(std::move(*parsed));
+    return KIV_OK;
+  });
+}
+
+kiv_status kiv_set_camera_status(kiv_camera_status status, int grant_when_asked) {
+  std::optional<CameraAuthorizationStatus> camera;
+  switch (status) {
+    case KIV_CAMERA_NOT_DETERMINED:
+      camera = CameraAuthorizationStatus::notDetermined;
+      break;
+    case KIV_CAMERA_RESTRICTED:
+      camera = CameraAuthorizationStatus::restricted;
+      break;
+    case KIV_CAMERA_DENIED:
+      camera = CameraAuthorizationStatus::denied;
+      break;
+    case KIV_CAMERA_AUTHORIZED:
+      camera = CameraAuthorizationStatus::authorized;
+      break;
+  }
+  if (!camera) return KIV_ERROR_INVALID_ARGUMENT;
+  return guarded([&] {
+    ensurePlatform().camera->fix(*camera, grant_when_asked != 0);
+    return KIV_OK;
+  });
+}
+
+kiv_status kiv_set_log_handler(kiv_log_handler handler, void* user_data) {
+  return guarded([&] {
+    ensurePlatform().console->route(handler, user_data);
+    return KIV_OK;
+  });
+}
+
+kiv_status kiv_sdk_create(kiv_sdk** out_sdk) {
+  if (out_sdk == nullptr) return KIV_ERROR_NULL_ARGUMENT;
+  return guarded([&] {
+    if (!onMainThread()) return KIV_ERROR_WRONG_THREAD;
+    auto handle = std::make_unique<kiv_sdk>();
+    handle->facade = KivFaceLivenessLiteSDK::make();
+    *out_sdk = handle.release();
+    return KIV_OK;
+  });
+}
+
+kiv_status kiv_sdk_destroy(kiv_sdk* sdk) {
+  if (sdk == nullptr) return KIV_ERROR_NULL_ARGUMENT;
+  return guarded([&] {
+    if (!onMainThread()) return KIV_ERROR_WRONG_THREAD;
+    std::unique_ptr<kiv_sdk> handle(sdk);
+    if (handle->delegate) handle->delegate->detach();
+    if (CDelegate::insideCall()) {
+      // The facade is the caller of this delegate call: it is released once
+      // the call has unwound, never under its own feet.
+      ensurePlatform().loop->post([facade = std::move(handle->facade), delegate = std::move(handle->delegate)] {});
+    }
+    return KIV_OK;
+  });
+}
+
+kiv_status kiv_sdk_set_delegate(kiv_sdk* sdk, const kiv_delegate* delegate) {
+  if (sdk == nullptr) return KIV_ERROR_NULL_ARGUMENT;
+  return guarded([&] {
+    if (!onMainThread()) return KIV_ERROR_WRONG_THREAD;
+    // The old adapter stays alive for a run that heard it; it just stops
+    // forwarding once the host's user_data may be gone.
+    if (sdk->delegate) sdk->delegate->detach();
+    sdk->delegate = delegate == nullptr ? nullptr : std::make_shared<CDelegate>(*delegate);
+    sdk->facade->setDelegate(sdk->delegate);
+    return KIV_OK;
+  });
+}
+
+kiv_status kiv_sdk_setup(kiv_sdk* sdk, const char* mobile_token, const char* person_id, const char* custom_localization,
+                         const char* localization_bundle_dir, const char* ui_customization_json,
+                         kiv_environment environment, int loading) {
+  if (sdk == nullptr) return KIV_ERROR_NULL_ARGUMENT;
+  for (auto status : {checkText(mobile_token), checkText(person_id), checkOptionalText(custom_localization),
+                      checkOptionalText(localization_bundle_dir), checkOptionalText(ui_customization_json)}) {
+    if (status != KIV_OK) return status;
+  }
+  auto env = environmentOf(environment);
+  if (!env) return KIV_ERROR_INVALID_ARGUMENT;
+  return guarded([&] {
+    if (!onMainThread()) return KIV_ERROR_WRONG_THREAD;
+    std::optional<DorvinUiCustomization> look;
+    if (ui_customization_json != nullptr) {
+      auto parsed = parseUiCustomization(ui_customization_json);
+      if (!parsed) return KIV_ERROR_INVALID_ARGUMENT;
+      look = std::move(*parsed);
+    }
+    ResourceBundleRef bundle =
+        localization_bundle_dir == nullptr ? nullptr : ResourceBundle::make(localization_bundle_dir);
+    sdk->facade->setup(mobile_token, person_id, optionalText(custom_localization), std::move(bundle), std::move(look),
+                       *env, loading != 0);
+    return KIV_OK;
+  });
+}
+
+kiv_status kiv_sdk_prewarm(kiv_sdk* sdk) {
+  if (sdk == nullptr) return KIV_ERROR_NULL_ARGUMENT;
+  return guarded([&] {
+    sdk->facade->prewarm();
+    return KIV_OK;
+  });
+}
+
+kiv_status kiv_sdk_start(kiv_sdk* sdk) {
+  if (sdk == nullptr) return KIV_ERROR_NULL_ARGUMENT;
+  return guarded([&] {
+    if (!onMainThread()) return KIV_ERROR_WRONG_THREAD;
+    sdk->facade->startSDK(platform()->ui->makeViewController());
+    return KIV_OK;
+  });
+}
+
+}  // extern "C"
