@@ -137,7 +137,7 @@ void AttemptPrinter::vendorStatus(const Status& status) {
   if (const auto* processing = status.as<Status::processing>()) {
     const auto text = "vendor: processing " + progressBar(processing->progress);
     if (interactive_) {
-      redraw(text);
+      redraw(text, /*keep=*/true);
     } else {
       line(text);
     }
@@ -172,7 +172,8 @@ void AttemptPrinter::line(const std::string& text) {
   std::fflush(out_);
 }
 
-void AttemptPrinter::redraw(const std::string& text) {
+void AttemptPrinter::redraw(const std::string& text, bool keep) {
+  keepRedrawn_ = keep;
   std::fputs("\r\x1b[2K", out_);
   std::fputs(text.c_str(), out_);
   std::fflush(out_);
@@ -182,7 +183,8 @@ void AttemptPrinter::redraw(const std::string& text) {
 void AttemptPrinter::endRedraw() {
   if (!redrawing_) return;
   redrawing_ = false;
-  std::fputs("\r\x1b[2K", out_);
+  // The progress bar's last state stays on screen; the spinner goes.
+  std::fputs(keepRedrawn_ ? "\n" : "\r\x1b[2K", out_);
 }
 
 void AttemptPrinter::spin() {

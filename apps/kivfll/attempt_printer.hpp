@@ -68,7 +68,7 @@ class AttemptPrinter final : public KivFaceLivenessLiteDelegate, public std::ena
  private:
   void finish(Outcome outcome, const nlohmann::ordered_json& call);
   void line(const std::string& text);
-  void redraw(const std::string& text);
+  void redraw(const std::string& text, bool keep = false);
   void endRedraw();
   void spin();
 
@@ -79,7 +79,8 @@ class AttemptPrinter final : public KivFaceLivenessLiteDelegate, public std::ena
   const std::function<void(const Outcome&)> onOutcome_;
 
   std::optional<Outcome> outcome_;
-  bool redrawing_ = false;  // the cursor stands at the end of a line drawn in place
+  bool redrawing_ = false;    // the cursor stands at the end of a line drawn in place
+  bool keepRedrawn_ = false;  // that line stays when the next one comes
   bool spinning_ = false;
   std::size_t frame_ = 0;
   DelayedTaskHandle nextFrame_;
