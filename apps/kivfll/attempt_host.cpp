@@ -11,7 +11,7 @@
 #include "kiv/platform/crash.hpp"
 #include "kiv/platform/secure_store.hpp"
 #include "observed_capture_vendor.hpp"
-#include "traffic_counter.hpp"
+#include "kiv/platform/traffic_counter.hpp"
 
 namespace kiv::cli {
 namespace {

@@ -42,6 +42,7 @@
 #include "kiv/platform/capture/capture_script.hpp"
 #include "kiv/platform/capture/simulated_capture_vendor.hpp"
 #include "kiv/platform/task_pool.hpp"
+#include "kiv/platform/traffic_counter.hpp"
 #include "kiv/platform/ui/view_controller.hpp"
 #include "kiv/platform/ui/view_toolkit.hpp"
 #include "kiv/platform/user_defaults.hpp"

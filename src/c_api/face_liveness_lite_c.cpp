@@ -16,7 +16,7 @@
 
 #include "c_api/c_delegate.hpp"
 #include "c_api/c_ui_customization.hpp"
-#include "c_api/traffic_counter.hpp"
+#include "kiv/platform/traffic_counter.hpp"
 #include "c_api/utf8_check.hpp"
 #include "kiv/face_liveness_lite.hpp"
 #include "kiv/platform/crash.hpp"

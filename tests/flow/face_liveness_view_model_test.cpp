@@ -370,8 +370,9 @@ TEST(DeterministicAttempt, OneScriptGivesOneTrace) {
     loop.postAfter(1.0, [&] { note("unrelated"); });
 
     ASSERT_TRUE(KivSDKStateManager::shared().beginRun());
+    auto session = KivService::makeURLSession();
     auto model = KivFaceLivenessLiteViewModel::make(
-        {.service = KivService::create(KivService::makeURLSession(), std::string(kMobileTokenKey), nullptr),
+        {.service = KivService::create(session, std::string(kMobileTokenKey), nullptr),
          .viewController = platform()->ui->makeViewController(),
          .personId = "person-1",
          .launcher = std::make_unique<DefaultIProovLauncher>(),
@@ -382,6 +383,10 @@ TEST(DeterministicAttempt, OneScriptGivesOneTrace) {
     while (!delegate->ended()) loop.advance(0.25);
     loop.advance(KivLiteIProovPresenter::kStandardMaxHold);
     traces.insert(trace);
+    // The transaction is fire-and-forget: let its completion run before the
+    // next platform, and never past the end of the process.
+    ASSERT_TRUE(server.waitForRequests(2 * (run + 1)));
+    session->invalidateAndCancel();
     resetBackendRootURL(KivEnvironment::dev);
   }
   EXPECT_EQ(traces.size(), 1u) << *traces.begin();

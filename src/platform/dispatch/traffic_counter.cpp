@@ -1,8 +1,8 @@
-#include "traffic_counter.hpp"
+#include "kiv/platform/traffic_counter.hpp"
 
 #include <utility>
 
-namespace kiv::cli {
+namespace kiv {
 namespace {
 
 class CountedTask final : public HttpDataTask {
@@ -107,4 +107,4 @@ std::shared_ptr<void> TrafficCounter::begin() {
   return std::shared_ptr<void>(this, [self = shared_from_this()](void*) { self->underWay_.fetch_sub(1); });
 }
 
-}  // namespace kiv::cli
+}  // namespace kiv

@@ -1,7 +1,7 @@
 // Counts the SDK's background work that is still under way: HTTP transfers
-// and task-pool tasks. A host about to exit waits until both are idle, so the
-// detached posts of an attempt (the transaction, analytics) reach the backend
-// or its offline queue first.
+// and task-pool tasks. A host about to exit (the command-line host, the C
+// interface) waits until both are idle, so the detached posts of an attempt
+// (the transaction, analytics) reach the backend or its offline queue first.
 //
 //   auto counter = std::make_shared<TrafficCounter>();
 //   bundle.http = counter->wrap(bundle.http);
@@ -20,7 +20,7 @@
 #include "kiv/platform/http.hpp"
 #include "kiv/platform/task_pool.hpp"
 
-namespace kiv::cli {
+namespace kiv {
 
 class TrafficCounter : public std::enable_shared_from_this<TrafficCounter> {
  public:
@@ -37,4 +37,4 @@ class TrafficCounter : public std::enable_shared_from_this<TrafficCounter> {
   std::atomic<int> underWay_{0};
 };
 
-}  // namespace kiv::cli
+}  // namespace kiv
