@@ -5,6 +5,9 @@
 //
 //   auto bundle = kiv::makeLinuxPlatform();
 //   auto loop = std::static_pointer_cast<kiv::MainLoop>(bundle.mainQueue);
+//   auto traffic = std::make_shared<kiv::TrafficCounter>(); // to know when background posts are done
+//   bundle.http = traffic->wrap(bundle.http);
+//   bundle.taskPool = traffic->wrap(bundle.taskPool);
 //   kiv::installPlatform(bundle);                          // before the first SDK call
 //   auto sdk = kiv::KivFaceLivenessLiteSDK::make();
 //   auto delegate = std::make_shared<MyDelegate>();        // a KivFaceLivenessLiteDelegate; stops the loop
@@ -16,7 +19,10 @@
 //     sdk->startSDK(kiv::platform()->ui->makeViewController());
 //   });
 //   loop->run();                                           // delegate calls arrive here
-//   kiv::platform()->taskPool->waitIdle();                 // let analytics posts finish before exit
+//
+// Analytics posts end on the HTTP session's thread, not on the pool: before
+// exiting, keep running the loop (bounded) until traffic->idle() holds twice
+// in a row, as the command-line host does (apps/kivfll/attempt_host.cpp).
 //
 // When the application goes to the background, the host posts
 // kiv::kApplicationDidEnterBackgroundNotification to platform()->notifications.
