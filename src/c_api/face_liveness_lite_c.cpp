@@ -16,11 +16,11 @@
 
 #include "c_api/c_delegate.hpp"
 #include "c_api/c_ui_customization.hpp"
-#include "kiv/platform/traffic_counter.hpp"
-#include "c_api/utf8_check.hpp"
 #include "kiv/face_liveness_lite.hpp"
 #include "kiv/platform/crash.hpp"
 #include "kiv/platform/secure_store.hpp"
+#include "kiv/platform/traffic_counter.hpp"
+#include "service/unicode_text.hpp"
 
 struct kiv_sdk {
   std::shared_ptr<kiv::KivFaceLivenessLiteSDK> facade;
@@ -142,7 +142,7 @@ kiv_status guarded(Body&& body) noexcept {
 // A required text: present and well-formed.
 kiv_status checkText(const char* text) {
   if (text == nullptr) return KIV_ERROR_NULL_ARGUMENT;
-  return isWellFormedUtf8(text) ? KIV_OK : KIV_ERROR_INVALID_UTF8;
+  return unicode::isValidUtf8(text) ? KIV_OK : KIV_ERROR_INVALID_UTF8;
 }
 
 // An optional text: NULL is fine.

@@ -2,8 +2,6 @@
 
 #include <array>
 #include <cstdint>
-#include <mutex>
-#include <random>
 
 #include "flow/default_iproov_launcher.hpp"
 #include "kiv/platform/camera_authorization.hpp"
@@ -24,23 +22,6 @@
 
 namespace kiv {
 namespace {
-
-// A random (version 4) UUID in its upper-case 8-4-4-4-12 text.
-std::string newSessionId() {
-  static std::mutex mutex;
-  static std::random_device device;
-  std::array<std::uint8_t, 16> bytes{};
-  {
-    std::lock_guard lock(mutex);
-    for (std::size_t i = 0; i < bytes.size(); i += 4) {
-      const auto word = device();
-      for (std::size_t k = 0; k < 4; ++k) bytes[i + k] = static_cast<std::uint8_t>(word >> (8 * k));
-    }
-  }
-  bytes[6] = static_cast<std::uint8_t>((bytes[6] & 0x0F) | 0x40);
-  bytes[8] = static_cast<std::uint8_t>((bytes[8] & 0x3F) | 0x80);
-  return uuidText(bytes);
-}
 
 void printDebugLine(std::string_view text) { platform()->console->writeLine(debugQuoted(text)); }
 
@@ -140,7 +121,7 @@ std::string KivFaceLivenessLiteSDK::Impl::ensureAnalyticsSession() {
   if (!configuration) return "";
   if (analyticsSessionId && analytics && !analyticsSessionConsumed) return *analyticsSessionId;
 
-  std::string sessionId = newSessionId();
+  std::string sessionId = randomUuidText();
   KivBFFAnalytics::configure({
       .sessionId = sessionId,
       .platform = KivAnalyticsPlatform::nativeIOS,

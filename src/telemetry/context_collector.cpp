@@ -4,6 +4,8 @@
 
 #include <array>
 #include <cstdio>
+#include <mutex>
+#include <random>
 
 #include "telemetry/installed_device.hpp"
 
@@ -19,6 +21,22 @@ std::string uuidText(const std::array<std::uint8_t, 16>& uuid) {
     text += digits;
   }
   return text;
+}
+
+std::string randomUuidText() {
+  static std::mutex mutex;
+  static std::random_device device;
+  std::array<std::uint8_t, 16> bytes{};
+  {
+    std::lock_guard lock(mutex);
+    for (std::size_t i = 0; i < bytes.size(); i += 4) {
+      const auto word = device();
+      for (std::size_t k = 0; k < 4; ++k) bytes[i + k] = static_cast<std::uint8_t>(word >> (8 * k));
+    }
+  }
+  bytes[6] = static_cast<std::uint8_t>((bytes[6] & 0x0F) | 0x40);
+  bytes[8] = static_cast<std::uint8_t>((bytes[8] & 0x3F) | 0x80);
+  return uuidText(bytes);
 }
 
 std::string KivContextCollector::hashedAdvertisingIdentifier() {

@@ -20,4 +20,7 @@ class KivContextCollector {
 // The upper-case 8-4-4-4-12 text of a UUID, as a phone formats it.
 std::string uuidText(const std::array<std::uint8_t, 16>& uuid);
 
+// A random (version 4) UUID in that text. Safe from any thread.
+std::string randomUuidText();
+
 }  // namespace kiv

@@ -1,13 +1,12 @@
 #include "telemetry/crash_logs_manager.hpp"
 
 #include <array>
-#include <mutex>
-#include <random>
 
 #include "kiv/platform/console.hpp"
 #include "kiv/platform/platform.hpp"
 #include "platform/process_state.hpp"
 #include "service/key_chain_manager.hpp"
+#include "telemetry/context_collector.hpp"
 
 namespace kiv {
 namespace {
@@ -24,30 +23,6 @@ ProcessSlot<std::string>& serviceNameSlot() {
 }
 
 void print(std::string_view line) { platform()->console->writeLine(debugQuoted(line)); }
-
-// A random (version 4) UUID in upper-case 8-4-4-4-12 text.
-std::string newUuid() {
-  static std::mutex mutex;
-  static std::random_device device;
-  std::array<std::uint8_t, 16> bytes{};
-  {
-    std::lock_guard lock(mutex);
-    for (std::size_t i = 0; i < bytes.size(); i += 4) {
-      const auto word = device();
-      for (std::size_t k = 0; k < 4; ++k) bytes[i + k] = static_cast<std::uint8_t>(word >> (8 * k));
-    }
-  }
-  bytes[6] = static_cast<std::uint8_t>((bytes[6] & 0x0F) | 0x40);
-  bytes[8] = static_cast<std::uint8_t>((bytes[8] & 0x3F) | 0x80);
-  std::string text;
-  text.reserve(36);
-  for (std::size_t i = 0; i < bytes.size(); ++i) {
-    if (i == 4 || i == 6 || i == 8 || i == 10) text += '-';
-    text += "0123456789ABCDEF"[bytes[i] >> 4];
-    text += "0123456789ABCDEF"[bytes[i] & 0x0F];
-  }
-  return text;
-}
 
 std::optional<std::string> stringField(const CrashRecord& record, std::string_view key) {
   if (!record.is_object()) return std::nullopt;
@@ -98,7 +73,7 @@ void KivCrashLogsManager::saveCrashLog(CrashRecord record) {
   }
   std::string bytes;
   try {
-    record[crash_keys::id] = newUuid();
+    record[crash_keys::id] = randomUuidText();
     records.push_back(std::move(record));
     bytes = json::dumpCompact(Json(records));
   } catch (const Json::exception& error) {
