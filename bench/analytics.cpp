@@ -3,8 +3,17 @@
 // costs as the offline queue grows. The stored form of the queue is one
 // array, rewritten whole on every enqueue, so that cost grows with the
 // queue's length.
+//
+// Baselines measured in the same run: a raw libcurl loop posting the same
+// body over one reused connection to the same server, and one raw SQLite
+// write of the stored queue's bytes with the store's durability (WAL,
+// synchronous=FULL).
 #include <benchmark/benchmark.h>
+#include <curl/curl.h>
+#include <sqlite3.h>
+#include <unistd.h>
 
+#include <filesystem>
 #include <future>
 #include <vector>
 
@@ -27,6 +36,13 @@ kiv::KivBFFAnalytics::Configuration configuration() {
 
 kiv::KivAnalyticsEvent sdkResult() {
   return kiv::KivAnalyticsEvent::standard(kiv::KivAnalyticsEventName::sdkResult, kiv::KivAnalyticsEventType::sdkStep);
+}
+
+kiv::Json sampleBody(const kiv::KivBFFAnalytics& client) {
+  return client.makeBody(
+      "sdk_result", kiv::KivAnalyticsEventType::sdkStep,
+      client.makeProperties(kiv::KivBFFAnalytics::TextParams{{"step", "capture"}, {"result", "success"}},
+                            std::nullopt));
 }
 
 // Batches of `range(0)` concurrent track calls, each batch awaited.
@@ -62,10 +78,7 @@ void BM_EnqueueFailedPost(benchmark::State& state) {
   }));
   const auto keychain = kiv::KivKeyChainManager::shared();
   const auto probe = kiv::KivBFFAnalytics::make(configuration(), keychain);
-  const kiv::Json body =
-      probe->makeBody("sdk_result", kiv::KivAnalyticsEventType::sdkStep,
-                      probe->makeProperties(
-                          kiv::KivBFFAnalytics::TextParams{{"step", "capture"}, {"result", "success"}}, std::nullopt));
+  const kiv::Json body = sampleBody(*probe);
   const std::vector<kiv::KivBFFAnalytics::QueuedEvent> queue(
       static_cast<std::size_t>(state.range(0)),
       kiv::KivBFFAnalytics::QueuedEvent{kiv::KivAnalyticsEndpoint::trackAnalytics, body, kiv::TimePoint{}});
@@ -93,5 +106,78 @@ void BM_EnqueueFailedPost(benchmark::State& state) {
   state.counters["stored_bytes"] = static_cast<double>(stored.size());
 }
 BENCHMARK(BM_EnqueueFailedPost)->Arg(10)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+std::size_t discardBody(char*, std::size_t size, std::size_t count, void*) { return size * count; }
+
+// The baseline of BM_TrackThroughput: `range(0)` posts of an event body per
+// iteration, one after another over one kept-alive connection, with the
+// headers a track post carries.
+void BM_BaselineRawCurlLoop(benchmark::State& state) {
+  kiv::bench::ScratchPlatform scratch;
+  kiv::testing::RecordingHttpServer server;
+  server.setDefaultAnswer(kiv::testing::Answer::http(204));
+  const auto probe = kiv::KivBFFAnalytics::make(configuration(), kiv::KivKeyChainManager::shared());
+  const std::string body = kiv::json::dumpCompact(sampleBody(*probe));
+  const std::string address = server.url("/bff/analytics/track");
+  CURL* easy = curl_easy_init();
+  curl_slist* headers = nullptr;
+  for (const char* line : {"Content-Type: application/json", "Cache-Control: no-cache, no-store, must-revalidate",
+                           "Pragma: no-cache", "Expires: 0", "Authorization: eyJhbGciOiJIUzI1NiJ9.e30.c2ln"}) {
+    headers = curl_slist_append(headers, line);
+  }
+  curl_easy_setopt(easy, CURLOPT_URL, address.c_str());
+  curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headers);
+  curl_easy_setopt(easy, CURLOPT_POSTFIELDS, body.c_str());
+  curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
+  curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &discardBody);
+  curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+  const auto batch = state.range(0);
+  for (auto _ : state) {
+    for (std::int64_t i = 0; i < batch; ++i) {
+      if (curl_easy_perform(easy) != CURLE_OK) std::abort();
+    }
+  }
+  curl_slist_free_all(headers);
+  curl_easy_cleanup(easy);
+  state.SetItemsProcessed(state.iterations() * batch);
+  state.counters["connections"] = static_cast<double>(server.connectionsUsed());
+}
+BENCHMARK(BM_BaselineRawCurlLoop)->Arg(64)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The baseline of BM_EnqueueFailedPost: one write of as many bytes as the
+// stored queue holds after the enqueue, into a table like the store's, with
+// the store's durability.
+void BM_BaselineSqliteWrite(benchmark::State& state) {
+  kiv::bench::ScratchPlatform scratch;
+  std::string pattern = (std::filesystem::temp_directory_path() / "kivfll-bench-XXXXXX").string();
+  if (::mkdtemp(pattern.data()) == nullptr) std::abort();
+  const std::filesystem::path directory = pattern;
+  sqlite3* db = nullptr;
+  if (sqlite3_open((directory / "raw.sqlite").c_str(), &db) != SQLITE_OK) std::abort();
+  sqlite3_exec(db,
+               "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL;"
+               "CREATE TABLE items (service BLOB NOT NULL, account BLOB NOT NULL, sealed BLOB NOT NULL,"
+               " PRIMARY KEY (service, account)) WITHOUT ROWID;",
+               nullptr, nullptr, nullptr);
+  const auto probe = kiv::KivBFFAnalytics::make(configuration(), kiv::KivKeyChainManager::shared());
+  const kiv::Json body = sampleBody(*probe);
+  const std::vector<kiv::KivBFFAnalytics::QueuedEvent> queue(
+      static_cast<std::size_t>(state.range(0)) + 1,
+      kiv::KivBFFAnalytics::QueuedEvent{kiv::KivAnalyticsEndpoint::trackAnalytics, body, kiv::TimePoint{}});
+  const std::string stored = kiv::KivBFFAnalytics::encodeQueue(queue);
+  sqlite3_stmt* upsert = nullptr;
+  sqlite3_prepare_v2(db, "INSERT OR REPLACE INTO items VALUES ('service', 'queue', ?1)", -1, &upsert, nullptr);
+  for (auto _ : state) {
+    sqlite3_bind_blob64(upsert, 1, stored.data(), stored.size(), SQLITE_STATIC);
+    if (sqlite3_step(upsert) != SQLITE_DONE) std::abort();
+    sqlite3_reset(upsert);
+  }
+  sqlite3_finalize(upsert);
+  sqlite3_close(db);
+  std::filesystem::remove_all(directory);
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(stored.size()));
+  state.counters["stored_bytes"] = static_cast<double>(stored.size());
+}
+BENCHMARK(BM_BaselineSqliteWrite)->Arg(10)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace

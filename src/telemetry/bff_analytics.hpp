@@ -225,6 +225,9 @@ class KivBFFAnalytics : public std::enable_shared_from_this<KivBFFAnalytics>, pu
   // twice.
   std::vector<std::string> storedForms_;
   std::optional<std::string> queuedSessionId_;
+  // The session item's text as last read or written by this client; absent
+  // until known.
+  std::optional<std::string> storedSessionId_;
   int retryAttempts_ = 0;
   bool isValidating_ = false;
   bool retired_ = false;

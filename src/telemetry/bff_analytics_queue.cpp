@@ -145,6 +145,7 @@ void KivBFFAnalytics::loadQueue() {
   if (const auto session = keyChainManager_->readData(service, queueSessionKey)) {
     const std::string text(session->begin(), session->end());
     if (unicode::isValidUtf8(text)) queuedSessionId_ = text;
+    storedSessionId_ = text;
   }
   if (const auto stored = keyChainManager_->readData(service, queueKey)) {
     if (auto queue = decodeQueue(std::string_view(reinterpret_cast<const char*>(stored->data()), stored->size()))) {
@@ -183,7 +184,13 @@ void KivBFFAnalytics::persistQueue() {
   try {
     const std::string service = storageNamespace();
     keyChainManager_->save(service, queueKey, bytesOf(joinedArray(storedForms_)), true);
-    keyChainManager_->save(service, queueSessionKey, bytesOf(queuedSessionId_.value_or("")), true);
+    // The session item changes only when the queue empties or starts anew;
+    // rewriting the same text would cost one more synced commit per enqueue.
+    const std::string session = queuedSessionId_.value_or("");
+    if (storedSessionId_ != session) {
+      keyChainManager_->save(service, queueSessionKey, bytesOf(session), true);
+      storedSessionId_ = session;
+    }
   } catch (const std::exception& error) {
     // The events stay in memory for this process.
     debug(error.what());

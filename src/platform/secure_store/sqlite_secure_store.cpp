@@ -18,6 +18,14 @@ std::int32_t SqliteSecureStore::add(std::string_view service, std::string_view a
                                     std::span<const std::uint8_t> value) {
   std::int32_t status = SecureStoreStatus::notAvailable;
   database_->run([&](sqlite3* db, const ItemKey& key) {
+    // Callers that update an existing item add first; finding the item before
+    // sealing spares them sealing a large value twice.
+    Statement exists(db, "SELECT 1 FROM items WHERE service = ?1 AND account = ?2");
+    if (exists.ok() && exists.bindBlob(1, asBytes(service)) && exists.bindBlob(2, asBytes(account)) &&
+        exists.step() == SQLITE_ROW) {
+      status = SecureStoreStatus::duplicateItem;
+      return;
+    }
     const Bytes sealed = sealItemValue(key, service, account, value);
     Statement insert(db, "INSERT INTO items (service, account, sealed) VALUES (?1, ?2, ?3)");
     if (!insert.ok() || !insert.bindBlob(1, asBytes(service)) || !insert.bindBlob(2, asBytes(account)) ||
