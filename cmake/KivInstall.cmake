@@ -12,7 +12,7 @@ if(TARGET kivfll_cli)
 endif()
 install(DIRECTORY include/kiv DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 # The SDK's own resources (the loading spinner); the library looks for them
-# at this place relative to itself (see src/platform/ui/library_location.hpp).
+# at this place relative to itself (see src/platform/resources/library_location.hpp).
 install(DIRECTORY resources/ DESTINATION ${CMAKE_INSTALL_DATADIR}/kivfll/resources)
 install(EXPORT kivfllTargets NAMESPACE kiv:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/kivfll)
 

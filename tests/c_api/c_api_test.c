@@ -306,13 +306,6 @@ int main(void) {
   CHECK(strcmp(a.type, "cameraPermission") == 0);
   CHECK(strcmp(a.description, "Camera permission denied") == 0);
 
-  /* Error from the backend: refused session. */
-  CHECK(kiv_test_sandbox_fault(sandbox, "{\"endpoint\":\"sessions\",\"status\":422,\"body\":\"\",\"times\":1}"));
-  a = make_attempt(token, "connected; success");
-  play(&a);
-  CHECK(strcmp(a.outcome, "error") == 0);
-  CHECK(strcmp(a.type, "tokenException") == 0);
-
   /* Start before setup. */
   a = make_attempt(token, "connected; success");
   a.setup = 0;

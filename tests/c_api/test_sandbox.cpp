@@ -39,8 +39,4 @@ size_t kiv_test_sandbox_requests(const kiv_test_sandbox* sandbox, const char* pa
   return sandbox->server->requests({.path = path}).size();
 }
 
-int kiv_test_sandbox_fault(kiv_test_sandbox* sandbox, const char* rule) {
-  return sandbox->server->addFault(rule).has_value() ? 1 : 0;
-}
-
 }  // extern "C"

@@ -20,8 +20,6 @@ const char* kiv_test_sandbox_url(const kiv_test_sandbox* sandbox);
 const char* kiv_test_sandbox_token(kiv_test_sandbox* sandbox, const char* issuer);
 /* How many requests for `path` (e.g. "bff/sessions") it received. */
 size_t kiv_test_sandbox_requests(const kiv_test_sandbox* sandbox, const char* path);
-/* Adds a fault rule written as JSON; non-zero when it was accepted. */
-int kiv_test_sandbox_fault(kiv_test_sandbox* sandbox, const char* rule);
 
 #ifdef __cplusplus
 }

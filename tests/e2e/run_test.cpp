@@ -4,7 +4,6 @@
 
 #include <csignal>
 
-#include "flow/iproov_outcome_mapping.hpp"
 #include "platform/json/json.hpp"
 #include "sandbox/sandbox_server.hpp"
 #include "support/child_process.hpp"
@@ -109,49 +108,21 @@ TEST_P(RunOutcomes, ExitAndReportAsTheDelegateHeardIt) {
   }
 }
 
+// One row per way an attempt ends, each with its exit status; which answer
+// or vendor status maps to which type is pinned by the flow's own tests.
 INSTANTIATE_TEST_SUITE_P(
     , RunOutcomes,
     ::testing::Values(
-        Row{"Status422", R"({"endpoint":"sessions","status":422,"body":""})", "success", 2, "tokenException",
-            "This client is not eligible for the asynchronous liveness flow."},
-        Row{"Status422WithMessage", R"({"endpoint":"sessions","status":422,"body":"{\"message\":\"Client blocked\"}"})",
+        Row{"SessionRefused", R"({"endpoint":"sessions","status":422,"body":"{\"message\":\"Client blocked\"}"})",
             "success", 2, "tokenException", "Client blocked"},
-        Row{"Status500", R"({"endpoint":"sessions","status":500,"body":"{\"message\":\"boom\"}"})", "success", 2,
-            "serverException", "Server Error"},
         Row{"MalformedSession", R"({"endpoint":"sessions","malformed":true})", "success", 2, "serverException", ""},
-        Row{"UnsupportedSupplier",
-            R"({"endpoint":"sessions","status":200,"body":"{\"supplier\":{\"type\":\"onfido\",\"token\":\"t\"},\"livenessAttemptId\":\"a\",\"signedResponse\":\"s\"}"})",
-            "success", 2, "serverException", "Unsupported supplier: onfido"},
-        Row{"MissingSupplier",
-            R"({"endpoint":"sessions","status":200,"body":"{\"livenessAttemptId\":\"a\",\"signedResponse\":\"s\"}"})",
-            "success", 2, "serverException", "Unsupported supplier: unknown"},
-        Row{"MissingToken",
-            R"({"endpoint":"sessions","status":200,"body":"{\"supplier\":{\"type\":\"iproov\"},\"livenessAttemptId\":\"a\",\"signedResponse\":\"s\"}"})",
-            "success", 2, "tokenException", "Missing token from session"},
-        Row{"BlankAttemptId",
-            R"({"endpoint":"sessions","status":200,"body":"{\"supplier\":{\"type\":\"iproov\",\"token\":\"t\"},\"livenessAttemptId\":\"  \",\"signedResponse\":\"s\"}"})",
-            "success", 2, "invalidResponseException", "the session did not return a livenessAttemptId"},
-        Row{"MissingSignedResponse",
-            R"({"endpoint":"sessions","status":200,"body":"{\"supplier\":{\"type\":\"iproov\",\"token\":\"t\"},\"livenessAttemptId\":\"a\"}"})",
-            "success", 2, "tokenException", "the session did not return a signedResponse"},
+        Row{"VendorError", "", "connected; error server", 2, "serverException", "IproovError"},
         Row{"FailureWithReasons", "", "connected; failure eyes_closed too_dark", 1, "eyes_closed", "Eyes closed"},
-        Row{"FailureWithoutReasons", "", "connected; failure", 1, "unknown", "Try Again"},
         Row{"Cancelled", "", "connected; canceled", 3, "", ""}),
     [](const auto& param) { return std::string(param.param.name); });
 
-TEST_F(RunTest, EachVendorErrorEndsInItsErrorType) {
-  for (auto code : allCases<IProovError::Code>()) {
-    const std::string name(rawValue(code));
-    const auto end = run({"--capture", "connected; error " + name});
-    ASSERT_FALSE(end.hung);
-    EXPECT_EQ(end.exitCode, 2) << name;
-    EXPECT_EQ(outcome(end).value("type", ""), rawValue(errorType(IProovError(code)))) << name;
-    EXPECT_EQ(outcome(end).value("description", ""), "IproovError") << name;
-  }
-}
-
 TEST_F(RunTest, CameraDeniedOrRefusedEndsInCameraPermission) {
-  for (const char* camera : {"denied", "restricted", "ask-deny"}) {
+  for (const char* camera : {"denied", "ask-deny"}) {
     const auto end = run({"--camera", camera});
     EXPECT_EQ(end.exitCode, 2) << camera;
     EXPECT_EQ(outcome(end).value("type", ""), "cameraPermission") << camera;

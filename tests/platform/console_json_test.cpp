@@ -21,13 +21,6 @@ TEST(Json, DumpReplacesInvalidUtf8InsteadOfThrowing) {
   EXPECT_EQ(json::dumpCompact(value), "{\"b\":\"ok\xEF\xBF\xBD\",\"a\":1}");
 }
 
-TEST(Json, ParseGivesAbsentForAnythingButOneValue) {
-  EXPECT_EQ(json::parse("{\"a\":1} x"), std::nullopt);
-  EXPECT_EQ(json::parse(""), std::nullopt);
-  EXPECT_EQ(json::parse("{\"a\":"), std::nullopt);
-  EXPECT_EQ(json::parse("\"text\"")->get<std::string>(), "text");
-}
-
 TEST(Json, TypedReadersTellIntegersFloatsBooleansAndTextApart) {
   const Json object = *json::parse(R"({"i":2,"f":2.5,"s":"2","b":true,"one":1,"n":null,"o":{},"a":[]})");
 

@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "platform/integrity/fake_device_integrity.hpp"
 #include "platform/integrity/linux_device_integrity.hpp"
 #include "support/test_platform.hpp"
 
@@ -155,28 +154,6 @@ TEST_F(IntegrityMonitorTest, StoppingOrDroppingTheMonitorCancelsItsTimer) {
   dir.write("TracerPid:\t77\n", "");
   loop().advance(10);
   EXPECT_TRUE(reports.empty());
-}
-
-TEST(FakeDeviceIntegrity, ReportsWhatItIsToldToRunningMonitorsOnce) {
-  FakeDeviceIntegrity integrity;
-  EXPECT_EQ(integrity.check(), std::nullopt);
-  integrity.setViolationAtStart("a debugger is attached (TracerPid 7)");
-  EXPECT_EQ(integrity.check(), "a debugger is attached (TracerPid 7)");
-
-  std::vector<std::string> heard;
-  auto listening = integrity.startMonitor([&](std::string v) { heard.push_back("listening " + v); });
-  auto stopped = integrity.startMonitor([&](std::string v) { heard.push_back("stopped " + v); });
-  auto dropped = integrity.startMonitor([&](std::string v) { heard.push_back("dropped " + v); });
-  stopped->stop();
-  dropped.reset();
-  EXPECT_EQ(integrity.runningMonitors(), 1u);
-  integrity.reportViolation("frida");
-  integrity.reportViolation("again");
-  EXPECT_EQ(heard, std::vector<std::string>{"listening frida"});
-  EXPECT_EQ(integrity.runningMonitors(), 1u);  // until its owner stops it
-  listening->stop();
-  EXPECT_EQ(integrity.runningMonitors(), 0u);
-  EXPECT_EQ(integrity.startedMonitors(), 3u);
 }
 
 }  // namespace

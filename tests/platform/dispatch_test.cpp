@@ -51,19 +51,6 @@ TEST_F(ManualMainLoopTest, DelayedTasksRunInTimeOrderAtTheirDueTimeUnlessCancell
   EXPECT_EQ(loop.pendingDelayedCount(), 0u);
 }
 
-TEST_F(ManualMainLoopTest, NothingRunsUntilAskedAndPostsFromOtherThreadsArrive) {
-  loop.post([&] { ran.push_back("a"); });
-  EXPECT_TRUE(ran.empty());
-  EXPECT_TRUE(loop.isCurrent());
-  bool otherIsCurrent = true;
-  std::jthread other([&] {
-    otherIsCurrent = loop.isCurrent();
-    loop.post([&] { ran.push_back("from other thread"); });
-  });
-  EXPECT_TRUE(loop.runUntil([&] { return ran.size() == 2; }));
-  EXPECT_FALSE(otherIsCurrent);
-}
-
 TEST(MainLoop, RunsPostedAndDelayedTasksOnItsThreadUntilStopped) {
   MainLoop loop;
   std::vector<std::string> ran;

@@ -10,6 +10,8 @@
 #include <variant>
 
 #include "kiv/platform/http.hpp"
+#include "platform/http/curl_http_session.hpp"
+#include "support/child_process.hpp"
 #include "support/recording_http_server.hpp"
 #include "support/test_platform.hpp"
 
@@ -213,6 +215,48 @@ TEST_F(HttpSessionTest, CookiesAreNeitherKeptNorSentAndRedirectsAreFollowed) {
   EXPECT_EQ(result.data, "here");
   session->send(get("/again"));
   for (const auto& request : server.requests()) EXPECT_FALSE(request.header("Cookie")) << request.target;
+}
+
+// Once a chain of redirects has reached https it never steps back down to
+// http, wherever it started: the body would be resent in clear. Hops up to
+// https are followed.
+TEST_F(HttpSessionTest, RedirectChainNeverStepsDownFromHttpsToHttp) {
+  const testing::TemporaryDirectory keys;
+  const auto cert = (keys.path() / "cert.pem").string(), key = (keys.path() / "key.pem").string();
+  const auto made = testing::runToEnd(
+      "/usr/bin/env",
+      {"openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes", "-days", "1",
+       "-subj", "/CN=127.0.0.1", "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", key, "-out", cert},
+      60.0);
+  ASSERT_EQ(made.exitCode, 0) << made.errors;
+  httplib::SSLServer tls(cert.c_str(), key.c_str());
+  tls.set_keep_alive_max_count(1);
+  tls.Post("/hop", [&](const httplib::Request&, httplib::Response& response) {
+    response.status = 307;
+    response.set_header("Location", server.url("/end"));
+  });
+  const auto tlsRoot = "https://127.0.0.1:" + std::to_string(tls.bind_to_any_port("127.0.0.1"));
+  std::thread listener([&] { tls.listen_after_bind(); });
+  server.setAnswer("/start", Answer::http(307).withHeader("Location", tlsRoot + "/hop"));
+  server.setAnswer("/end", Answer::http(200, "in clear"));
+
+  const auto trusting = CurlHttpSessionFactory(cert).makeSession({});
+  std::vector<DataTaskResult> results;
+  for (const auto& start : {server.url("/start"), tlsRoot + "/hop"}) {
+    results.push_back(trusting->send({.url = start, .method = "POST", .body = "secret"}));
+  }
+  tls.stop();
+  listener.join();
+
+  for (const auto& result : results) {
+    ASSERT_TRUE(result.error);
+    EXPECT_EQ(result.error->code(), HttpErrorCode::unsupportedURL) << result.error->detail();
+    ASSERT_NE(result.httpResponse(), nullptr);
+    EXPECT_EQ(result.httpResponse()->url, tlsRoot + "/hop");
+    EXPECT_EQ(result.httpResponse()->statusCode, 307);
+    EXPECT_FALSE(result.data);
+  }
+  EXPECT_TRUE(server.requests("/end").empty());
 }
 
 TEST_F(HttpSessionTest, CancelCompletesOnceWithCancelledWhateverTheTaskState) {

@@ -8,7 +8,6 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -285,30 +284,6 @@ INSTANTIATE_TEST_SUITE_P(
             1.0,
             {"0 launch returned", "0 present", "0 connected (shown)", "1 dismiss", "1 canceled", "10 end"}}),
     [](const auto& testInfo) { return testInfo.param.name; });
-
-// The determinism the manual pool exists for: one script with an unrelated
-// timer due at the same moment gives one trace over many fresh platforms.
-TEST(ManualPoolDeterminism, OneScriptGivesOneTraceEveryTime) {
-  std::set<std::string> traces;
-  for (int run = 0; run < 1000; ++run) {
-    testing::TestPlatform test(testing::TestPlatform::Pool::manual);
-    static_cast<SimulatedCaptureVendor&>(*test.bundle().capture)
-        .setScript(CaptureScript::parse("connected; wait 1; failure eyes_closed").value());
-    const auto start = test.clock->now();
-    std::string trace;
-    auto stamp = [&](std::string_view what) {
-      std::ostringstream line;
-      line << secondsBetween(start, test.clock->now()) << " " << what << "; ";
-      trace += line.str();
-    };
-    test.loop->postAfter(1.0, [&] { stamp("unrelated"); });
-    IProov::launch("wss://eu/ws", "token-1", Options{}, [&](const Status& status) { stamp(status.name()); });
-    test.loop->advance(2);
-    traces.insert(trace);
-  }
-  ASSERT_EQ(traces.size(), 1u);
-  EXPECT_EQ(*traces.begin(), "0 connected; 1 unrelated; 1 failure; ");
-}
 
 }  // namespace
 }  // namespace kiv

@@ -45,12 +45,18 @@ INSTANTIATE_TEST_SUITE_P(
         UrlCase{"https://h.example/a%4Fb/../c;d=e?f=g/h#i?j", "https", true},
         UrlCase{"http://[::1]:8080/x", "http", true}));
 
-// Redirects never lead from https down to http, where a resent body would
-// travel in clear.
-TEST(Url, RedirectsFromHttpsStayOnHttps) {
-  EXPECT_STREQ(url::redirectSchemes("https://backend.example/bff/sessions"), "https");
-  EXPECT_STREQ(url::redirectSchemes("HTTPS://backend.example/"), "https");
-  EXPECT_STREQ(url::redirectSchemes("http://127.0.0.1:8080/"), "http,https");
+// A redirect target leaves https for http by its own scheme, however it is
+// spelled; a relative or scheme-relative one keeps the scheme it came from.
+TEST(Url, RedirectDowngradesOnlyFromHttpsToAnHttpTarget) {
+  const std::string from = "https://backend.example/bff/sessions";
+  EXPECT_TRUE(url::downgradesToHttp(from, "http://backend.example/x"));
+  EXPECT_TRUE(url::downgradesToHttp("HTTPS://backend.example/", " \tHtTp://evil.example"));
+  EXPECT_TRUE(url::downgradesToHttp(from, "http:/x"));
+  EXPECT_FALSE(url::downgradesToHttp(from, "https://other.example/"));
+  EXPECT_FALSE(url::downgradesToHttp(from, "//other.example/x"));
+  EXPECT_FALSE(url::downgradesToHttp(from, "/x?next=http://a"));
+  EXPECT_FALSE(url::downgradesToHttp(from, "httpx://a"));
+  EXPECT_FALSE(url::downgradesToHttp("http://127.0.0.1:8080/", "http://127.0.0.1:8080/x"));
 }
 
 TEST(Url, ReplacesTheQueryWithEncodedItemsInOrder) {

@@ -10,6 +10,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <string_view>
 
 extern char** environ;
 
@@ -19,6 +20,25 @@ double monotonicSeconds() {
   timespec now{};
   clock_gettime(CLOCK_MONOTONIC, &now);
   return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+namespace {
+
+std::size_t occurrences(const std::string& text, std::string_view what) {
+  std::size_t count = 0;
+  for (auto at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++count;
+  return count;
+}
+
+}  // namespace
+
+bool endedAsCrash(const ChildEnd& end) {
+  if (!kSanitized) return end.exitSignal != 0;
+  const std::size_t deadly = occurrences(end.errors, "Sanitizer:DEADLYSIGNAL");
+  if (occurrences(end.errors, "WARNING: ThreadSanitizer") > 0) return false;
+  if (occurrences(end.errors, "runtime error:") > 0) return false;
+  if (occurrences(end.errors, "ERROR: AddressSanitizer") > deadly) return false;
+  return end.exitSignal != 0 || deadly > 0;
 }
 
 ChildEnd runToEnd(const std::string& program, const std::vector<std::string>& arguments, double boundSeconds) {

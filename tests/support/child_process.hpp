@@ -30,6 +30,18 @@ double monotonicSeconds();
 // process itself.
 ChildEnd runToEnd(const std::string& program, const std::vector<std::string>& arguments, double boundSeconds);
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool kSanitized = true;
+#else
+inline constexpr bool kSanitized = false;
+#endif
+
+// Whether a child ended as a crash: by a signal, or under a sanitizer (whose
+// handler is the one a crash handler puts back) possibly in its deadly-signal
+// report. Any other sanitizer report (a race, a memory error, undefined
+// behaviour) is no crash but a failure.
+bool endedAsCrash(const ChildEnd& end);
+
 // A fresh directory under the system's temporary one, removed with all it
 // holds at destruction.
 class TemporaryDirectory {

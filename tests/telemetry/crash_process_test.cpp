@@ -19,34 +19,9 @@
 namespace kiv {
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-// The sanitizer's own handlers are the ones put back, and a repeated fault
-// ends in their report rather than in the plain signal.
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
-
 constexpr double kChildBound = 10.0;  // far beyond any crash path: reaching it is a hang
 
 using testing::ChildEnd;
-
-std::size_t occurrences(const std::string& text, std::string_view what) {
-  std::size_t count = 0;
-  for (auto at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++count;
-  return count;
-}
-
-// Under a sanitizer the handler it had installed is the one put back, so a
-// repeated fault ends in its deadly-signal report. Any other report (a race,
-// a memory error, undefined behaviour) is a failure.
-bool endedAsSanitizedCrash(const ChildEnd& end) {
-  const std::size_t deadly = occurrences(end.errors, "Sanitizer:DEADLYSIGNAL");
-  if (occurrences(end.errors, "WARNING: ThreadSanitizer") > 0) return false;
-  if (occurrences(end.errors, "runtime error:") > 0) return false;
-  if (occurrences(end.errors, "ERROR: AddressSanitizer") > deadly) return false;
-  return end.exitSignal != 0 || deadly > 0;
-}
 
 struct ProcessCase {
   std::string label;
@@ -90,8 +65,8 @@ TEST_P(CrashProcessTest, TheCrashEndsTheProcessAndIsResentByTheNextRun) {
                                          {scratch.path().string(), c.how, c.sender, c.store}, kChildBound);
   ASSERT_FALSE(end.hung) << "the crashed child did not end";
   ASSERT_EQ(end.output.rfind("crashing ", 0), 0u) << "no crash announced";
-  if (kSanitized) {
-    EXPECT_TRUE(endedAsSanitizedCrash(end)) << "exit code " << end.exitCode << "\n" << end.errors;
+  if (testing::kSanitized) {
+    EXPECT_TRUE(testing::endedAsCrash(end)) << "exit code " << end.exitCode << "\n" << end.errors;
   } else {
     EXPECT_EQ(end.exitSignal, c.endSignal) << "exit code " << end.exitCode << "\n" << end.errors;
   }

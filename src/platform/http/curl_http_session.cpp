@@ -9,6 +9,7 @@
 #include <chrono>
 #include <csignal>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <unordered_map>
 #include <vector>
@@ -131,6 +132,7 @@ class CurlDataTask final : public HttpDataTask, public std::enable_shared_from_t
   std::chrono::steady_clock::time_point lastActivity;
   curl_off_t bytesMoved = 0;
   bool idleTimedOut = false;
+  std::optional<std::string> refusedRedirect;  // the Location of a hop from https down to http
   CURL* easy = nullptr;
   curl_slist* headerLines = nullptr;
   std::string receivedBody;
@@ -152,7 +154,8 @@ thread_local const Engine* tCurrentEngine = nullptr;
 // on the thread.
 class Engine : public std::enable_shared_from_this<Engine> {
  public:
-  explicit Engine(HttpSessionConfiguration configuration) : configuration_(std::move(configuration)) {
+  Engine(HttpSessionConfiguration configuration, std::optional<std::string> certificateAuthorities)
+      : configuration_(std::move(configuration)), certificateAuthorities_(std::move(certificateAuthorities)) {
     multi_ = curl_multi_init();
     const long perHost = std::max(1, configuration_.maximumConnectionsPerHost);
     curl_multi_setopt(multi_, CURLMOPT_MAX_HOST_CONNECTIONS, perHost);
@@ -302,18 +305,42 @@ class Engine : public std::enable_shared_from_this<Engine> {
   }
 
   static size_t onHeaderLine(char* data, size_t size, size_t count, void* context) {
-    static_cast<CurlDataTask*>(context)->lastActivity = std::chrono::steady_clock::now();
-    auto& headers = static_cast<CurlDataTask*>(context)->receivedHeaders;
+    auto& task = *static_cast<CurlDataTask*>(context);
+    task.lastActivity = std::chrono::steady_clock::now();
+    auto& headers = task.receivedHeaders;
     std::string_view line(data, size * count);
     while (!line.empty() && (line.back() == '\r' || line.back() == '\n')) line.remove_suffix(1);
-    if (line.starts_with("HTTP/")) {
+    if (line.empty()) {
+      // The end of one response's header: libcurl has not followed its
+      // redirect yet, so a hop down to http is stopped before it is made.
+      if (auto location = downgradingRedirect(task)) {
+        task.refusedRedirect = std::move(location);
+        return 0;
+      }
+    } else if (line.starts_with("HTTP/")) {
       headers.clear();  // a new response: after a redirect or an interim 1xx answer
-    } else if (!line.empty() && (line.front() == ' ' || line.front() == '\t')) {
+    } else if (line.front() == ' ' || line.front() == '\t') {
       if (!headers.empty()) headers.back().value += " " + std::string(trimmed(line));  // folded line
     } else if (const auto colon = line.find(':'); colon != std::string_view::npos) {
       headers.push_back({std::string(line.substr(0, colon)), std::string(trimmed(line.substr(colon + 1)))});
     }
     return size * count;
+  }
+
+  // The Location of the redirect answer whose header just ended when it
+  // leads from https to http. libcurl's redirect protocols are fixed per
+  // transfer, so on their own they cannot refuse http only once a chain
+  // has reached https (http -> https -> http).
+  static std::optional<std::string> downgradingRedirect(const CurlDataTask& task) {
+    long status = 0;
+    char* current = nullptr;
+    if (curl_easy_getinfo(task.easy, CURLINFO_RESPONSE_CODE, &status) != CURLE_OK || status < 300 || status > 399 ||
+        curl_easy_getinfo(task.easy, CURLINFO_EFFECTIVE_URL, &current) != CURLE_OK || current == nullptr) {
+      return std::nullopt;
+    }
+    auto location = headerValue(task.receivedHeaders, "Location");
+    if (!location || !url::downgradesToHttp(current, *location)) return std::nullopt;
+    return location;
   }
 
   static std::string_view trimmed(std::string_view text) {
@@ -334,10 +361,14 @@ class Engine : public std::enable_shared_from_this<Engine> {
     ok = ok && curl_easy_setopt(easy, CURLOPT_PATH_AS_IS, 1L) == CURLE_OK;
     ok = ok && curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L) == CURLE_OK;
     ok = ok && curl_easy_setopt(easy, CURLOPT_PROTOCOLS_STR, "http,https") == CURLE_OK;
-    ok = ok && curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, url::redirectSchemes(request.url)) == CURLE_OK;
+    ok = ok && curl_easy_setopt(easy, CURLOPT_REDIR_PROTOCOLS_STR, "http,https") == CURLE_OK;
     ok = ok && curl_easy_setopt(easy, CURLOPT_FOLLOWLOCATION, 1L) == CURLE_OK;
     ok = ok && curl_easy_setopt(easy, CURLOPT_MAXREDIRS, kMaximumRedirects) == CURLE_OK;
     ok = ok && curl_easy_setopt(easy, CURLOPT_NOPROXY, kNoProxyHosts) == CURLE_OK;
+    if (certificateAuthorities_) {
+      ok = ok && curl_easy_setopt(easy, CURLOPT_CAINFO, certificateAuthorities_->c_str()) == CURLE_OK;
+      ok = ok && curl_easy_setopt(easy, CURLOPT_CAPATH, nullptr) == CURLE_OK;
+    }
     ok = ok && curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, resourceMs) == CURLE_OK;
     ok = ok && curl_easy_setopt(easy, CURLOPT_CONNECTTIMEOUT_MS, idleMs) == CURLE_OK;
     ok = ok && curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L) == CURLE_OK;
@@ -434,6 +465,9 @@ class Engine : public std::enable_shared_from_this<Engine> {
       result.data = std::move(task.receivedBody);
     } else if (code == CURLE_OK) {
       result.error = HttpError(HttpErrorCode::badServerResponse);
+    } else if (code == CURLE_WRITE_ERROR && task.refusedRedirect) {
+      result.error =
+          HttpError(HttpErrorCode::unsupportedURL, "redirect from https to http refused: " + *task.refusedRedirect);
     } else if (code == CURLE_ABORTED_BY_CALLBACK && task.idleTimedOut) {
       result.error = HttpError(HttpErrorCode::timedOut, "no data moved within the request's time-out");
     } else {
@@ -453,6 +487,7 @@ class Engine : public std::enable_shared_from_this<Engine> {
   }
 
   const HttpSessionConfiguration configuration_;
+  const std::optional<std::string> certificateAuthorities_;
   CURLM* multi_ = nullptr;
   std::thread thread_;
   std::unordered_map<CURL*, std::shared_ptr<CurlDataTask>> active_;  // the thread's own
@@ -484,8 +519,8 @@ void CurlDataTask::cancel() {
 
 class CurlHttpSession final : public HttpSession {
  public:
-  explicit CurlHttpSession(HttpSessionConfiguration configuration)
-      : engine_(std::make_shared<Engine>(std::move(configuration))) {
+  CurlHttpSession(HttpSessionConfiguration configuration, std::optional<std::string> certificateAuthorities)
+      : engine_(std::make_shared<Engine>(std::move(configuration), std::move(certificateAuthorities))) {
     engine_->start();
   }
   ~CurlHttpSession() override { engine_->stop(); }
@@ -511,13 +546,14 @@ class CurlHttpSession final : public HttpSession {
 
 }  // namespace
 
-CurlHttpSessionFactory::CurlHttpSessionFactory() {
+CurlHttpSessionFactory::CurlHttpSessionFactory(std::optional<std::string> certificateAuthorities)
+    : certificateAuthorities_(std::move(certificateAuthorities)) {
   static const CURLcode initialised = curl_global_init(CURL_GLOBAL_DEFAULT);
   (void)initialised;
 }
 
 std::shared_ptr<HttpSession> CurlHttpSessionFactory::makeSession(HttpSessionConfiguration configuration) {
-  return std::make_shared<CurlHttpSession>(std::move(configuration));
+  return std::make_shared<CurlHttpSession>(std::move(configuration), certificateAuthorities_);
 }
 
 }  // namespace kiv

@@ -12,7 +12,14 @@
 // header; in a value every control character but tab (CR, LF, NUL...) is sent
 // as a space and surrounding spaces and tabs are trimmed, so a hostile value
 // stays one value of its own header.
+//
+// Redirects are followed (at most 16) between http and https URLs, except
+// from https down to http, at any hop of a chain: that transfer completes
+// with `unsupportedURL` and the redirect answer as its response.
 #pragma once
+
+#include <optional>
+#include <string>
 
 #include "kiv/platform/http.hpp"
 
@@ -20,9 +27,14 @@ namespace kiv {
 
 class CurlHttpSessionFactory final : public HttpSessionFactory {
  public:
-  // Initialises libcurl for the process on first construction.
-  CurlHttpSessionFactory();
+  // Initialises libcurl for the process on first construction. Peers are
+  // verified against the system's certificate authorities, or only against
+  // those in the PEM file `certificateAuthorities` (a test's own TLS server).
+  explicit CurlHttpSessionFactory(std::optional<std::string> certificateAuthorities = std::nullopt);
   std::shared_ptr<HttpSession> makeSession(HttpSessionConfiguration configuration) override;
+
+ private:
+  std::optional<std::string> certificateAuthorities_;
 };
 
 }  // namespace kiv

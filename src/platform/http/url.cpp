@@ -2,6 +2,8 @@
 
 #include <curl/curl.h>
 
+#include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <memory>
 
@@ -68,6 +70,29 @@ std::optional<std::string> part(CURLU* handle, CURLUPart which) {
   return out;
 }
 
+// The scheme a reference names, read the way a redirect target is: leading
+// white space skipped, then ALPHA *( ALPHA / DIGIT / "+" / "-" / "." ) before
+// the first ":". Empty for a relative reference. No further syntax is asked
+// for, so that no spelling of a scheme passes unseen.
+std::string_view schemeOf(std::string_view reference) {
+  const auto start = reference.find_first_not_of(" \t\r\n\v\f");
+  if (start == std::string_view::npos) return {};
+  reference.remove_prefix(start);
+  const auto isAlpha = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); };
+  for (std::size_t i = 0; i < reference.size(); ++i) {
+    const char c = reference[i];
+    if (c == ':') return reference.substr(0, i);
+    if (!isAlpha(c) && !(i > 0 && ((c >= '0' && c <= '9') || c == '+' || c == '-' || c == '.'))) return {};
+  }
+  return {};
+}
+
+bool equalsIgnoringCase(std::string_view a, std::string_view b) {
+  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+           return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
+         });
+}
+
 }  // namespace
 
 std::optional<Parts> parse(std::string_view text) {
@@ -92,9 +117,8 @@ bool isHttp(std::string_view text) {
   return parts && (parts->scheme == "http" || parts->scheme == "https") && !parts->host.empty();
 }
 
-const char* redirectSchemes(std::string_view text) {
-  const auto parts = parse(text);
-  return parts && parts->scheme == "https" ? "https" : "http,https";
+bool downgradesToHttp(std::string_view from, std::string_view location) {
+  return equalsIgnoringCase(schemeOf(from), "https") && equalsIgnoringCase(schemeOf(location), "http");
 }
 
 std::optional<std::string> replacingQueryItems(std::string_view text,

@@ -34,9 +34,11 @@ std::optional<Parts> parse(std::string_view text);
 // True for an absolute http or https URL with a host.
 bool isHttp(std::string_view text);
 
-// The schemes a transfer that starts at `text` may be redirected to: never
-// from https down to http, where a resent body would travel in clear.
-const char* redirectSchemes(std::string_view text);
+// Whether following `location` (a Location field's value, absolute or
+// relative, as a server sent it) from the URL `from` leads from https down to
+// http, where a resent body would travel in clear. A reference without a
+// scheme of its own keeps the scheme of `from`.
+bool downgradesToHttp(std::string_view from, std::string_view location);
 
 // `text` with its query replaced by `items` in order, each written as
 // name=value with both percent-encoded; an empty list removes the query.

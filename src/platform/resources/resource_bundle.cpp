@@ -4,7 +4,7 @@
 #include <iterator>
 #include <system_error>
 
-#include "platform/ui/library_location.hpp"
+#include "platform/resources/library_location.hpp"
 
 namespace kiv {
 

@@ -10,7 +10,7 @@
 
 #include <unistd.h>
 
-#include "platform/ui/library_location.hpp"
+#include "platform/resources/library_location.hpp"
 #include "support/child_process.hpp"
 
 namespace kiv {

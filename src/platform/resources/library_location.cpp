@@ -1,4 +1,4 @@
-#include "platform/ui/library_location.hpp"
+#include "platform/resources/library_location.hpp"
 
 #include <dlfcn.h>
 
