@@ -94,12 +94,11 @@ TEST_F(RunGuardTest, CurrentEnvironmentIsProdUntilSet) {
   EXPECT_EQ(currentEnvironment(), KivEnvironment::dev);
 }
 
-// Python's repr() of doubles: each text parses back to the double it stands for.
+// Python's repr() of doubles: the shortest text that parses back, ".0" on
+// whole numbers, exponents below 1e-4 and from 1e16 on.
 TEST(SecondsText, MatchesPythonRepr) {
   std::istringstream texts(
-      "1.0 0.25 1e-05 0.0001 0.001 1e+16 1000000000000000.0 1234567890123456.0 1.2345678901234568e+16 0.1 "
-      "0.30000000000000004 -1.5 3e-07 123.456 90.0 89.9 0.3333333333333333 1e+22 1e-300 5e-324 "
-      "1.7976931348623157e+308 0.0 -0.0 20.000001 0.000123 100.0 9999999999999998.0");
+      "1.0 0.25 1e-05 0.0001 1e+16 9999999999999998.0 0.30000000000000004 -0.0 5e-324 1.7976931348623157e+308");
   for (std::string text; texts >> text;) EXPECT_EQ(shortestDoubleText(std::strtod(text.c_str(), nullptr)), text);
 }
 
