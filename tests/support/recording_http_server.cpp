@@ -103,12 +103,10 @@ void RecordingHttpServer::listen(int port) {
     if (const auto found = answering_.find(request.remote_port); found != answering_.end()) answering_.erase(found);
   });
 
-  if (port == 0) {
-    port_ = server->bind_to_any_port("127.0.0.1");
-  } else if (!server->bind_to_port("127.0.0.1", port)) {
-    port_ = -1;
-  }
-  if (port_ <= 0) throw std::runtime_error("the recording server could not bind to 127.0.0.1");
+  const int bound =
+      port == 0 ? server->bind_to_any_port("127.0.0.1") : (server->bind_to_port("127.0.0.1", port) ? port : -1);
+  if (bound <= 0) throw std::runtime_error("the recording server could not bind to 127.0.0.1");
+  if (port == 0) port_ = bound;  // read by other threads from here on, never written again
   server_ = std::move(server);
   listener_ = std::thread([server = server_.get()] {
     // The workers are created by this thread and inherit its mask: writing
@@ -153,6 +151,8 @@ void RecordingHttpServer::goDown() {
   address.sin_port = htons(static_cast<std::uint16_t>(port_));
   if (portHolder_ < 0 || setsockopt(portHolder_, SOL_SOCKET, SO_REUSEPORT, &yes, sizeof yes) != 0 ||
       bind(portHolder_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+    if (portHolder_ >= 0) close(portHolder_);
+    portHolder_ = -1;
     throw std::runtime_error("the recording server could not keep its port while down");
   }
   std::multiset<int> answering;

@@ -130,7 +130,7 @@ class RecordingHttpServer {
   // every request already recorded is answered before this returns. So no
   // request is ever recorded without its answer reaching the socket, which
   // is what lets a client that retries deliver each body exactly once.
-  // Nothing while down already.
+  // Held and delayed answers are waited for. Nothing while down already.
   void goDown();
   // Listens again on the same port (kept reserved while down). Nothing
   // while up.
