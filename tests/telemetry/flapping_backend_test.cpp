@@ -199,6 +199,7 @@ TEST_F(FlappingBackendSlowTest, EveryBodyArrivesExactlyOnceAndQueuedOnesInQueueO
   // was running, and a post that failed just before it was queued after
   // that flush took its snapshot: a device whose network settles reports
   // the path once more.
+  const auto drainStart = std::chrono::steady_clock::now();
   client->waitForPendingPosts();
   testPlatform().pool->waitIdle();
   client->flushFinished().wait();
@@ -215,6 +216,7 @@ TEST_F(FlappingBackendSlowTest, EveryBodyArrivesExactlyOnceAndQueuedOnesInQueueO
     next->flushFinished().wait();
     EXPECT_TRUE(next->queuedEvents().empty()) << "the next process did not drain the queue";
   }
+  const double drainSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - drainStart).count();
 
   std::set<std::string> sent;
   for (int t = 0; t < kTrackingThreads; ++t) {
@@ -257,9 +259,9 @@ TEST_F(FlappingBackendSlowTest, EveryBodyArrivesExactlyOnceAndQueuedOnesInQueueO
   const auto queuedOrder = store->queuedOrder();
   std::printf(
       "flapping backend, %d s, %d outages: bodies sent %zu, received %zu, resent %zu (queued %zu), lost %zu, "
-      "duplicated %zu; recovery notices %zu; settling path reports %d; flush retry limit %s\n",
+      "duplicated %zu; recovery notices %zu; settling path reports %d; flush retry limit %s; drained in %.1f s\n",
       seconds, outages, sent.size(), received, resentOrder.size(), queuedOrder.size(), lost, duplicated, notices,
-      settlingReports, retryLimitReached ? "reached, drained by the next process" : "not reached");
+      settlingReports, retryLimitReached ? "reached, drained by the next process" : "not reached", drainSeconds);
   EXPECT_EQ(lost, 0u);
   EXPECT_EQ(duplicated, 0u);
   EXPECT_EQ(unknown, 0u);
