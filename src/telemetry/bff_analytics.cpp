@@ -85,10 +85,14 @@ ProcessSlot<std::shared_ptr<KivBFFAnalytics>>& slot() {
 std::shared_ptr<KivBFFAnalytics> KivBFFAnalytics::shared() { return slot().get(); }
 
 void KivBFFAnalytics::configure(Configuration configuration) {
-  // Retired before the new client reads the stored queue, so that nothing
-  // the old one does afterwards reaches the store.
-  if (auto previous = slot().get()) previous->retire();
-  slot().set(make(std::move(configuration), KivKeyChainManager::shared()));
+  std::shared_ptr<KivBFFAnalytics> client(new KivBFFAnalytics(std::move(configuration), KivKeyChainManager::shared()));
+  if (auto previous = slot().get()) {
+    previous->handOverTo(client);
+  } else {
+    client->loadQueue();
+  }
+  client->startPathMonitor();
+  slot().set(std::move(client));
 }
 
 std::shared_ptr<KivBFFAnalytics> KivBFFAnalytics::make(Configuration configuration,
@@ -132,6 +136,8 @@ KivBFFAnalytics::KivBFFAnalytics(Configuration configuration, std::shared_ptr<Ke
 
 KivBFFAnalytics::~KivBFFAnalytics() {
   if (pathMonitor_) pathMonitor_->cancel();
+  // Released before a flush it had started ran: nothing was delivered.
+  if (auto successor = successor_.lock()) successor->takeOver(0);
 }
 
 void KivBFFAnalytics::setProvider(std::optional<std::string> provider) {

@@ -85,8 +85,10 @@ class KivBFFAnalytics : public std::enable_shared_from_this<KivBFFAnalytics>, pu
 
   // Builds a client, loads the queue an earlier client left in the secure
   // store, starts watching the network path and stores the client in
-  // shared(). The client it held is retired first, so that only one client
-  // ever flushes or writes the stored queue.
+  // shared(). The client it held is retired as the new one loads, so that
+  // only one client ever flushes or writes the stored queue; when the
+  // retired one was flushing, the new one flushes only once that flush has
+  // stopped, without what it delivered.
   static void configure(Configuration configuration);
 
   // A client outside the shared slot, with its queue loaded and its path
@@ -184,6 +186,11 @@ class KivBFFAnalytics : public std::enable_shared_from_this<KivBFFAnalytics>, pu
 
   void loadQueue();
   void startPathMonitor();
+  // Retires this client and has `next` load the stored queue meanwhile.
+  void handOverTo(const std::shared_ptr<KivBFFAnalytics>& next);
+  // The predecessor's flush stopped after delivering the first `delivered`
+  // entries of the queue this client loaded from it.
+  void takeOver(std::size_t delivered);
   void enqueue(KivAnalyticsEndpoint endpoint, const Json& body);
   void persistQueue();
   void flushQueue();
@@ -192,8 +199,9 @@ class KivBFFAnalytics : public std::enable_shared_from_this<KivBFFAnalytics>, pu
   struct Flush;
   void postRecoveryNotice(std::shared_ptr<Flush> flush);
   void resend(std::shared_ptr<Flush> flush, std::size_t index);
-  // Removes the first `delivered` entries (those queued meanwhile stay).
-  void settle(std::size_t delivered, bool failed);
+  // Removes the first flush.delivered entries (those queued meanwhile
+  // stay); nothing is left for a successor to remove.
+  void settle(Flush& flush, bool failed);
   void finish(Flush& flush);
   void debug(std::string_view text) const;
 
@@ -231,6 +239,13 @@ class KivBFFAnalytics : public std::enable_shared_from_this<KivBFFAnalytics>, pu
   int retryAttempts_ = 0;
   bool isValidating_ = false;
   bool retired_ = false;
+  // Set when this client was retired while flushing (or waiting to): the
+  // client that loaded its queue, told what the flush delivered at its end.
+  std::weak_ptr<KivBFFAnalytics> successor_;
+  // The predecessor's flush may still deliver entries of the loaded queue:
+  // no flush until it has told how many.
+  bool awaitingPredecessor_ = false;
+  bool satisfiedWhileAwaiting_ = false;
   std::shared_future<void> flushFinished_;
   std::shared_ptr<PathMonitor> pathMonitor_;
   std::shared_ptr<SerialQueue> monitorQueue_;

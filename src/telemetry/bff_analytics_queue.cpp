@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <future>
+#include <utility>
 
 #include "kiv/platform/platform.hpp"
 #include "service/unicode_text.hpp"
@@ -199,6 +200,7 @@ void KivBFFAnalytics::persistQueue() {
 
 struct KivBFFAnalytics::Flush {
   std::vector<QueuedEvent> snapshot;
+  std::size_t delivered = 0;  // snapshot entries delivered and not yet removed
   std::promise<void> finished;
 };
 
@@ -210,6 +212,53 @@ void KivBFFAnalytics::retire() {
   if (pathMonitor_) pathMonitor_->cancel();
 }
 
+void KivBFFAnalytics::handOverTo(const std::shared_ptr<KivBFFAnalytics>& next) {
+  {
+    // Under this client's lock the stored queue is its queue, and nothing
+    // this client does afterwards reaches the store.
+    std::lock_guard lock(queueLock_);
+    retired_ = true;
+    next->loadQueue();
+    if (isValidating_ || awaitingPredecessor_) {
+      // What the flush under way delivers is still in the loaded queue.
+      successor_ = next;
+      std::lock_guard nextLock(next->queueLock_);
+      next->awaitingPredecessor_ = true;
+    }
+  }
+  if (pathMonitor_) pathMonitor_->cancel();
+}
+
+void KivBFFAnalytics::takeOver(std::size_t delivered) {
+  std::shared_ptr<KivBFFAnalytics> successor;
+  bool flushNow = false;
+  {
+    std::lock_guard lock(queueLock_);
+    // The flush's snapshot was a prefix of the queue this client loaded, and
+    // nothing has removed entries from its front since.
+    if (delivered >= 1 && delivered <= queue_.size()) {
+      queue_.erase(queue_.begin(), queue_.begin() + static_cast<std::ptrdiff_t>(delivered));
+      storedForms_.erase(storedForms_.begin(), storedForms_.begin() + static_cast<std::ptrdiff_t>(delivered));
+      if (queue_.empty()) queuedSessionId_.reset();
+      persistQueue();
+    }
+    if (retired_) {
+      successor = std::exchange(successor_, {}).lock();
+    } else {
+      awaitingPredecessor_ = false;
+      // The path was usable at some report while waiting; a flush attempt
+      // tells whether it still is.
+      flushNow = std::exchange(satisfiedWhileAwaiting_, false);
+    }
+  }
+  if (successor) return successor->takeOver(delivered);
+  if (flushNow) {
+    monitorQueue_->post([weak = weak_from_this()] {
+      if (auto self = weak.lock()) self->flushQueue();
+    });
+  }
+}
+
 std::shared_future<void> KivBFFAnalytics::flushFinished() const {
   std::lock_guard lock(queueLock_);
   return flushFinished_;
@@ -219,7 +268,12 @@ void KivBFFAnalytics::flushQueue() {
   auto flush = std::make_shared<Flush>();
   {
     std::lock_guard lock(queueLock_);
-    if (retired_ || queue_.empty() || isValidating_ || retryAttempts_ >= maxQueueRetries) return;
+    if (retired_) return;
+    if (awaitingPredecessor_) {
+      satisfiedWhileAwaiting_ = true;
+      return;
+    }
+    if (queue_.empty() || isValidating_ || retryAttempts_ >= maxQueueRetries) return;
     isValidating_ = true;
     flushFinished_ = flush->finished.get_future().share();
   }
@@ -230,8 +284,15 @@ void KivBFFAnalytics::flushQueue() {
 }
 
 void KivBFFAnalytics::finish(Flush& flush) {
-  std::lock_guard lock(queueLock_);
-  isValidating_ = false;
+  std::shared_ptr<KivBFFAnalytics> successor;
+  {
+    std::lock_guard lock(queueLock_);
+    isValidating_ = false;
+    if (retired_) successor = std::exchange(successor_, {}).lock();
+  }
+  // Told before the flush counts as finished, so that whoever waits for it
+  // finds the successor's queue settled.
+  if (successor) successor->takeOver(flush.delivered);
   flush.finished.set_value();
 }
 
@@ -262,7 +323,7 @@ void KivBFFAnalytics::postRecoveryNotice(std::shared_ptr<Flush> flush) {
       flush->snapshot = self->queue_;
     }
     if (flush->snapshot.empty()) {
-      self->settle(0, false);
+      self->settle(*flush, false);
       return self->finish(*flush);
     }
     // Bodies are built on the pool, not on the session's thread.
@@ -271,12 +332,13 @@ void KivBFFAnalytics::postRecoveryNotice(std::shared_ptr<Flush> flush) {
 }
 
 void KivBFFAnalytics::resend(std::shared_ptr<Flush> flush, std::size_t index) {
+  flush->delivered = index;
   {
     std::lock_guard lock(queueLock_);
     if (retired_) return finish(*flush);
   }
   if (index == flush->snapshot.size()) {
-    settle(index, false);
+    settle(*flush, false);
     return finish(*flush);
   }
   const QueuedEvent& entry = flush->snapshot[index];
@@ -290,16 +352,17 @@ void KivBFFAnalytics::resend(std::shared_ptr<Flush> flush, std::size_t index) {
   }
   post(body, entry.endpoint, [self = shared_from_this(), flush, index](std::exception_ptr error) {
     if (error) {
-      self->settle(index, true);
+      self->settle(*flush, true);
       return self->finish(*flush);
     }
     platform()->taskPool->post([self, flush, index] { self->resend(flush, index + 1); });
   });
 }
 
-void KivBFFAnalytics::settle(std::size_t delivered, bool failed) {
+void KivBFFAnalytics::settle(Flush& flush, bool failed) {
   std::lock_guard lock(queueLock_);
-  if (retired_) return;
+  if (retired_) return;  // the successor removes them
+  const std::size_t delivered = std::exchange(flush.delivered, 0);
   if (delivered >= 1 && delivered <= queue_.size()) {
     queue_.erase(queue_.begin(), queue_.begin() + static_cast<std::ptrdiff_t>(delivered));
     storedForms_.erase(storedForms_.begin(), storedForms_.begin() + static_cast<std::ptrdiff_t>(delivered));

@@ -5,9 +5,11 @@
 #include <netinet/in.h>
 #include <pthread.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <set>
@@ -79,30 +81,41 @@ std::unique_ptr<httplib::Server> makeServerKeepingSigpipe() {
 
 }  // namespace
 
-RecordingHttpServer::RecordingHttpServer() : server_(makeServerKeepingSigpipe()), default_(Answer::http(200)) {
-  server_->set_tcp_nodelay(true);
-  server_->set_keep_alive_max_count(kRequestsPerConnection);
-  server_->new_task_queue = [] { return new httplib::ThreadPool(kWorkerThreads); };
+RecordingHttpServer::RecordingHttpServer() : default_(Answer::http(200)) { listen(0); }
+
+void RecordingHttpServer::listen(int port) {
+  auto server = makeServerKeepingSigpipe();
+  server->set_tcp_nodelay(true);
+  server->set_keep_alive_max_count(kRequestsPerConnection);
+  server->new_task_queue = [] { return new httplib::ThreadPool(kWorkerThreads); };
   const httplib::Server::Handler handler = [this](const httplib::Request& request, httplib::Response& response) {
     handle(request, response);
   };
-  server_->Get(".*", handler);
-  server_->Post(".*", handler);
-  server_->Put(".*", handler);
-  server_->Patch(".*", handler);
-  server_->Delete(".*", handler);
-  server_->Options(".*", handler);
+  server->Get(".*", handler);
+  server->Post(".*", handler);
+  server->Put(".*", handler);
+  server->Patch(".*", handler);
+  server->Delete(".*", handler);
+  server->Options(".*", handler);
+  // Called once the answer has been written to the socket (or failed to be).
+  server->set_logger([this](const httplib::Request& request, const httplib::Response&) {
+    std::lock_guard lock(mutex_);
+    if (const auto found = answering_.find(request.remote_port); found != answering_.end()) answering_.erase(found);
+  });
 
-  port_ = server_->bind_to_any_port("127.0.0.1");
-  if (port_ <= 0) throw std::runtime_error("the recording server could not bind to 127.0.0.1");
-  listener_ = std::thread([this] {
+  const int bound =
+      port == 0 ? server->bind_to_any_port("127.0.0.1") : (server->bind_to_port("127.0.0.1", port) ? port : -1);
+  if (bound <= 0) throw std::runtime_error("the recording server could not bind to 127.0.0.1");
+  if (port == 0) port_ = bound;  // read by other threads from here on, never written again
+  server_ = std::move(server);
+  listener_ = std::thread([server = server_.get()] {
     // The workers are created by this thread and inherit its mask: writing
     // to a connection the client already closed must not kill the tests.
     sigset_t pipe;
     sigemptyset(&pipe);
     sigaddset(&pipe, SIGPIPE);
     pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
-    server_->listen_after_bind();
+    server->listen_after_bind();
   });
   // stop() is ignored until the accept loop runs, so wait for it here.
   while (!server_->is_running()) std::this_thread::yield();
@@ -114,11 +127,64 @@ RecordingHttpServer::~RecordingHttpServer() {
     stopping_ = true;
   }
   changed_.notify_all();
+  std::lock_guard lifecycle(lifecycle_);
+  if (portHolder_ >= 0) close(portHolder_);
+  if (!server_) return;
   server_->stop();
   // Kept-alive connections would hold their workers until the keep-alive
   // time-out; closing them lets the workers end now.
   shutDownConnections(0);
   listener_.join();
+}
+
+void RecordingHttpServer::goDown() {
+  std::lock_guard lifecycle(lifecycle_);
+  if (!server_) return;
+  // Bound before the listener closes (both share the port), so that no other
+  // server of the machine takes the port meanwhile; not listening, it
+  // refuses connections.
+  portHolder_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int yes = 1;
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(static_cast<std::uint16_t>(port_));
+  if (portHolder_ < 0 || setsockopt(portHolder_, SOL_SOCKET, SO_REUSEPORT, &yes, sizeof yes) != 0 ||
+      bind(portHolder_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+    if (portHolder_ >= 0) close(portHolder_);
+    portHolder_ = -1;
+    throw std::runtime_error("the recording server could not keep its port while down");
+  }
+  std::multiset<int> answering;
+  {
+    std::lock_guard lock(mutex_);
+    down_ = true;  // from here on nothing more is recorded
+  }
+  server_->stop();
+  {
+    std::lock_guard lock(mutex_);
+    answering = answering_;
+  }
+  // A connection answering a recorded request is left to finish: its worker
+  // writes the answer and, the listener being gone, then closes it. Every
+  // other one is idle or carries a request that will not be recorded.
+  shutDownConnections([&](int remotePort) { return !answering.contains(remotePort); });
+  listener_.join();
+  server_.reset();
+  std::lock_guard lock(mutex_);
+  answering_.clear();  // answers whose write failed before the logger saw them
+}
+
+void RecordingHttpServer::comeUp() {
+  std::lock_guard lifecycle(lifecycle_);
+  if (server_) return;
+  {
+    std::lock_guard lock(mutex_);
+    down_ = false;
+  }
+  listen(port_);
+  close(portHolder_);
+  portHolder_ = -1;
 }
 
 std::string RecordingHttpServer::url(std::string_view path) const {
@@ -203,9 +269,16 @@ void RecordingHttpServer::handle(const httplib::Request& request, httplib::Respo
   std::size_t index = 0;
   Responder responder;
   {
-    std::lock_guard lock(mutex_);
+    std::unique_lock lock(mutex_);
+    if (down_) {
+      // Read while the server was going down: as if the connection had
+      // broken before the request arrived.
+      lock.unlock();
+      return shutDownConnections(request.remote_port);
+    }
     index = requests_.size();
     requests_.push_back(recorded);
+    answering_.insert(request.remote_port);
     responder = responder_;
   }
   changed_.notify_all();
@@ -241,6 +314,10 @@ Answer RecordingHttpServer::answerFor(const RecordedRequest& request) {
 }
 
 void RecordingHttpServer::shutDownConnections(int remotePort) const {
+  shutDownConnections([remotePort](int port) { return remotePort == 0 || port == remotePort; });
+}
+
+void RecordingHttpServer::shutDownConnections(const std::function<bool(int remotePort)>& which) const {
   // The server library keeps its accepted sockets to itself; they are found
   // among the process's descriptors by their local port. shutdown() rather
   // than close() leaves the descriptor to the library, which closes it.
@@ -253,8 +330,7 @@ void RecordingHttpServer::shutDownConnections(int remotePort) const {
     socklen_t peerLength = sizeof peer;
     if (getsockname(fd, reinterpret_cast<sockaddr*>(&local), &localLength) != 0) continue;
     if (getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &peerLength) != 0) continue;
-    if (portOf(local) != port_) continue;
-    if (remotePort != 0 && portOf(peer) != remotePort) continue;
+    if (portOf(local) != port_ || !which(portOf(peer))) continue;
     shutdown(fd, SHUT_RDWR);
   }
 }

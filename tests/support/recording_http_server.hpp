@@ -18,6 +18,11 @@
 // client's connection reuse shows in RecordedRequest::remotePort. The
 // destructor closes every open connection and returns promptly, also while
 // answers are delayed or held.
+//
+// goDown() and comeUp() take the server off the network and back on the same
+// port, keeping what it recorded:
+//   server.goDown();   // connections are refused from now on
+//   server.comeUp();
 #pragma once
 
 #include <chrono>
@@ -120,6 +125,17 @@ class RecordingHttpServer {
   // Closes every open connection from the server's side now.
   void dropConnections();
 
+  // Stops listening: new connections are refused, idle kept-alive ones are
+  // closed, a request read but not yet recorded is dropped unanswered, and
+  // every request already recorded is answered before this returns. So no
+  // request is ever recorded without its answer reaching the socket, which
+  // is what lets a client that retries deliver each body exactly once.
+  // Held and delayed answers are waited for. Nothing while down already.
+  void goDown();
+  // Listens again on the same port (kept reserved while down). Nothing
+  // while up.
+  void comeUp();
+
   // Waits until at least `count` requests have arrived; false on time-out.
   bool waitForRequests(std::size_t count, std::chrono::milliseconds timeout = std::chrono::seconds(10)) const;
   std::size_t requestCount() const;
@@ -129,14 +145,25 @@ class RecordingHttpServer {
   std::size_t connectionsUsed() const;
 
  private:
+  // Starts a server listening on `port` (0: any free port).
+  void listen(int port);
   void handle(const httplib::Request& request, httplib::Response& response);
   Answer answerFor(const RecordedRequest& request);
   // Shuts down the accepted sockets of this server; `remotePort` 0 means all.
   void shutDownConnections(int remotePort) const;
+  void shutDownConnections(const std::function<bool(int remotePort)>& which) const;
 
-  std::unique_ptr<httplib::Server> server_;
+  // Guards server_, listener_ and portHolder_: up, down and destruction.
+  std::mutex lifecycle_;
+  std::unique_ptr<httplib::Server> server_;  // null while down
   std::thread listener_;
   int port_ = 0;
+  int portHolder_ = -1;  // a socket bound to the port, not listening, while down
+
+  // Connections (by client port) whose request was recorded and whose answer
+  // is not yet written; guarded by mutex_.
+  std::multiset<int> answering_;
+  bool down_ = false;
 
   mutable std::mutex mutex_;
   mutable std::condition_variable changed_;

@@ -270,6 +270,38 @@ TEST_F(BFFAnalyticsTest, AReplacedClientNeitherFlushesNorWritesTheQueue) {
   EXPECT_EQ(storedQueue(*second)->size(), 0u);
 }
 
+// A client replaced while its flush is on the wire: the new client loads a
+// queue whose front the old flush is delivering, and must resend only what
+// that flush did not deliver.
+TEST_F(BFFAnalyticsTest, AClientReplacedMidFlushResendsOnlyWhatTheOldFlushLeft) {
+  server.setAnswer(kTrackPath, Answer::http(503));
+  auto first = configure(configuration("session-A"));
+  for (const char* step : {"1", "2", "3"})
+    first->track(sdkResult(), KivBFFAnalytics::TextParams{{"step", step}}).wait();
+  server.setAnswer(kTrackPath, Answer::http(200));
+  std::atomic<bool> replaced = false;
+  server.setResponder([&](const RecordedRequest& request, std::size_t) -> std::optional<Answer> {
+    const Json body = request.bodyJson().value_or(Json());
+    if (body["properties"]["requestParams"].value("step", "") == "2" && !replaced.exchange(true)) {
+      KivBFFAnalytics::configure(configuration("session-B"));
+    }
+    return std::nullopt;
+  });
+  goOnline(*first);
+  ASSERT_TRUE(replaced);
+  const auto second = KivBFFAnalytics::shared();
+  testPlatform().pool->waitIdle();
+  second->flushFinished().wait();
+
+  std::map<std::string, int> resent;
+  for (const auto& body : bodies(kTrackPath)) {
+    if (body["properties"].contains("resent")) ++resent[body["properties"]["requestParams"].value("step", "")];
+  }
+  EXPECT_EQ(resent, (std::map<std::string, int>{{"1", 1}, {"2", 1}, {"3", 1}}));
+  EXPECT_TRUE(second->queuedEvents().empty());
+  EXPECT_EQ(storedQueue(*second)->size(), 0u);
+}
+
 struct AnswerCase {
   const char* name;
   Answer answer;

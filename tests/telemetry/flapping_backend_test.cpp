@@ -1,0 +1,277 @@
+// A flapping analytics backend: the recording server goes down and comes
+// back up every 200 ms while four threads track events steadily, each body
+// carrying a sequence id of its own, and the path monitor follows the server
+// (unsatisfied while it is down, satisfied when it is back), so the offline
+// queue fills during every outage and flushes on every recovery. Client,
+// curl session and secure store (in a scratch directory) are the real ones.
+// At the end the backend stays up and the client drains. Every body tracked
+// must reach the backend exactly once: none lost, none twice. A body that
+// went through the queue arrives as the same event with "resent": true in
+// its properties, and the queued bodies arrive in the order they were
+// queued.
+//
+// "Down" means: the server stops accepting and refuses new connections,
+// closes idle kept-alive connections and answers every request it had
+// already recorded. A request recorded and then left unanswered would be
+// sent again by any client that retries a failed post, so it would show up
+// twice by design rather than by fault.
+//
+// When three flushes fail in a row the client makes no further attempt in
+// this process, and a busy backend that keeps going away can bring that
+// about. The queue then waits in the secure store for the next process, so
+// the test drains it as that process would: a new client configured over
+// the same store.
+//
+// It prints bodies sent, received, resent, lost and duplicated (the last two
+// must be 0); they vary from run to run, what is asserted does not.
+// KIV_FLAP_SECONDS=s flaps for s seconds; otherwise 2 s per
+// KIV_RELIABILITY_RUNS (default 5, so 10 s), at most 60 s.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "kiv/backend.hpp"
+#include "kiv/platform/secure_store.hpp"
+#include "platform/path_monitor/fake_path_monitor.hpp"
+#include "support/child_process.hpp"
+#include "support/recording_http_server.hpp"
+#include "support/test_platform.hpp"
+#include "telemetry/bff_analytics.hpp"
+
+namespace kiv {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr int kTrackingThreads = 4;
+constexpr auto kPhase = 200ms;  // up for this long, then down for this long
+constexpr const char* kTrackPath = "/bff/track-analytics";
+constexpr const char* kSeqKey = "seq";
+
+int flapSeconds() {
+  if (const char* seconds = std::getenv("KIV_FLAP_SECONDS")) return std::max(1, std::atoi(seconds));
+  const char* runs = std::getenv("KIV_RELIABILITY_RUNS");
+  return std::min(60, 2 * (runs ? std::max(1, std::atoi(runs)) : 5));
+}
+
+std::optional<std::string> seqOf(const Json& body) {
+  const auto properties = body.find("properties");
+  if (properties == body.end() || !properties->is_object()) return std::nullopt;
+  const auto params = properties->find("requestParams");
+  if (params == properties->end() || !params->is_object()) return std::nullopt;
+  const auto seq = params->find(kSeqKey);
+  if (seq == params->end() || !seq->is_string()) return std::nullopt;
+  return seq->get<std::string>();
+}
+
+// The real store, noting the order in which bodies enter the offline queue:
+// every enqueue rewrites the stored array with the new entry last.
+class QueueOrderStore final : public SecureItemStore {
+ public:
+  explicit QueueOrderStore(std::shared_ptr<SecureItemStore> store) : store_(std::move(store)) {}
+
+  std::int32_t add(std::string_view service, std::string_view account, std::span<const std::uint8_t> value) override {
+    note(account, value);
+    return store_->add(service, account, value);
+  }
+  std::int32_t update(std::string_view service, std::string_view account,
+                      std::span<const std::uint8_t> value) override {
+    note(account, value);
+    return store_->update(service, account, value);
+  }
+  SecureItemCopy copyMatching(std::string_view service, std::string_view account) override {
+    return store_->copyMatching(service, account);
+  }
+  std::int32_t deleteAccount(std::string_view account) override { return store_->deleteAccount(account); }
+
+  std::vector<std::string> queuedOrder() const {
+    std::lock_guard lock(mutex_);
+    return order_;
+  }
+
+ private:
+  void note(std::string_view account, std::span<const std::uint8_t> value) {
+    if (account != KivBFFAnalytics::queueKey) return;
+    const std::string_view array(reinterpret_cast<const char*>(value.data()), value.size());
+    // Entries start with their endpoint; bodies are base64, so the last
+    // occurrence starts the last entry.
+    const auto last = array.rfind(R"({"endpoint")");
+    if (last == std::string_view::npos) return;  // an emptied queue
+    const auto entry =
+        KivBFFAnalytics::decodeQueue("[" + std::string(array.substr(last, array.size() - 1 - last)) + "]");
+    ASSERT_TRUE(entry && entry->size() == 1) << "the stored queue cannot be read";
+    const auto seq = seqOf(entry->front().jsonBody);
+    ASSERT_TRUE(seq) << "a queued body without its sequence id";
+    std::lock_guard lock(mutex_);
+    // A rewrite after a flush ends with an entry seen before.
+    if (seen_.insert(*seq).second) order_.push_back(*seq);
+  }
+
+  std::shared_ptr<SecureItemStore> store_;
+  mutable std::mutex mutex_;
+  std::set<std::string> seen_;
+  std::vector<std::string> order_;
+};
+
+class FlappingBackendSlowTest : public testing::PlatformTest {
+ protected:
+  FlappingBackendSlowTest() : store(std::make_shared<QueueOrderStore>(makeLinuxSecureStore(scratch.path()))) {
+    testPlatform().bundle().secureStore = store;
+    testPlatform().install();
+    EXPECT_TRUE(setBackendRootURL(KivEnvironment::dev, server.url()));
+  }
+  ~FlappingBackendSlowTest() override { resetBackendRootURL(KivEnvironment::dev); }
+
+  static KivBFFAnalytics::Configuration configuration(std::string sessionId) {
+    return {.sessionId = std::move(sessionId),
+            .stage = KivAnalyticsStage::dev,
+            .clientId = "acme",
+            .mobileToken = "token-1",
+            .personId = "person-1",
+            .sdk = {"KivFaceLivenessLite", "3.2.1"}};
+  }
+  FakePathMonitorFactory& network() { return dynamic_cast<FakePathMonitorFactory&>(*platform()->pathMonitor); }
+
+  // Reports a usable path and waits for the flush it starts to end.
+  void reportSatisfied(const KivBFFAnalytics& client) {
+    network().setStatus(NetworkPathStatus::satisfied);
+    testPlatform().pool->waitIdle();
+    client.flushFinished().wait();
+  }
+
+  testing::TemporaryDirectory scratch;
+  std::shared_ptr<QueueOrderStore> store;
+  testing::RecordingHttpServer server;
+};
+
+TEST_F(FlappingBackendSlowTest, EveryBodyArrivesExactlyOnceAndQueuedOnesInQueueOrder) {
+  const int seconds = flapSeconds();
+  network().setStatus(NetworkPathStatus::satisfied);
+  KivBFFAnalytics::configure(configuration("session-flap"));
+  const auto client = KivBFFAnalytics::shared();
+  ASSERT_TRUE(client);
+
+  std::atomic<bool> flapping = true;
+  int outages = 0;
+  // The flapping's own beat: the timing only changes how many bodies take
+  // which road, never what is asserted.
+  std::thread flapper([&] {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+    auto next = std::chrono::steady_clock::now();
+    while (next < end) {
+      std::this_thread::sleep_until(next += kPhase);
+      server.goDown();
+      network().setStatus(NetworkPathStatus::unsatisfied);
+      ++outages;
+      std::this_thread::sleep_until(next += kPhase);
+      server.comeUp();
+      network().setStatus(NetworkPathStatus::satisfied);
+    }
+    flapping = false;
+  });
+  std::vector<std::size_t> tracked(kTrackingThreads, 0);
+  std::vector<std::thread> trackers;
+  for (int t = 0; t < kTrackingThreads; ++t) {
+    trackers.emplace_back([&, t] {
+      // One body in flight per thread: it is delivered or queued before the
+      // next is tracked.
+      for (std::size_t n = 0; flapping; ++n) {
+        client
+            ->track(KivAnalyticsEvent::standard(KivAnalyticsEventName::sdkResult, KivAnalyticsEventType::sdkStep),
+                    KivBFFAnalytics::TextParams{{kSeqKey, std::to_string(t) + "-" + std::to_string(n)}})
+            .wait();
+        tracked[static_cast<std::size_t>(t)] = n + 1;
+      }
+    });
+  }
+  flapper.join();
+  for (auto& tracker : trackers) tracker.join();
+
+  // The backend stays up. The last recovery may have come while a flush
+  // was running, and a post that failed just before it was queued after
+  // that flush took its snapshot: a device whose network settles reports
+  // the path once more.
+  const auto drainStart = std::chrono::steady_clock::now();
+  client->waitForPendingPosts();
+  testPlatform().pool->waitIdle();
+  client->flushFinished().wait();
+  int settlingReports = 0;
+  while (!client->queuedEvents().empty() && client->retryAttempts() < KivBFFAnalytics::maxQueueRetries) {
+    ++settlingReports;
+    reportSatisfied(*client);
+  }
+  const bool retryLimitReached = !client->queuedEvents().empty();
+  if (retryLimitReached) {
+    KivBFFAnalytics::configure(configuration("session-next-process"));
+    const auto next = KivBFFAnalytics::shared();
+    testPlatform().pool->waitIdle();
+    next->flushFinished().wait();
+    EXPECT_TRUE(next->queuedEvents().empty()) << "the next process did not drain the queue";
+  }
+  const double drainSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - drainStart).count();
+
+  std::set<std::string> sent;
+  for (int t = 0; t < kTrackingThreads; ++t) {
+    for (std::size_t n = 0; n < tracked[static_cast<std::size_t>(t)]; ++n) {
+      sent.insert(std::to_string(t) + "-" + std::to_string(n));
+    }
+  }
+  std::map<std::string, std::size_t> copies;
+  std::vector<std::string> resentOrder;
+  std::size_t notices = 0, received = 0;
+  std::optional<Json> sameEvent;  // every body with its seq and resent mark taken out
+  for (const auto& request : server.requests(kTrackPath)) {
+    auto body = request.bodyJson();
+    ASSERT_TRUE(body && body->is_object()) << request.body;
+    if (body->value("event", "") == "no_connection") {
+      ++notices;
+      continue;
+    }
+    const auto seq = seqOf(*body);
+    ASSERT_TRUE(seq) << request.body;
+    ++received;
+    ++copies[*seq];
+    auto& properties = (*body)["properties"];
+    if (properties.contains("resent")) {
+      EXPECT_EQ(properties["resent"], true) << request.body;
+      resentOrder.push_back(*seq);
+      properties.erase("resent");
+    }
+    properties["requestParams"].erase(kSeqKey);
+    if (!sameEvent) sameEvent = *body;
+    EXPECT_EQ(*body, *sameEvent) << "a body other than the event tracked: " << request.body;
+  }
+
+  std::size_t lost = 0, duplicated = 0, unknown = 0;
+  for (const auto& seq : sent) lost += copies.contains(seq) ? 0 : 1;
+  for (const auto& [seq, count] : copies) {
+    duplicated += count - 1;
+    unknown += sent.contains(seq) ? 0 : 1;
+  }
+  const auto queuedOrder = store->queuedOrder();
+  std::printf(
+      "flapping backend, %d s, %d outages: bodies sent %zu, received %zu, resent %zu (queued %zu), lost %zu, "
+      "duplicated %zu; recovery notices %zu; settling path reports %d; flush retry limit %s; drained in %.1f s\n",
+      seconds, outages, sent.size(), received, resentOrder.size(), queuedOrder.size(), lost, duplicated, notices,
+      settlingReports, retryLimitReached ? "reached, drained by the next process" : "not reached", drainSeconds);
+  EXPECT_EQ(lost, 0u);
+  EXPECT_EQ(duplicated, 0u);
+  EXPECT_EQ(unknown, 0u);
+  const auto [resentAt, queuedAt] = std::ranges::mismatch(resentOrder, queuedOrder);
+  EXPECT_TRUE(resentAt == resentOrder.end() && queuedAt == queuedOrder.end())
+      << "queued bodies were not resent once each in queue order: " << resentOrder.size() << " resent, "
+      << queuedOrder.size() << " queued, first difference at " << (resentAt - resentOrder.begin()) << " ("
+      << (resentAt == resentOrder.end() ? "none" : *resentAt) << " resent, "
+      << (queuedAt == queuedOrder.end() ? "none" : *queuedAt) << " queued)";
+}
+
+}  // namespace
+}  // namespace kiv
