@@ -18,13 +18,17 @@ constexpr std::size_t kMaxBodyDepth = json::kMaxDepth;
 
 bool contains(const auto& keys, std::string_view key) { return std::ranges::find(keys, key) != keys.end(); }
 
+// Whether a text under largeValueKeys is long enough to be removed.
+bool isLongText(std::string_view text) {
+  // Fewer bytes than the limit cannot hold that many characters.
+  return text.size() >= largeValueCharacterCount &&
+         unicode::characterCountUpTo(text, largeValueCharacterCount) >= largeValueCharacterCount;
+}
+
 // Whether the entry under `key` goes; `text` is its value when that is a text.
 bool isRemoved(std::string_view key, const std::string* text) {
   if (contains(droppedKeys, key)) return true;
-  if (text == nullptr || !contains(largeValueKeys, key)) return false;
-  // Fewer bytes than the limit cannot hold that many characters.
-  return text->size() >= largeValueCharacterCount &&
-         unicode::characterCountUpTo(*text, largeValueCharacterCount) >= largeValueCharacterCount;
+  return text != nullptr && contains(largeValueKeys, key) && isLongText(*text);
 }
 
 // Whether a text is known to be well-formed UTF-8: texts the JSON parser
@@ -44,74 +48,74 @@ std::optional<std::string> sanitizedText(std::string_view text, Utf8 utf8);
 // sorted; arrays are built in place. The parser does not recurse and
 // nothing nests deeper than kMaxBodyDepth, so writing the value out cannot
 // exhaust the stack.
-class SanitizingBuilder final : public nlohmann::json_sax<Json> {
+class SanitizingBuilder final {
  public:
-  bool null() override { return place(Json(nullptr)); }
-  bool boolean(bool value) override { return place(Json(value)); }
-  bool number_integer(number_integer_t value) override { return place(Json(value)); }
-  bool number_unsigned(number_unsigned_t value) override { return place(Json(value)); }
-  bool number_float(number_float_t value, const string_t&) override { return place(Json(value)); }
-  bool binary(binary_t&) override { return false; }  // JSON text has none
+  using number_integer_t = Json::number_integer_t;
+  using number_unsigned_t = Json::number_unsigned_t;
+  using number_float_t = Json::number_float_t;
+  using string_t = Json::string_t;
+  using binary_t = Json::binary_t;
 
-  bool string(string_t& value) override {
-    if (skipped_ > 0 || dropNext_) return skip();
-    if (const Member* member = lastMember(); member != nullptr && isRemoved(member->first, &value)) {
-      return place(Json(Json::value_t::discarded));
-    }
+  bool null() { return place(Json(nullptr)); }
+  bool boolean(bool value) { return place(Json(value)); }
+  bool number_integer(number_integer_t value) { return place(Json(value)); }
+  bool number_unsigned(number_unsigned_t value) { return place(Json(value)); }
+  bool number_float(number_float_t value, const string_t&) { return place(Json(value)); }
+  bool binary(binary_t&) { return false; }  // JSON text has none
+
+  bool string(string_t& value) {
+    if (skipped_ > 0) return true;
+    const Next next = std::exchange(next_, Next::kept);
+    // A removed member stays behind as its marker.
+    if (next == Next::dropped || (next == Next::keptIfShort && isLongText(value))) return true;
     if (auto sanitized = sanitizedText(value, Utf8::known)) value = std::move(*sanitized);
-    return place(Json(std::move(value)));
+    *slot() = Json(std::move(value));
+    return true;
   }
 
-  bool start_object(std::size_t) override { return open(Kind::object); }
-  bool start_array(std::size_t) override { return open(Kind::array); }
-  bool end_object() override { return close(); }
-  bool end_array() override { return close(); }
+  bool start_object(std::size_t) { return open(Kind::object); }
+  bool start_array(std::size_t) { return open(Kind::array); }
+  bool end_object() { return close(); }
+  bool end_array() { return close(); }
 
-  bool key(string_t& name) override {
+  bool key(string_t& name) {
     if (skipped_ > 0) return true;
-    dropNext_ = contains(droppedKeys, name);
-    // A dropped member stays as a marker so that it still overrides an
-    // earlier member of the same key.
+    next_ = contains(droppedKeys, name)      ? Next::dropped
+            : contains(largeValueKeys, name) ? Next::keptIfShort
+                                             : Next::kept;
+    // Every member starts as a removed one; the marker stays when the value
+    // is removed, so that it still overrides an earlier member of that key.
     members_[open_.size() - 1].emplace_back(std::move(name), Json(Json::value_t::discarded));
     return true;
   }
 
-  bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception&) override { return false; }
+  template <typename Exception>
+  bool parse_error(std::size_t, const std::string&, const Exception&) {
+    return false;
+  }
 
   Json take() { return std::move(root_); }
 
  private:
   enum class Kind { object, array };
+  // What becomes of the value that comes next.
+  enum class Next { kept, dropped, keptIfShort };
   using Member = std::pair<std::string, Json>;
-
-  // The member whose value comes next, when the innermost container is an
-  // object.
-  Member* lastMember() {
-    if (open_.empty() || open_.back().kind != Kind::object) return nullptr;
-    return &members_[open_.size() - 1].back();
-  }
 
   Json* slot() {
     if (open_.empty()) return &root_;
     if (open_.back().kind == Kind::array) return &open_.back().value->get_ref<Json::array_t&>().emplace_back();
-    return &lastMember()->second;
-  }
-
-  bool skip() {
-    dropNext_ = false;
-    return true;
+    return &members_[open_.size() - 1].back().second;
   }
 
   bool place(Json&& value) {
-    if (skipped_ > 0 || dropNext_) return skip();
-    *slot() = std::move(value);
+    if (skipped_ == 0 && std::exchange(next_, Next::kept) != Next::dropped) *slot() = std::move(value);
     return true;
   }
 
   bool open(Kind kind) {
     if (open_.size() + skipped_ >= kMaxBodyDepth) return false;
-    if (skipped_ > 0 || dropNext_) {
-      dropNext_ = false;
+    if (skipped_ > 0 || std::exchange(next_, Next::kept) == Next::dropped) {
       ++skipped_;
       return true;
     }
@@ -175,7 +179,7 @@ class SanitizingBuilder final : public nlohmann::json_sax<Json> {
   std::vector<Open> open_;
   std::vector<std::vector<Member>> members_;  // by depth of the open object
   std::size_t skipped_ = 0;                   // depth inside a dropped value
-  bool dropNext_ = false;                     // the next value is a dropped member's
+  Next next_ = Next::kept;
 };
 
 // The compact, sanitised form of a text that is a JSON object or array, or
