@@ -12,6 +12,7 @@ find_package(JPEG REQUIRED)
 find_package(Fontconfig REQUIRED)
 pkg_check_modules(SODIUM REQUIRED IMPORTED_TARGET libsodium)
 pkg_check_modules(UTF8PROC REQUIRED IMPORTED_TARGET libutf8proc)
+pkg_check_modules(SIMDJSON REQUIRED IMPORTED_TARGET simdjson)
 pkg_check_modules(WEBP REQUIRED IMPORTED_TARGET libwebp libwebpdemux)
 
 find_path(ASIO_INCLUDE_DIR asio.hpp REQUIRED)

@@ -8,6 +8,7 @@
 
 #include "platform/json/json.hpp"
 #include "service/log_sanitizer.hpp"
+#include "service/lossy_utf8.hpp"
 #include "service/unicode_text.hpp"
 
 namespace {
@@ -28,8 +29,18 @@ void checkBoundedValues(const kiv::Json& value) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view input(reinterpret_cast<const char*>(data), size);
 
+  // The vectorised check against a decoder that knows nothing of it: valid
+  // text is exactly the text that decodes to itself.
+  const auto* bytes = reinterpret_cast<const std::uint8_t*>(data);
+  if (kiv::unicode::isValidUtf8(input) != (kiv::decodeUtf8Lossy({bytes, size}) == input)) std::abort();
+
   const std::string body = kiv::truncateBodyText(input);
   checkBounded(body);
+  // Bodies are parsed before they are repaired; repairing first must not
+  // change the result.
+  if (auto repaired = kiv::unicode::repairedUtf8(input); repaired && kiv::truncateBodyText(*repaired) != body) {
+    std::abort();
+  }
 
   // Long enough to be cut: repeat the input past the bound. Costly, so only
   // for inputs whose last byte asks for it.
@@ -49,6 +60,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const kiv::Json sanitized = kiv::sanitizeForLog(*parsed);
     if (sanitized.type() != parsed->type()) std::abort();
     checkBoundedValues(sanitized);
+    // A body is sanitised while it is parsed; a value the caller built is
+    // walked afterwards. Both must agree, once the value's keys are sorted
+    // as a body's are.
+    if (sanitized.is_structured()) {
+      const std::string walked =
+          nlohmann::json(sanitized).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+      const std::string expected =
+          walked.size() > kiv::maxLoggedBytes ? kiv::truncatedJsonMarker(walked.size()) : walked;
+      if (body != expected) std::abort();
+    }
   }
 
   const auto texts = kiv::sanitizeDictionary(std::map<std::string, std::string>{

@@ -1,7 +1,7 @@
 // The few Unicode questions the telemetry and token code asks of a text,
-// answered by utf8proc. Texts are UTF-8 byte strings; a byte that does not
-// belong to a well-formed UTF-8 sequence counts as one U+FFFD, the scalar it
-// becomes once the text is repaired.
+// answered by utf8proc, and by simdjson's vectorised validator for whether a
+// text is well-formed (asked of every telemetry text, large ones too). Texts are UTF-8 byte strings; a byte that does
+// not belong to a well-formed UTF-8 sequence counts as one U+FFFD, the scalar it becomes once the text is repaired.
 #pragma once
 
 #include <cstddef>

@@ -72,6 +72,56 @@ TEST(LogSanitizer, DeeplyNestedJsonIsHandledAsPlainText) {
   EXPECT_EQ(truncateBodyText(huge).size(), 65000u);
 }
 
+struct BodyCase {
+  std::string name;
+  std::string body;
+  std::string expected;
+};
+
+void PrintTo(const BodyCase& body, std::ostream* os) { *os << body.name; }
+
+class JsonBodyTest : public ::testing::TestWithParam<BodyCase> {};
+
+TEST_P(JsonBodyTest, BodyComesBackSortedWithTheLastOfRepeatedKeysAndNoRemovedMembers) {
+  EXPECT_EQ(truncateBodyText(GetParam().body), GetParam().expected);
+}
+
+// An object of `count` members "m<i>":i, written last to first.
+std::string reversedMembers(int count) {
+  std::string body = "{";
+  for (int i = count - 1; i >= 0; --i) body += "\"m" + std::to_string(100 + i) + "\":" + std::to_string(i) + ",";
+  body.back() = '}';
+  return body;
+}
+
+std::string sortedMembers(int count) {
+  std::string body = "{";
+  for (int i = 0; i < count; ++i) body += "\"m" + std::to_string(100 + i) + "\":" + std::to_string(i) + ",";
+  body.back() = '}';
+  return body;
+}
+
+const std::string kLongText = repeat("x", 1024);
+INSTANTIATE_TEST_SUITE_P(
+    Bodies, JsonBodyTest,
+    ::testing::Values(
+        BodyCase{"LastRepeatedKeyWins", R"({"b":1,"a":2,"a":{"c":[3]}})", R"({"a":{"c":[3]},"b":1})"},
+        BodyCase{"KeysInByteOrder", "{\"\xC3\xA9\":1,\"z\":2,\"A\":3}", "{\"A\":3,\"z\":2,\"\xC3\xA9\":1}"},
+        BodyCase{"ManyMembers", reversedMembers(40), sortedMembers(40)},
+        BodyCase{"LongTextRemovesEarlierMember", R"({"data":1,"data":")" + kLongText + R"("})", "{}"},
+        BodyCase{"LaterMemberReplacesLongText", R"({"data":")" + kLongText + R"(","data":1})", R"({"data":1})"},
+        BodyCase{"DroppedKeyRemovesEarlierMember", R"({"imgData":1,"k":0,"imgData":{"x":[{"y":1}]}})", R"({"k":0})"},
+        BodyCase{"NestedDroppedContainers", R"([{"a":{"img_data":[{"b":"c"}]},"z":[{"imgPreview":{}}]}])",
+                 R"([{"a":{},"z":[{}]}])"},
+        BodyCase{"InvalidUtf8RepairedThenParsed", "{\"k\xFF\":\"v\xC3\"}", "{\"k\xEF\xBF\xBD\":\"v\xEF\xBF\xBD\"}"},
+        BodyCase{"TextOpeningWithWhiteSpaceIsABody", R"({"a":" {\"b\": [1]} ","c":" x"})",
+                 R"({"a":"{\"b\":[1]}","c":" x"})"},
+        // A dropped value still counts towards the depth bound.
+        BodyCase{"DroppedValueAtTheDepthBound", R"({"imgData":)" + repeat("[", 511) + repeat("]", 511) + "}", "{}"},
+        BodyCase{"DroppedValueBeyondTheDepthBound", R"({"imgData":)" + repeat("[", 512) + repeat("]", 512) + "}",
+                 R"({"imgData":)" + repeat("[", 512) + repeat("]", 512) + "}"}),
+    [](const auto& test) { return test.param.name; });
+
 TEST(LogSanitizer, InvalidUtf8IsRepairedWithinTheBound) {
   EXPECT_EQ(truncateBodyText("ok\xFF"), "ok\xEF\xBF\xBD");
   const std::string cut = truncateBodyText(repeat("\xFF", 30000));
