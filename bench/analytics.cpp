@@ -9,7 +9,6 @@
 // write of the stored queue's bytes with the store's durability (WAL,
 // synchronous=FULL).
 #include <benchmark/benchmark.h>
-#include <curl/curl.h>
 #include <sqlite3.h>
 #include <unistd.h>
 
@@ -19,6 +18,7 @@
 
 #include "kiv/backend.hpp"
 #include "platform/http/scripted_http_session.hpp"
+#include "raw_post.hpp"
 #include "scratch_platform.hpp"
 #include "support/recording_http_server.hpp"
 #include "telemetry/bff_analytics.hpp"
@@ -107,8 +107,6 @@ void BM_EnqueueFailedPost(benchmark::State& state) {
 }
 BENCHMARK(BM_EnqueueFailedPost)->Arg(10)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-std::size_t discardBody(char*, std::size_t size, std::size_t count, void*) { return size * count; }
-
 // The baseline of BM_TrackThroughput: `range(0)` posts of an event body per
 // iteration, one after another over one kept-alive connection, with the
 // headers a track post carries.
@@ -117,28 +115,16 @@ void BM_BaselineRawCurlLoop(benchmark::State& state) {
   kiv::testing::RecordingHttpServer server;
   server.setDefaultAnswer(kiv::testing::Answer::http(204));
   const auto probe = kiv::KivBFFAnalytics::make(configuration(), kiv::KivKeyChainManager::shared());
-  const std::string body = kiv::json::dumpCompact(sampleBody(*probe));
-  const std::string address = server.url("/bff/analytics/track");
-  CURL* easy = curl_easy_init();
-  curl_slist* headers = nullptr;
-  for (const char* line : {"Content-Type: application/json", "Cache-Control: no-cache, no-store, must-revalidate",
-                           "Pragma: no-cache", "Expires: 0", "Authorization: eyJhbGciOiJIUzI1NiJ9.e30.c2ln"}) {
-    headers = curl_slist_append(headers, line);
-  }
-  curl_easy_setopt(easy, CURLOPT_URL, address.c_str());
-  curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headers);
-  curl_easy_setopt(easy, CURLOPT_POSTFIELDS, body.c_str());
-  curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
-  curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &discardBody);
-  curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+  kiv::bench::RawPost post(server.url("/bff/analytics/track"),
+                           {"Content-Type: application/json", "Cache-Control: no-cache, no-store, must-revalidate",
+                            "Pragma: no-cache", "Expires: 0", "Authorization: eyJhbGciOiJIUzI1NiJ9.e30.c2ln"},
+                           kiv::json::dumpCompact(sampleBody(*probe)));
   const auto batch = state.range(0);
   for (auto _ : state) {
     for (std::int64_t i = 0; i < batch; ++i) {
-      if (curl_easy_perform(easy) != CURLE_OK) std::abort();
+      if (post.perform() != 204) std::abort();
     }
   }
-  curl_slist_free_all(headers);
-  curl_easy_cleanup(easy);
   state.SetItemsProcessed(state.iterations() * batch);
   state.counters["connections"] = static_cast<double>(server.connectionsUsed());
 }

@@ -14,7 +14,6 @@
 // the same server. Iteration times are manual: only start to launch counts,
 // not the rest of the attempt or the telemetry it sends.
 #include <benchmark/benchmark.h>
-#include <curl/curl.h>
 
 #include <unistd.h>
 
@@ -30,6 +29,7 @@
 #include "kiv/platform/secure_store.hpp"
 #include "kiv/platform/traffic_counter.hpp"
 #include "platform/secure_store/memory_secure_store.hpp"
+#include "raw_post.hpp"
 #include "sandbox/sandbox_server.hpp"
 
 namespace {
@@ -192,34 +192,17 @@ BENCHMARK(BM_StartToLaunchPrewarmedMemoryStore)->UseManualTime()->Unit(benchmark
 void BM_StartToLaunchColdMemoryStore(benchmark::State& state) { startToLaunch(state, false, Store::memory); }
 BENCHMARK(BM_StartToLaunchColdMemoryStore)->UseManualTime()->Unit(benchmark::kMicrosecond)->Iterations(200);
 
-std::size_t discard(char*, std::size_t size, std::size_t count, void*) { return size * count; }
-
 // The session request of a cold start, made by a raw libcurl loop over one
 // kept-alive connection.
 void BM_BaselineSessionRoundTrip(benchmark::State& state) {
   Host host;
-  const std::string address = host.sessionURL();
-  const std::string authorization = "Authorization: " + host.token();
-  curl_slist* headers = curl_slist_append(nullptr, "Content-Type: application/json");
-  headers = curl_slist_append(headers, authorization.c_str());
-  CURL* easy = curl_easy_init();
-  curl_easy_setopt(easy, CURLOPT_URL, address.c_str());
-  curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headers);
-  curl_easy_setopt(easy, CURLOPT_POSTFIELDS, kSessionBody.data());
-  curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(kSessionBody.size()));
-  curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &discard);
-  curl_easy_setopt(easy, CURLOPT_NOSIGNAL, 1L);
+  kiv::bench::RawPost post(host.sessionURL(), {"Content-Type: application/json", "Authorization: " + host.token()},
+                           std::string(kSessionBody));
   for (auto _ : state) {
     const auto startedAt = Clock::now();
-    long status = 0;
-    if (curl_easy_perform(easy) != CURLE_OK || curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status) != CURLE_OK ||
-        status != 200) {
-      std::abort();
-    }
+    if (post.perform() != 200) std::abort();
     state.SetIterationTime(std::chrono::duration<double>(Clock::now() - startedAt).count());
   }
-  curl_slist_free_all(headers);
-  curl_easy_cleanup(easy);
 }
 BENCHMARK(BM_BaselineSessionRoundTrip)->UseManualTime()->Unit(benchmark::kMicrosecond)->Iterations(200);
 

@@ -16,6 +16,7 @@
 #include "platform/path_monitor/fake_path_monitor.hpp"
 #include "platform/secure_store/memory_secure_store.hpp"
 #include "service/key_chain_manager.hpp"
+#include "support/analytics_configuration.hpp"
 #include "support/child_process.hpp"
 #include "support/programs.hpp"
 #include "support/recording_http_server.hpp"
@@ -48,12 +49,7 @@ class BFFAnalyticsTest : public testing::PlatformTest {
   ~BFFAnalyticsTest() override { resetBackendRootURL(KivEnvironment::dev); }
 
   static KivBFFAnalytics::Configuration configuration(std::string sessionId = "session-A") {
-    return {.sessionId = std::move(sessionId),
-            .stage = KivAnalyticsStage::dev,
-            .clientId = "acme",
-            .mobileToken = "token-1",
-            .personId = "person-1",
-            .sdk = {"KivFaceLivenessLite", "3.2.1"}};
+    return testing::analyticsConfiguration(std::move(sessionId));
   }
   std::shared_ptr<KivBFFAnalytics> configure(KivBFFAnalytics::Configuration c = configuration()) {
     KivBFFAnalytics::configure(std::move(c));

@@ -41,6 +41,7 @@
 #include "kiv/backend.hpp"
 #include "kiv/platform/secure_store.hpp"
 #include "platform/path_monitor/fake_path_monitor.hpp"
+#include "support/analytics_configuration.hpp"
 #include "support/child_process.hpp"
 #include "support/recording_http_server.hpp"
 #include "support/test_platform.hpp"
@@ -130,14 +131,6 @@ class FlappingBackendSlowTest : public testing::PlatformTest {
   }
   ~FlappingBackendSlowTest() override { resetBackendRootURL(KivEnvironment::dev); }
 
-  static KivBFFAnalytics::Configuration configuration(std::string sessionId) {
-    return {.sessionId = std::move(sessionId),
-            .stage = KivAnalyticsStage::dev,
-            .clientId = "acme",
-            .mobileToken = "token-1",
-            .personId = "person-1",
-            .sdk = {"KivFaceLivenessLite", "3.2.1"}};
-  }
   FakePathMonitorFactory& network() { return dynamic_cast<FakePathMonitorFactory&>(*platform()->pathMonitor); }
 
   // Reports a usable path and waits for the flush it starts to end.
@@ -155,7 +148,7 @@ class FlappingBackendSlowTest : public testing::PlatformTest {
 TEST_F(FlappingBackendSlowTest, EveryBodyArrivesExactlyOnceAndQueuedOnesInQueueOrder) {
   const int seconds = flapSeconds();
   network().setStatus(NetworkPathStatus::satisfied);
-  KivBFFAnalytics::configure(configuration("session-flap"));
+  KivBFFAnalytics::configure(testing::analyticsConfiguration("session-flap"));
   const auto client = KivBFFAnalytics::shared();
   ASSERT_TRUE(client);
 
@@ -210,7 +203,7 @@ TEST_F(FlappingBackendSlowTest, EveryBodyArrivesExactlyOnceAndQueuedOnesInQueueO
   }
   const bool retryLimitReached = !client->queuedEvents().empty();
   if (retryLimitReached) {
-    KivBFFAnalytics::configure(configuration("session-next-process"));
+    KivBFFAnalytics::configure(testing::analyticsConfiguration("session-next-process"));
     const auto next = KivBFFAnalytics::shared();
     testPlatform().pool->waitIdle();
     next->flushFinished().wait();
