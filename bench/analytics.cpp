@@ -38,6 +38,20 @@ kiv::KivAnalyticsEvent sdkResult() {
   return kiv::KivAnalyticsEvent::standard(kiv::KivAnalyticsEventName::sdkResult, kiv::KivAnalyticsEventType::sdkStep);
 }
 
+// Every benchmark here reports the same counters (zero where one does not
+// apply): the CSV that scripts/bench reads has one header for all of them.
+struct Counters {
+  std::size_t connections = 0;
+  std::size_t queued = 0;
+  std::size_t storedBytes = 0;
+};
+
+void report(benchmark::State& state, Counters counters) {
+  state.counters["connections"] = static_cast<double>(counters.connections);
+  state.counters["queued"] = static_cast<double>(counters.queued);
+  state.counters["stored_bytes"] = static_cast<double>(counters.storedBytes);
+}
+
 kiv::Json sampleBody(const kiv::KivBFFAnalytics& client) {
   return client.makeBody(
       "sdk_result", kiv::KivAnalyticsEventType::sdkStep,
@@ -63,8 +77,7 @@ void BM_TrackThroughput(benchmark::State& state) {
     for (const auto& done : posted) done.wait();
   }
   state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * batch));
-  state.counters["connections"] = static_cast<double>(server.connectionsUsed());
-  state.counters["queued"] = static_cast<double>(analytics->queuedEvents().size());
+  report(state, {.connections = server.connectionsUsed(), .queued = analytics->queuedEvents().size()});
   kiv::resetBackendRootURL(kiv::KivEnvironment::dev);
 }
 BENCHMARK(BM_TrackThroughput)->Arg(1)->Arg(64)->Unit(benchmark::kMillisecond)->UseRealTime();
@@ -103,7 +116,7 @@ void BM_EnqueueFailedPost(benchmark::State& state) {
     analytics.reset();
     state.ResumeTiming();
   }
-  state.counters["stored_bytes"] = static_cast<double>(stored.size());
+  report(state, {.storedBytes = stored.size()});
 }
 BENCHMARK(BM_EnqueueFailedPost)->Arg(10)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)->UseRealTime();
 
@@ -126,7 +139,7 @@ void BM_BaselineRawCurlLoop(benchmark::State& state) {
     }
   }
   state.SetItemsProcessed(state.iterations() * batch);
-  state.counters["connections"] = static_cast<double>(server.connectionsUsed());
+  report(state, {.connections = server.connectionsUsed()});
 }
 BENCHMARK(BM_BaselineRawCurlLoop)->Arg(64)->Unit(benchmark::kMillisecond)->UseRealTime();
 
@@ -162,7 +175,7 @@ void BM_BaselineSqliteWrite(benchmark::State& state) {
   sqlite3_close(db);
   std::filesystem::remove_all(directory);
   state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(stored.size()));
-  state.counters["stored_bytes"] = static_cast<double>(stored.size());
+  report(state, {.storedBytes = stored.size()});
 }
 BENCHMARK(BM_BaselineSqliteWrite)->Arg(10)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)->UseRealTime();
 
