@@ -35,8 +35,7 @@ INSTANTIATE_TEST_SUITE_P(
                                 "a debugger is attached (TracerPid 4242)"},
                       ParseCase{"LastLineWithoutNewlineAndCarriageReturn", "Name:\tx\nTracerPid: 17\r",
                                 "a debugger is attached (TracerPid 17)"},
-                      ParseCase{"NoSuchLine", "Name:\tkivfll\nPid:\t12\n", {}},
-                      ParseCase{"NotANumber", "TracerPid:\tlots\n", {}}, ParseCase{"Empty", "TracerPid:\n", {}},
+                      ParseCase{"NotANumber", "TracerPid:\tlots\n", {}},
                       ParseCase{"OnlyAtTheStartOfALine", "XTracerPid:\t5\nTracerPid:\t0\n", {}},
                       ParseCase{"Binary", std::string("\0\xff\nTracerPid:\t\xff", 15), {}}),
     byName);
@@ -62,8 +61,6 @@ INSTANTIATE_TEST_SUITE_P(
         ParseCase{"FromMemoryAndDeleted",
                   "7f0c1b000000-7f0c1b100000 r-xp 00000000 00:01 7 /memfd:Frida-Gadget (deleted)",
                   "an instrumentation toolkit is loaded (memfd:Frida-Gadget (deleted))"},
-        ParseCase{"GumJs", "7f0c1b000000-7f0c1b100000 r-xp 00000000 08:01 8 /opt/x/libgum-js-loop.so\n",
-                  "an instrumentation toolkit is loaded (libgum-js-loop.so)"},
         ParseCase{
             "OnlyADirectoryNamedSo", "7f0c1b000000-7f0c1b100000 r-xp 00000000 08:01 8 /home/frida/lib/libz.so\n", {}},
         ParseCase{"ShortAndOddLines", "frida\n1 2 3 4 frida\n\n\n   \n", {}},
@@ -123,23 +120,18 @@ class IntegrityMonitorTest : public testing::ManualPoolPlatformTest {
   std::function<void()> onReport;
 };
 
+// One monitor is stopped from inside its report (which must not block), the
+// other never is: each reports once and leaves no timer behind.
 TEST_F(IntegrityMonitorTest, RechecksEveryTwoSecondsOffTheMainThreadAndReportsOnce) {
-  std::shared_ptr<DeviceIntegrityMonitor> monitor;
-  onReport = [&] { monitor->stop(); };  // stopping from inside the report must not block
-  monitor = integrity.startMonitor(recorder());
+  std::shared_ptr<DeviceIntegrityMonitor> stopped;
+  onReport = [&] { stopped->stop(); };
+  stopped = integrity.startMonitor(recorder());
+  const auto kept = integrity.startMonitor(recorder());
   loop().advance(3.9);
   dir.write("TracerPid:\t77\n", "");
   loop().advance(0.1);  // the check at 4 s finds it
   loop().advance(10);
-  EXPECT_EQ(reports, std::vector<std::string>{"4 a debugger is attached (TracerPid 77)"});
-  EXPECT_EQ(loop().pendingDelayedCount(), 0u);
-}
-
-TEST_F(IntegrityMonitorTest, OneReportEvenWhenNotStopped) {
-  auto monitor = integrity.startMonitor(recorder());
-  dir.write("TracerPid:\t77\n", "");
-  loop().advance(10);
-  EXPECT_EQ(reports, std::vector<std::string>{"2 a debugger is attached (TracerPid 77)"});
+  EXPECT_EQ(reports, std::vector<std::string>(2, "4 a debugger is attached (TracerPid 77)"));
   EXPECT_EQ(loop().pendingDelayedCount(), 0u);
 }
 

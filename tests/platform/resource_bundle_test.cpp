@@ -43,11 +43,6 @@ TEST_F(ResourceBundleTest, FindsFilesByNameAndExtensionInsideItsDirectoryOnly) {
   EXPECT_EQ(bundle->path("../outside", "txt"), std::nullopt);
   EXPECT_EQ(bundle->path((dir_.parent_path() / "outside").string(), "txt"), std::nullopt);
   EXPECT_EQ(bundle->data("missing", "png"), std::nullopt);
-}
-
-TEST(SdkResourceBundle, ShipsTheSpinnerUnderItsIdentifier) {
-  EXPECT_EQ(ResourceBundle::sdk()->identifier(), "com.kiv.KivFaceLivenessLite");
-  EXPECT_TRUE(ResourceBundle::sdk()->path("loading_spinner_1", "webp"));
   EXPECT_EQ(ResourceBundle::make("/nonexistent")->identifier(), std::nullopt);
 }
 

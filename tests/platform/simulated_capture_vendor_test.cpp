@@ -83,18 +83,6 @@ class VendorFixture : public testing::PlatformTest {
   }
   bool saw(const std::string& event) { return std::ranges::count(events(), event) > 0; }
 
-  // Runs the capture until the vendor asks to take its screen down, moving
-  // the clock a quarter second at a time while it pauses.
-  void playToEnd() {
-    auto ended = [&] {
-      auto seen = events();
-      return !seen.empty() && seen.back().ends_with("dismiss");
-    };
-    while (!ended()) {
-      ASSERT_TRUE(loop().runUntil([&] { return ended() || loop().pendingDelayedCount() > 0; }));
-      if (!ended()) loop().advance(0.25);
-    }
-  }
   // Lets everything in flight land once nothing new can start.
   void drain() {
     testPlatform().pool->waitIdle();
@@ -115,82 +103,32 @@ class SimulatedVendorTest : public VendorFixture {
   SimulatedVendorTest() : VendorFixture(testing::TestPlatform::Pool::threads) {}
 };
 
-struct PlayCase {
-  std::string name;
-  std::string script;
-  Events events;
-};
-void PrintTo(const PlayCase& c, std::ostream* os) { *os << c.name; }
-
-class PlayTest : public SimulatedVendorTest, public ::testing::WithParamInterface<PlayCase> {};
-
-TEST_P(PlayTest, ShowsTheScreenPlaysTheScriptInOrderAndTakesTheScreenDown) {
-  play(GetParam().script);
-  launch();  // the capture runs on although its handle is dropped
-  playToEnd();
-  EXPECT_EQ(events(), GetParam().events);
-  EXPECT_EQ(host_->presentedViewController(), nullptr);
-  auto launches = vendor().launches();
-  ASSERT_EQ(launches.size(), 1u);
-  EXPECT_EQ(launches[0].streamingURL, "wss://eu/ws");
-  EXPECT_EQ(launches[0].token, "token-1");
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Scripts, PlayTest,
-    ::testing::Values(PlayCase{"FailureAfterTwoSeconds",
-                               "connected; wait 2; failure eyes_closed",
-                               {"0 present", "0 connected (shown)", "2 failure eyes_closed (shown)", "2 dismiss"}},
-                      PlayCase{
-                          "PausesAddUp",
-                          "wait 0.5; connecting; connected; processing 0.5; wait 1; processing 1; success",
-                          {"0 present", "0.5 connecting (shown)", "0.5 connected (shown)", "0.5 processing (shown)",
-                           "1.5 processing (shown)", "1.5 success (shown)", "1.5 dismiss"}},
-                      PlayCase{"ErrorAtOnce", "error notSupported", {"0 present", "0 error - (shown)", "0 dismiss"}}),
-    [](const auto& testInfo) { return testInfo.param.name; });
-
-TEST_F(SimulatedVendorTest, CancelDuringAPauseEndsTheCaptureSilently) {
-  play("connected; wait 2; success");
-  auto session = launch();
-  ASSERT_TRUE(loop().runUntil([&] { return saw("0 connected (shown)"); }));
-  session.cancel();
-  session.cancel();
-  EXPECT_EQ(loop().pendingDelayedCount(), 0u);
-  loop().advance(5);
-  drain();
-  EXPECT_EQ(events(), (Events{"0 present", "0 connected (shown)", "0 dismiss"}));
-  EXPECT_EQ(host_->presentedViewController(), nullptr);
-}
-
 class CancelFromAnotherThread : public SimulatedVendorTest, public ::testing::WithParamInterface<std::string> {};
 
 // Whichever thread statuses are delivered on, none follows a cancel() made
-// on a third thread.
+// on a third thread, and the capture leaves neither its screen nor a timer.
 TEST_P(CancelFromAnotherThread, StopsDeliveriesAtOnce) {
   play(GetParam() + "connected; processing 0.25; processing 0.5; processing 0.75; success");
   std::atomic<bool> cancelled{false};
   onStatus_ = [&](const Status& status) { EXPECT_FALSE(cancelled) << status.name() << " after cancel()"; };
   auto session = launch();
   ASSERT_TRUE(loop().runUntil([&] { return saw("0 connected (shown)") || saw("0 connected (off main)"); }));
-  std::jthread([session] { session.cancel(); }).join();
+  std::jthread([session] {
+    session.cancel();
+    session.cancel();
+  }).join();
   cancelled = true;
+  drain();
+  EXPECT_EQ(loop().pendingDelayedCount(), 0u);
+  loop().advance(5);
   drain();
   EXPECT_EQ(events().back(), "0 dismiss");
   EXPECT_EQ(std::ranges::count(events(), "0 dismiss"), 1);
+  EXPECT_EQ(host_->presentedViewController(), nullptr);
 }
 
 INSTANTIATE_TEST_SUITE_P(Delivery, CancelFromAnotherThread, ::testing::Values("", "deliver vendor; "),
                          [](const auto& testInfo) { return testInfo.param.empty() ? "OnMain" : "OnTheVendorThread"; });
-
-TEST_F(SimulatedVendorTest, CancelInsideTheFinalStatusAsksForOneDismissal) {
-  Session session = launch();
-  onStatus_ = [&](const Status& status) {
-    if (status.isFinal()) session.cancel();
-  };
-  playToEnd();
-  drain();
-  EXPECT_EQ(events(), (Events{"0 present", "0 connected (shown)", "0 success (shown)", "0 dismiss"}));
-}
 
 TEST_F(SimulatedVendorTest, WithTheDelegateGoneTheVendorTakesItsScreenDownItself) {
   play("connected; wait 1; success");
@@ -211,78 +149,98 @@ TEST_F(SimulatedVendorTest, WithoutAVendorTheCaptureEndsAsNotSupported) {
   EXPECT_EQ(events(), Events{"0 error No capture vendor is installed"});
 }
 
-// Scripts of vendors that do what a real one may: call back on their own
-// thread, inside launch(), after the final status or after cancel(), and
-// dismiss early or never. On the manual pool each plays one way only.
-struct MisbehaviourCase {
+// On the manual pool each script plays one way only. Besides plain scripts,
+// vendors that do what a real one may: call back on their own thread, inside
+// launch(), after the final status or after cancel(), and dismiss early or
+// never.
+class ManualVendorTest : public VendorFixture {
+ protected:
+  ManualVendorTest() : VendorFixture(testing::TestPlatform::Pool::manual) {}
+};
+
+TEST_F(ManualVendorTest, CancelInsideTheFinalStatusAsksForOneDismissal) {
+  Session session = launch();
+  onStatus_ = [&](const Status& status) {
+    if (status.isFinal()) session.cancel();
+  };
+  loop().advance(10);
+  EXPECT_EQ(events(), (Events{"0 present", "0 connected (shown)", "0 success (shown)", "0 dismiss"}));
+}
+
+struct ScriptCase {
   std::string name;
   std::string script;
   std::optional<double> cancelAt;
   Events events;
 };
-void PrintTo(const MisbehaviourCase& c, std::ostream* os) { *os << c.name; }
+void PrintTo(const ScriptCase& c, std::ostream* os) { *os << c.name; }
 
-class MisbehaviourTest : public VendorFixture, public ::testing::WithParamInterface<MisbehaviourCase> {
- protected:
-  MisbehaviourTest() : VendorFixture(testing::TestPlatform::Pool::manual) {}
-};
+class ScriptTest : public ManualVendorTest, public ::testing::WithParamInterface<ScriptCase> {};
 
-TEST_P(MisbehaviourTest, PlaysWhatTheScriptSays) {
+TEST_P(ScriptTest, PlaysWhatTheScriptSays) {
   play(GetParam().script);
   Session session = launch();
   note("launch returned");
-  double elapsed = 0;
-  if (auto at = GetParam().cancelAt) {
-    loop().advance(*at);
-    elapsed = *at;
+  const double cancelAt = GetParam().cancelAt.value_or(0);
+  if (GetParam().cancelAt) {
+    loop().advance(cancelAt);
     session.cancel();
   }
-  loop().advance(10 - elapsed);
+  session = {};  // the capture runs on without its handle
+  loop().advance(10 - cancelAt);
   note("end");
   EXPECT_EQ(events(), GetParam().events);
+  const auto launches = vendor().launches();
+  ASSERT_EQ(launches.size(), 1u);
+  EXPECT_EQ(launches[0].streamingURL, "wss://eu/ws");
+  EXPECT_EQ(launches[0].token, "token-1");
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Scripts, MisbehaviourTest,
+    Scripts, ScriptTest,
     ::testing::Values(
-        MisbehaviourCase{"StatusesOnTheVendorThread",
-                         "deliver vendor; connected; wait 1; failure eyes_closed",
-                         std::nullopt,
-                         {"0 launch returned", "0 present", "0 connected (off main)",
-                          "1 failure eyes_closed (off main)", "1 dismiss", "10 end"}},
-        MisbehaviourCase{
-            "BackToTheMainQueue",
-            "deliver vendor; connected; deliver main; success",
+        ScriptCase{"FailureAfterTwoSeconds",
+                   "connected; wait 2; failure eyes_closed",
+                   std::nullopt,
+                   {"0 launch returned", "0 present", "0 connected (shown)", "2 failure eyes_closed (shown)",
+                    "2 dismiss", "10 end"}},
+        ScriptCase{
+            "PausesAddUp",
+            "wait 0.5; connecting; connected; processing 0.5; wait 1; processing 1; success",
             std::nullopt,
-            {"0 launch returned", "0 present", "0 connected (off main)", "0 success (shown)", "0 dismiss", "10 end"}},
-        MisbehaviourCase{"DismissalBeforeALateFinalStatus",
-                         "connected; dismiss; wait 4; success",
-                         std::nullopt,
-                         {"0 launch returned", "0 present", "0 connected (shown)", "0 dismiss", "4 success", "10 end"}},
-        MisbehaviourCase{
-            "NeverDismisses",
-            "connected; failure; nodismiss",
-            std::nullopt,
-            {"0 launch returned", "0 present", "0 connected (shown)", "0 failure (shown)", "10 end (shown)"}},
-        MisbehaviourCase{
+            {"0 launch returned", "0 present", "0.5 connecting (shown)", "0.5 connected (shown)",
+             "0.5 processing (shown)", "1.5 processing (shown)", "1.5 success (shown)", "1.5 dismiss", "10 end"}},
+        ScriptCase{"StatusesOnTheVendorThread",
+                   "deliver vendor; connected; wait 1; failure eyes_closed",
+                   std::nullopt,
+                   {"0 launch returned", "0 present", "0 connected (off main)", "1 failure eyes_closed (off main)",
+                    "1 dismiss", "10 end"}},
+        ScriptCase{"DismissalBeforeALateFinalStatus",
+                   "connected; dismiss; wait 4; success",
+                   std::nullopt,
+                   {"0 launch returned", "0 present", "0 connected (shown)", "0 dismiss", "4 success", "10 end"}},
+        ScriptCase{"NeverDismisses",
+                   "connected; failure; nodismiss",
+                   std::nullopt,
+                   {"0 launch returned", "0 present", "0 connected (shown)", "0 failure (shown)", "10 end (shown)"}},
+        ScriptCase{
             "ALateErrorAfterSuccess",
             "success; then wait 1; then error network \"late\"",
             std::nullopt,
             {"0 launch returned", "0 present", "0 success (shown)", "1 error late (shown)", "1 dismiss", "10 end"}},
-        MisbehaviourCase{"AStatusInsideLaunch",
-                         "sync connecting; connected; success",
-                         std::nullopt,
-                         {"0 connecting", "0 launch returned", "0 present", "0 connected (shown)", "0 success (shown)",
-                          "0 dismiss", "10 end"}},
-        MisbehaviourCase{"AFinalStatusInsideLaunchShowsNothing",
-                         "sync error captureAlreadyActive",
-                         std::nullopt,
-                         {"0 error -", "0 launch returned", "10 end"}},
-        MisbehaviourCase{
-            "AForcedStatusAfterCancel",
-            "connected; wait 5; processing 0.5; force canceled integration; then success",
-            1.0,
-            {"0 launch returned", "0 present", "0 connected (shown)", "1 dismiss", "1 canceled", "10 end"}}),
+        ScriptCase{"AStatusInsideLaunch",
+                   "sync connecting; connected; success",
+                   std::nullopt,
+                   {"0 connecting", "0 launch returned", "0 present", "0 connected (shown)", "0 success (shown)",
+                    "0 dismiss", "10 end"}},
+        ScriptCase{"AFinalStatusInsideLaunchShowsNothing",
+                   "sync error captureAlreadyActive",
+                   std::nullopt,
+                   {"0 error -", "0 launch returned", "10 end"}},
+        ScriptCase{"AForcedStatusAfterCancel",
+                   "connected; wait 5; processing 0.5; force canceled integration; then success",
+                   1.0,
+                   {"0 launch returned", "0 present", "0 connected (shown)", "1 dismiss", "1 canceled", "10 end"}}),
     [](const auto& testInfo) { return testInfo.param.name; });
 
 }  // namespace

@@ -103,44 +103,30 @@ class BundleTest : public ::testing::Test {
   const ResourceBundleRef bundle_ = ResourceBundle::make(dir_.path(), "com.example.host");
 };
 
-TEST_F(BundleTest, SequenceLoadsNumberedFramesInOrderOrReversed) {
-  for (int k = 1; k <= 4; ++k) writeGif("loading_" + std::to_string(k) + ".gif", static_cast<std::uint8_t>(k));
-  const auto forward = framedImageSequence("loading", 3, false, "gif", *bundle_);
-  ASSERT_TRUE(forward);
-  EXPECT_EQ(paletteIndices(*forward), (std::vector<int>{1, 2, 3}));
-  const auto backward = framedImageSequence("loading", 3, true, "gif", *bundle_);
-  ASSERT_TRUE(backward);
-  EXPECT_EQ(paletteIndices(*backward), (std::vector<int>{3, 2, 1}));
-}
+// Frames are the first image of each numbered file: WebP, PNG, JPEG or the
+// first frame of a GIF, told apart by content rather than by extension.
+TEST_F(BundleTest, SequenceLoadsNumberedStillFramesInOrderOrReversed) {
+  for (int k = 1; k <= 4; ++k) writeGif("loading_" + std::to_string(k) + ".gif", static_cast<std::uint8_t>(k), k);
+  EXPECT_EQ(paletteIndices(framedImageSequence("loading", 3, false, "gif", *bundle_).value()),
+            (std::vector<int>{1, 2, 3}));
+  const auto backward = framedImageSequence("loading", 3, true, "gif", *bundle_).value();
+  EXPECT_EQ(paletteIndices(backward), (std::vector<int>{3, 2, 1}));
+  EXPECT_FALSE(backward.front()->isAnimated());
 
-TEST_F(BundleTest, SequenceFramesAreWebPsOrTheFirstFrameOfGifs) {
   writeWebP("frames/spin_1.webp", 5);
   writeWebP("frames/spin_2.webp", 6);
-  const auto webp = framedImageSequence("frames/spin", 2, false, "webp", *bundle_);
-  ASSERT_TRUE(webp);
-  EXPECT_EQ(paletteIndices(*webp), (std::vector<int>{5, 6}));
+  EXPECT_EQ(paletteIndices(framedImageSequence("frames/spin", 2, false, "webp", *bundle_).value()),
+            (std::vector<int>{5, 6}));
 
-  writeGif("blink_1.gif", 7, 3);
-  const auto gif = framedImageSequence("blink", 1, false, "gif", *bundle_);
-  ASSERT_TRUE(gif);
-  EXPECT_FALSE(gif->front()->isAnimated());
-  EXPECT_EQ(paletteIndices(*gif), (std::vector<int>{7}));
-}
-
-TEST_F(BundleTest, SequenceFramesArePngsAndJpegsWhateverTheirExtension) {
   write("walk_1.png", encodePng(4));
   write("walk_2.png", encodePng(6));
-  write("walk_3.png", encodeJpeg(2));  // the content decides, not the name
-  const auto walk = framedImageSequence("walk", 3, true, "png", *bundle_);
-  ASSERT_TRUE(walk);
-  ASSERT_EQ(walk->size(), 3u);
-  EXPECT_EQ(paletteIndices({(*walk)[1], (*walk)[2]}), (std::vector<int>{6, 4}));
-  const auto jpeg = walk->front()->rgba();  // lossy: blue, near enough
+  write("walk_3.png", encodeJpeg(2));
+  const auto walk = framedImageSequence("walk", 3, true, "png", *bundle_).value();
+  ASSERT_EQ(walk.size(), 3u);
+  EXPECT_EQ(paletteIndices({walk[1], walk[2]}), (std::vector<int>{6, 4}));
+  const auto jpeg = walk.front()->rgba();  // lossy: blue, near enough
   ASSERT_EQ(jpeg.size(), 16u);
-  EXPECT_LT(jpeg[0], 8);
-  EXPECT_LT(jpeg[1], 8);
-  EXPECT_GT(jpeg[2], 247);
-  EXPECT_EQ(jpeg[3], 255);
+  EXPECT_TRUE(jpeg[0] < 8 && jpeg[1] < 8 && jpeg[2] > 247 && jpeg[3] == 255);
 }
 
 // Damaged or hostile still files decode as nothing (and, under the
@@ -250,12 +236,10 @@ TEST_F(GifOverlayViewTest, ClearOverlayKeepsAnAspectFitImageViewCentredAt100Poin
   const auto overlay = KivGifOverlayView::make(Rect::make(0, 0, 300, 500));
   ASSERT_TRUE(overlay->view()->backgroundColor());
   EXPECT_EQ(*overlay->view()->backgroundColor(), *Color::clear());
-  EXPECT_EQ(overlay->view()->subviews(), std::vector<std::shared_ptr<View>>{overlay->imageView()});
   EXPECT_EQ(overlay->imageView()->contentMode(), ContentMode::scaleAspectFit);
   EXPECT_EQ(overlay->imageView()->frame(), Rect::make(100, 200, 100, 100));
   overlay->view()->setFrame(Rect::make(0, 0, 200, 200));
   EXPECT_EQ(overlay->imageView()->frame(), Rect::make(50, 50, 100, 100));
-  EXPECT_FALSE(overlay->completion());
 }
 
 }  // namespace
