@@ -8,6 +8,7 @@
 
 #include "kiv/platform/camera_authorization.hpp"
 #include "kiv/platform/notification_center.hpp"
+#include "support/child_process.hpp"
 #include "support/test_platform.hpp"
 
 namespace kiv {
@@ -15,9 +16,6 @@ namespace {
 
 class CameraAuthorizationTest : public testing::PlatformTest {
  protected:
-  CameraAuthorizationTest() { std::filesystem::create_directories(devices); }
-  ~CameraAuthorizationTest() override { std::filesystem::remove_all(devices); }
-
   // Whether a request was granted, and whether the answer came off the
   // calling thread.
   static std::pair<bool, bool> request(CameraAuthorization& camera) {
@@ -27,9 +25,8 @@ class CameraAuthorizationTest : public testing::PlatformTest {
     return answered.get_future().get();
   }
 
-  std::filesystem::path devices = std::filesystem::temp_directory_path() /
-                                  ("kiv-camera-" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) +
-                                   "-" + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+  testing::TemporaryDirectory scratch;
+  const std::filesystem::path& devices = scratch.path();
 };
 
 TEST_F(CameraAuthorizationTest, LinuxStatusFollowsTheVideoDevices) {

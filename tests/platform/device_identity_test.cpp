@@ -18,10 +18,10 @@ TEST(OsRelease, ReadsVariablesAsAShellWould) {
       "lower=ignored\n"
       "NO_EQUALS\n");
   EXPECT_EQ(variables, (decltype(variables){{"PRETTY_NAME", "Debian GNU/Linux 12 (bookworm)"},
-                                             {"NAME", "Debian GNU/Linux"},
-                                             {"VERSION_ID", "12"},
-                                             {"ID", "debian"},
-                                             {"QUOTED", "say \"hi\" \\ $HOME"}}));
+                                            {"NAME", "Debian GNU/Linux"},
+                                            {"VERSION_ID", "12"},
+                                            {"ID", "debian"},
+                                            {"QUOTED", "say \"hi\" \\ $HOME"}}));
 }
 
 struct LocaleCase {
@@ -39,9 +39,9 @@ TEST_P(LocaleNameTest, GivesLanguageAndRegion) {
 
 INSTANTIATE_TEST_SUITE_P(Names, LocaleNameTest,
                          ::testing::Values(LocaleCase{"en_GB.UTF-8", "en", "GB"},
-                                           LocaleCase{"de_CH.UTF-8@euro", "de", "CH"},
-                                           LocaleCase{"fr", "fr", {}}, LocaleCase{"pt_", "pt", {}},
-                                           LocaleCase{"C.UTF-8", {}, {}}, LocaleCase{"POSIX", {}, {}}));
+                                           LocaleCase{"de_CH.UTF-8@euro", "de", "CH"}, LocaleCase{"fr", "fr", {}},
+                                           LocaleCase{"pt_", "pt", {}}, LocaleCase{"C.UTF-8", {}, {}},
+                                           LocaleCase{"POSIX", {}, {}}));
 
 TEST(LinuxDeviceIdentity, ReportsTheMachineAndTheKernelsMajorVersion) {
   struct utsname names {};

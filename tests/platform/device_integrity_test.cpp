@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/integrity/linux_device_integrity.hpp"
+#include "support/child_process.hpp"
 #include "support/test_platform.hpp"
 
 namespace kiv {
@@ -69,24 +70,13 @@ INSTANTIATE_TEST_SUITE_P(
     byName);
 
 // A process directory the test writes: status and maps as the kernel would.
-class ProcessDirectory {
+class ProcessDirectory : public testing::TemporaryDirectory {
  public:
-  ProcessDirectory()
-      : path_(std::filesystem::temp_directory_path() /
-              ("kiv_integrity_" + std::to_string(::getpid()) + "_" +
-               ::testing::UnitTest::GetInstance()->current_test_info()->name())) {
-    std::filesystem::create_directories(path_);
-    write("TracerPid:\t0\n", "");
-  }
-  ~ProcessDirectory() { std::filesystem::remove_all(path_); }
+  ProcessDirectory() { write("TracerPid:\t0\n", ""); }
   void write(const std::string& status, const std::string& maps) {
-    std::ofstream(path_ / "status") << status;
-    std::ofstream(path_ / "maps") << maps;
+    std::ofstream(path() / "status") << status;
+    std::ofstream(path() / "maps") << maps;
   }
-  const std::filesystem::path& path() const { return path_; }
-
- private:
-  std::filesystem::path path_;
 };
 
 TEST(LinuxDeviceIntegrity, ChecksTheFilesOfItsProcessDirectory) {

@@ -120,20 +120,5 @@ TEST_F(ManualMainLoopTest, ManualPoolTasksJoinTheLoopInOrderAndRunAsOffMain) {
   EXPECT_EQ(ran.back(), "e main");
 }
 
-TEST_F(ManualMainLoopTest, ManualPoolWaitIdleOffTheLoopThreadWaitsForTheLoop) {
-  auto shared = std::make_shared<ManualMainLoop>(clock);
-  ManualTaskPool pool(shared);
-  bool ranTask = false;
-  pool.post([&] { ranTask = true; });
-  std::atomic<bool> waited{false};
-  std::jthread other([&] {
-    pool.waitIdle();
-    waited = true;
-    shared->post([] {});  // wakes the loop's runUntil below
-  });
-  EXPECT_TRUE(shared->runUntil([&] { return waited.load(); }));
-  EXPECT_TRUE(ranTask);
-}
-
 }  // namespace
 }  // namespace kiv

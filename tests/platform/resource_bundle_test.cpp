@@ -8,8 +8,6 @@
 #include <cstdlib>
 #include <string>
 
-#include <unistd.h>
-
 #include "platform/resources/library_location.hpp"
 #include "support/child_process.hpp"
 
@@ -22,12 +20,11 @@ class ResourceBundleTest : public ::testing::Test {
     std::filesystem::create_directories(dir_ / "frames");
     std::ofstream(dir_ / "frames" / "loading_1.png") << "one";
     std::ofstream(dir_ / "README") << "plain";
-    std::ofstream(dir_.parent_path() / "outside.txt") << "secret";
+    std::ofstream(scratch_.path() / "outside.txt") << "secret";
   }
-  ~ResourceBundleTest() override { std::filesystem::remove_all(dir_.parent_path()); }
 
-  std::filesystem::path dir_ =
-      std::filesystem::temp_directory_path() / ("kiv_bundle_" + std::to_string(::getpid())) / "bundle";
+  testing::TemporaryDirectory scratch_;
+  std::filesystem::path dir_ = scratch_.path() / "bundle";
 };
 
 TEST_F(ResourceBundleTest, FindsFilesByNameAndExtensionInsideItsDirectoryOnly) {
