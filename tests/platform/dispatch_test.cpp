@@ -49,6 +49,7 @@ TEST_F(ManualMainLoopTest, DelayedTasksRunInTimeOrderAtTheirDueTimeUnlessCancell
   EXPECT_EQ(ran, (std::vector<std::string>{"1@10", "1 again@10"}));
   loop.advance(4.0);
   EXPECT_EQ(ran, (std::vector<std::string>{"1@10", "1 again@10", "1.5@15", "2@20", "posted by 2@20"}));
+  EXPECT_EQ(secondsBetween(start, clock->now()), 5.0);
   EXPECT_EQ(loop.pendingDelayedCount(), 0u);
 }
 

@@ -63,6 +63,9 @@ TEST_F(SandboxServerTest, SessionHasEveryFieldAndASignedResponseTheKeyVerifies) 
   EXPECT_EQ(minted.user->personId, "p-1");
   EXPECT_EQ(minted.supplier->type, "iproov");
   EXPECT_FALSE(minted.supplier->token.value_or("").empty());
+  EXPECT_TRUE(minted.user->userId && minted.supplier->settings && minted.supplier->settings->filter &&
+              minted.remainingAttempts);
+  EXPECT_EQ(minted.hasFingerprint, false);
   EXPECT_EQ(minted.sdk, (SessionSdk{"3.2.1", "iOS"}));
   EXPECT_TRUE(minted.createdAt && minted.expiredAt && *minted.createdAt < *minted.expiredAt);
 
@@ -72,6 +75,7 @@ TEST_F(SandboxServerTest, SessionHasEveryFieldAndASignedResponseTheKeyVerifies) 
   EXPECT_EQ(parsed.value("sessionId", ""), *minted.id);
   EXPECT_EQ(parsed.value("livenessAttemptId", ""), *minted.livenessAttemptId);
   EXPECT_EQ(parsed.value("personId", ""), "p-1");
+  EXPECT_TRUE(parsed.contains("iat") && parsed.at("iat").is_number_integer());
   EXPECT_NE(session("p-1").id, minted.id);
   EXPECT_EQ(post(kSessionsTarget, sessionBody("p-1"), false)->status, 401);
 }
@@ -155,7 +159,7 @@ TEST_F(SandboxServerTest, RequestsAreRecordedAndServedBackByPath) {
 
   const auto list = json::parse(client().Get("/_sandbox/requests?path=bff/sessions")->body).value_or(Json());
   ASSERT_TRUE(list.is_array() && list.size() == 1u) << list.dump();
-  Json recorded = list[0];
+  Json recorded = list.at(0);
   EXPECT_TRUE(recorded.at("receivedAt").get<std::string>().ends_with("Z"));
   EXPECT_EQ(recorded.at("headers").at("Authorization"), token);
   for (const char* key : {"id", "receivedAt", "headers", "outcome"}) recorded.erase(key);
