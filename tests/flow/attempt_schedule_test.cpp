@@ -100,22 +100,11 @@ class CountingStore final : public SecureItemStore {
 };
 
 Status randomStatus(std::mt19937_64& random) {
-  switch (random() % 7) {
-    case 0:
-      return Status::connected{};
-    case 1:
-      return Status::processing{0.5, "Processing"};
-    case 2:
-      return Status::success{};
-    case 3:
-      return Status::failure{FailureResult{{{"eyes_closed", "Eyes closed"}}}};
-    case 4:
-      return Status::canceled{};
-    case 5:
-      return Status::error{IProovError(IProovError::Code::network)};
-    default:
-      return Status::connecting{};
-  }
+  const Status statuses[] = {Status::connected{}, Status::processing{0.5, "Processing"},
+                             Status::success{},   Status::failure{FailureResult{{{"eyes_closed", "Eyes closed"}}}},
+                             Status::canceled{},  Status::error{IProovError(IProovError::Code::network)},
+                             Status::connecting{}};
+  return statuses[random() % 7];
 }
 
 std::uint64_t envNumber(const char* name, std::uint64_t fallback) {

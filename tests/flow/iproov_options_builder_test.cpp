@@ -111,7 +111,6 @@ auto byName = [](const auto& testInfo) { return testInfo.param.name; };
 const BuildCase kFilters[] = {{"None", none, none, {}},
                               {"NaturalInAnyCase", "NaTuRaL", none, {{"filter", "natural clean"}}},
                               {"LineDrawingInUpperCase", "LINEDRAWING", none, {{"filter", kLines}}},
-                              {"AnotherWord", "blur", none, {}},
                               {"Padded", " natural", none, {}}};
 INSTANTIATE_TEST_SUITE_P(Filters, OptionsBuilderTest, ::testing::ValuesIn(kFilters), byName);
 

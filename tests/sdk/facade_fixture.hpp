@@ -1,6 +1,6 @@
 // A facade over the manual loop, with the backend (sessions, transactions,
 // analytics) played by a recording server, the simulated capture vendor, and
-// a delegate that logs its calls into a log that outlives it.
+// a recording delegate whose log outlives it.
 #pragma once
 
 #include <memory>
@@ -15,6 +15,7 @@
 #include "sdk/face_liveness_lite_sdk_impl.hpp"
 #include "sdk/state_manager.hpp"
 #include "service/key_chain_manager.hpp"
+#include "support/recording_delegate.hpp"
 #include "support/recording_http_server.hpp"
 #include "support/test_platform.hpp"
 #include "telemetry/bff_analytics.hpp"
@@ -34,27 +35,6 @@ struct CaseName {
   std::string operator()(const ::testing::TestParamInfo<P>& param) const {
     return param.param.name;
   }
-};
-
-class LoggingDelegate final : public KivFaceLivenessLiteDelegate {
- public:
-  explicit LoggingDelegate(std::shared_ptr<CallLog> log) : log_(std::move(log)) {}
-  void didFinishWithSuccess(const KivFaceLivenessLiteResult& result) override {
-    log_->push_back("success " + result.signedResponse().value_or(""));
-  }
-  void didFinishWithFailure(KivFailureType type, const std::optional<std::string>&,
-                            const std::optional<std::string>&) override {
-    log_->push_back("failure " + std::string(rawValue(type)));
-  }
-  void didFinishWithError(KivErrorType type, const std::string& description) override {
-    log_->push_back("error " + std::string(rawValue(type)) + ": " + description);
-  }
-  void cancelled() override { log_->push_back("cancelled"); }
-  void loading() override { log_->push_back("loading"); }
-  void loaded() override { log_->push_back("loaded"); }
-
- private:
-  std::shared_ptr<CallLog> log_;
 };
 
 class FacadeTest : public PlatformTest {
@@ -115,8 +95,8 @@ class FacadeTest : public PlatformTest {
   static std::string sessionIdOf(const Json& body) { return body["properties"].value("sessionId", ""); }
 
   RecordingHttpServer server;
-  std::shared_ptr<CallLog> log = std::make_shared<CallLog>();
-  std::shared_ptr<LoggingDelegate> delegate = std::make_shared<LoggingDelegate>(log);
+  std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
+  std::shared_ptr<const CallLog> log = delegate->log();
   std::shared_ptr<KivFaceLivenessLiteSDK> sdk = KivFaceLivenessLiteSDK::make();
 };
 

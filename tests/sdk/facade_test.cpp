@@ -20,7 +20,7 @@ TEST_F(FacadeTest, StartBeforeSetupReportsAtOnceOnlyToADelegate) {
 
   sdk->prewarm();
   start();
-  EXPECT_EQ(*log, CallLog{"error invalidOptionsException: setup(mobileToken:personId:) must be called before "
+  EXPECT_EQ(*log, CallLog{"error invalidOptionsException setup(mobileToken:personId:) must be called before "
                           "startSDK(viewController:)"});  // before startSDK returned
   EXPECT_EQ(consoleLines(), std::vector<std::string>{kPrewarmBeforeSetupLine});
   EXPECT_FALSE(running());
@@ -81,7 +81,7 @@ TEST_P(CameraTest, RunWaitsForTheAnswerAndEndsOnARefusal) {
 
   EXPECT_EQ(camera().requestCount(), c.answer ? 1u : 0u);
   EXPECT_EQ(sessionRequests(), c.runs ? 1u : 0u);
-  EXPECT_EQ(log->at(log->size() - 2), c.runs ? kSuccess : "error cameraPermission: Camera permission denied");
+  EXPECT_EQ(log->at(log->size() - 2), c.runs ? kSuccess : "error cameraPermission Camera permission denied");
   std::vector<std::string> results;
   for (const auto& body : events("camera_permission")) results.push_back(body["properties"].value("result", ""));
   std::ranges::sort(results);  // detached posts arrive in any order

@@ -7,7 +7,6 @@
 #include <thread>
 #include <vector>
 
-#include "sdk/current_environment.hpp"
 #include "sdk/seconds_text.hpp"
 #include "sdk/state_manager.hpp"
 #include "sdk/timer.hpp"
@@ -86,12 +85,6 @@ TEST_F(RunGuardTest, TimerIsSafeFromManyThreads) {
       }
     });
   }
-}
-
-TEST_F(RunGuardTest, CurrentEnvironmentIsProdUntilSet) {
-  EXPECT_EQ(currentEnvironment(), KivEnvironment::prod);
-  setCurrentEnvironment(KivEnvironment::dev);
-  EXPECT_EQ(currentEnvironment(), KivEnvironment::dev);
 }
 
 // Python's repr() of doubles: the shortest text that parses back, ".0" on

@@ -1,27 +1,18 @@
 #include "service/jwt_decoder.hpp"
 
 #include <gtest/gtest.h>
-#include <sodium.h>
 
 #include <string>
 #include <vector>
 
+#include "support/mobile_token.hpp"
 #include "support/test_platform.hpp"
 
 namespace kiv {
 namespace {
 
-std::string base64Url(std::string_view bytes) {
-  std::string out(sodium_base64_encoded_len(bytes.size(), sodium_base64_VARIANT_URLSAFE_NO_PADDING), '\0');
-  sodium_bin2base64(out.data(), out.size(), reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(),
-                    sodium_base64_VARIANT_URLSAFE_NO_PADDING);
-  out.resize(out.size() - 1);  // the terminating NUL
-  return out;
-}
-
-std::string token(std::string_view payload) {
-  return base64Url(R"({"alg":"HS256"})") + "." + base64Url(payload) + ".c2ln";
-}
+using testing::base64Url;
+std::string token(std::string_view payload) { return testing::mobileToken(payload); }
 
 class JWTDecoderTest : public testing::PlatformTest {};
 

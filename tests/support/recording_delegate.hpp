@@ -6,6 +6,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -31,7 +32,10 @@ class RecordingDelegate final : public KivFaceLivenessLiteDelegate {
   void loading() override { note("loading", false); }
   void loaded() override { note("loaded", false); }
 
-  const std::vector<std::string>& calls() const { return calls_; }
+  const std::vector<std::string>& calls() const { return *calls_; }
+  // The same lines, for a test that keeps reading them after letting go of
+  // the delegate.
+  std::shared_ptr<const std::vector<std::string>> log() const { return calls_; }
   int terminalCalls() const { return terminalCalls_; }
   bool ended() const { return terminalCalls_ > 0; }
   // Called with each line as it is written (after it is recorded).
@@ -39,12 +43,12 @@ class RecordingDelegate final : public KivFaceLivenessLiteDelegate {
 
  private:
   void note(std::string line, bool terminal) {
-    calls_.push_back(line);
+    calls_->push_back(line);
     if (terminal) ++terminalCalls_;
     if (onCall) onCall(line);
   }
 
-  std::vector<std::string> calls_;
+  std::shared_ptr<std::vector<std::string>> calls_ = std::make_shared<std::vector<std::string>>();
   int terminalCalls_ = 0;
 };
 

@@ -119,4 +119,8 @@ ChildEnd RunningChild::wait(double boundSeconds) {
   return end;
 }
 
+ChildEnd runToEnd(const std::string& program, const std::vector<std::string>& arguments, double boundSeconds) {
+  return RunningChild(program, arguments).wait(boundSeconds);
+}
+
 }  // namespace kiv::testing

@@ -1,12 +1,10 @@
 #include <gtest/gtest.h>
 
-#include <map>
 #include <string>
 #include <vector>
 
 #include "support/wire_values.hpp"
 #include "telemetry/analytics_error.hpp"
-#include "telemetry/analytics_event.hpp"
 #include "telemetry/analytics_vocabulary.hpp"
 
 namespace kiv {
@@ -37,32 +35,10 @@ TEST(AnalyticsVocabulary, WireValuesAreExactAndInDeclarationOrder) {
             "sdk_background"));
 }
 
-TEST(AnalyticsEvent, FixedEventsCarryTheirNameAndType) {
-  std::map<std::string, std::string> namesByType;
-  for (auto fixed : allCases<KivAnalyticsFixedEvent>()) {
-    const KivAnalyticsEvent event = fixed;
-    auto& names = namesByType[std::string(rawValue(event.type()))];
-    names += (names.empty() ? "" : " ") + event.name();
-  }
-  const std::map<std::string, std::string> expected{
-      {"identify", "identify"},
-      {"crash", "crash"},
-      {"user_interaction",
-       "start_sdk first_open capture_screen_opened document_back_capture_started document_front_capture_started "
-       "preview_screen_opened preview_accepted preview_screen_retry_clicked"},
-      {"sdk_step",
-       "document_captured_validated document_validated document_capture_completed capture_finished "
-       "permission_requested permission_granted permission_denied"},
-      {"api_call", "upload_route_called validation_route_called attestation_route_called"},
-      {"sdk_error", "sdk_error internal_error no_connection"}};
-  EXPECT_EQ(namesByType, expected);
-}
-
 TEST(AnalyticsError, DescriptionsAreTheTextsShown) {
   const std::vector<std::pair<KivAnalyticsError, std::string>> cases{
       {KivAnalyticsError::network(500, "oops"), "Network error (status: 500) body: oops"},
       {KivAnalyticsError::network(429, std::nullopt), "Network error (status: 429) body: <nil>"},
-      {KivAnalyticsError::network(300, ""), "Network error (status: 300) body: "},
       {KivAnalyticsError::unknown("boom"), "boom"},
       {KivAnalyticsError::notInitialized(), "KIV Analytics is not initialized."},
       {KivAnalyticsError::invalidURL(), "Invalid URL."},

@@ -64,13 +64,9 @@ int flapSeconds() {
 }
 
 std::optional<std::string> seqOf(const Json& body) {
-  const auto properties = body.find("properties");
-  if (properties == body.end() || !properties->is_object()) return std::nullopt;
-  const auto params = properties->find("requestParams");
-  if (params == properties->end() || !params->is_object()) return std::nullopt;
-  const auto seq = params->find(kSeqKey);
-  if (seq == params->end() || !seq->is_string()) return std::nullopt;
-  return seq->get<std::string>();
+  const Json::json_pointer at(std::string("/properties/requestParams/") + kSeqKey);
+  if (!body.contains(at) || !body.at(at).is_string()) return std::nullopt;
+  return body.at(at).get<std::string>();
 }
 
 // The real store, noting the order in which bodies enter the offline queue:
