@@ -122,7 +122,8 @@ class Host {
   std::string sessionURL() const { return sandbox_->rootURL() + "bff/sessions?asyncAttempt=true"; }
 
   // One attempt; returns start to launch. With `prewarm` the session is
-  // fetched, and every request of that settled, before the start.
+  // fetched before the start. Either way what setup set going (and the
+  // prewarm) settles first: a host sets up well before a person taps start.
   Clock::duration attempt(bool prewarm) {
     auto delegate = std::make_shared<FinishSignal>();
     std::shared_ptr<kiv::KivFaceLivenessLiteSDK> sdk;
@@ -132,7 +133,7 @@ class Host {
       sdk->setup(token_, std::string(kPersonId), std::nullopt, nullptr, std::nullopt, kiv::KivEnvironment::dev, false);
       if (prewarm) sdk->prewarm();
     });
-    if (prewarm) settle();
+    settle();
     Clock::time_point startedAt;
     onMain([&] {
       startedAt = Clock::now();

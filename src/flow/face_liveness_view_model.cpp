@@ -92,11 +92,15 @@ KivFaceLivenessLiteViewModel::~KivFaceLivenessLiteViewModel() {
 bool KivFaceLivenessLiteViewModel::storeCredentials(const std::string& mobileToken, const std::string& personId) {
   KIV_ASSERT_MAIN_THREAD();
   mobileToken_ = mobileToken;
-  clearCredentials();
   try {
     auto keychain = KivKeyChainManager::shared();
-    keychain->save(kKivSDKService, kMobileTokenKey, asBytes(mobileToken), /*update=*/true);
-    keychain->save(kKivSDKService, kPersonIdKey, asBytes(personId), /*update=*/true);
+    // One synced commit instead of four: this is on the way to the capture.
+    const bool committed = keychain->writeTogether([&] {
+      clearCredentials();
+      keychain->save(kKivSDKService, kMobileTokenKey, asBytes(mobileToken), /*update=*/true);
+      keychain->save(kKivSDKService, kPersonIdKey, asBytes(personId), /*update=*/true);
+    });
+    if (!committed) throw KeychainError::unknown(SecureStoreStatus::ioError);
   } catch (const std::exception&) {
     finishWithError(KivErrorType::unsupportedDevice, std::string(kKeyChainErrorDescription));
     return false;

@@ -56,6 +56,15 @@ std::optional<std::string> KivKeyChainManager::readString(std::string_view servi
   return decodeUtf8Lossy(*data);
 }
 
+bool KivKeyChainManager::writeTogether(const std::function<void()>& operations) {
+  const auto items = store();
+  if (!items) {
+    operations();  // each save reports the missing store itself
+    return true;
+  }
+  return items->writeTogether(operations);
+}
+
 void KivKeyChainManager::deleteItem(std::string_view key) {
   const auto items = store();
   if (!items) return;

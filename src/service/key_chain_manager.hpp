@@ -13,6 +13,7 @@
 
 #include <cstdint>
 #include <exception>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -76,6 +77,14 @@ class KeyChainManagerProtocol {
   // Removes the item `key` under every service. Silent, whatever happens.
   // (The system calls this operation `delete`, a reserved word here.)
   virtual void deleteItem(std::string_view key) = 0;
+
+  // Runs `operations` (calls of this manager, on this thread) with their
+  // writes committed together, as SecureItemStore::writeTogether says.
+  // False when they could not be committed.
+  virtual bool writeTogether(const std::function<void()>& operations) {
+    operations();
+    return true;
+  }
 };
 
 // The protocol over the installed platform's secure item store. Stateless:
@@ -91,6 +100,7 @@ class KivKeyChainManager final : public KeyChainManagerProtocol {
   std::optional<Bytes> readData(std::string_view service, std::string_view key) override;
   std::optional<std::string> readString(std::string_view service, std::string_view key) override;
   void deleteItem(std::string_view key) override;
+  bool writeTogether(const std::function<void()>& operations) override;
 };
 
 }  // namespace kiv

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <functional>
+#include <stdexcept>
 #include <future>
 #include <thread>
 
@@ -161,6 +162,35 @@ TEST_F(SqliteSecureStoreTest, AValueThatNoLongerOpensReadsAsAbsent) {
     EXPECT_FALSE(copy.data);
   }
   EXPECT_EQ(read(*store, "svc", "fresh"), bytesOf("new key"));  // a new key seals and opens as before
+}
+
+TEST_F(SqliteSecureStoreTest, WritesMadeTogetherAreSeenByOthersOnlyWhenAllAreCommitted) {
+  auto other = makeLinuxSecureStore(directory);
+  ASSERT_EQ(store->add("svc", "old", bytesOf("gone soon")), Status::success);
+  const bool committed = store->writeTogether([&] {
+    EXPECT_EQ(store->deleteAccount("old"), Status::success);
+    EXPECT_EQ(store->add("svc", "a", bytesOf("1")), Status::success);
+    EXPECT_EQ(store->add("svc", "a", bytesOf("again")), Status::duplicateItem);  // answers as it would alone
+    EXPECT_EQ(store->update("svc", "a", bytesOf("2")), Status::success);
+    EXPECT_EQ(read(*store, "svc", "a"), bytesOf("2"));
+    EXPECT_TRUE(store->writeTogether([&] { EXPECT_EQ(store->add("svc", "b", bytesOf("3")), Status::success); }));
+    // Another connection still sees the store as it was.
+    EXPECT_EQ(read(*other, "svc", "old"), bytesOf("gone soon"));
+    EXPECT_FALSE(read(*other, "svc", "a"));
+    EXPECT_FALSE(read(*other, "svc", "b"));
+  });
+  EXPECT_TRUE(committed);
+  EXPECT_FALSE(read(*other, "svc", "old"));
+  EXPECT_EQ(read(*other, "svc", "a"), bytesOf("2"));
+  EXPECT_EQ(read(*other, "svc", "b"), bytesOf("3"));
+
+  EXPECT_THROW(store->writeTogether([&] {
+    store->add("svc", "before", bytesOf("kept"));
+    throw std::runtime_error("a save failed");
+  }),
+               std::runtime_error);
+  EXPECT_EQ(read(*other, "svc", "before"), bytesOf("kept"));
+  EXPECT_EQ(other->add("svc", "after", bytesOf("v")), Status::success);  // the store is free again
 }
 
 TEST_F(SqliteSecureStoreTest, NothingIsWrittenBeforeFirstUseAndThenOnlyForTheUser) {

@@ -18,6 +18,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -76,6 +77,18 @@ class SecureItemStore {
   // Deletes every item whose account is `account`, whatever its service.
   // itemNotFound when there was none.
   virtual std::int32_t deleteAccount(std::string_view account) = 0;
+
+  // Runs `operations` (calls of this store's own operations, on this thread)
+  // so that their writes reach the disk together: one synced commit instead
+  // of one each. Other callers wait until it returns. Each operation answers
+  // as it would alone. False when the writes could not be committed, and
+  // then what they wrote may be lost. An exception from `operations` passes
+  // through once what ran before it is committed. A store without such a
+  // commit runs the operations one by one.
+  virtual bool writeTogether(const std::function<void()>& operations) {
+    operations();
+    return true;
+  }
 };
 
 // The Linux store: one SQLite database per user with every value sealed

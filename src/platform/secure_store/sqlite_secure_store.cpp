@@ -90,6 +90,10 @@ std::int32_t SqliteSecureStore::deleteAccount(std::string_view account) {
   return status;
 }
 
+bool SqliteSecureStore::writeTogether(const std::function<void()>& operations) {
+  return database_->runTogether(operations);
+}
+
 std::shared_ptr<SecureItemStore> makeLinuxSecureStore(std::optional<std::filesystem::path> directory) {
   return std::make_shared<SqliteSecureStore>(std::make_shared<StoreDatabase>(std::move(directory)));
 }

@@ -181,6 +181,32 @@ bool StoreDatabase::run(const Work& work) {
   return true;
 }
 
+bool StoreDatabase::runTogether(const std::function<void()>& operations) {
+  std::lock_guard lock(mutex_);
+  if (inTransaction_ || (db_ == nullptr && !openLocked()) || !execute(db_, "BEGIN IMMEDIATE")) {
+    operations();
+    return true;
+  }
+  inTransaction_ = true;
+  try {
+    operations();
+  } catch (...) {
+    finishTransactionLocked();
+    throw;
+  }
+  return finishTransactionLocked();
+}
+
+bool StoreDatabase::finishTransactionLocked() {
+  inTransaction_ = false;
+  // SQLite ends a transaction by itself on some failures (a full disk, an
+  // I/O error); what the operations wrote before that is gone.
+  if (sqlite3_get_autocommit(db_) != 0) return false;
+  if (execute(db_, "COMMIT")) return true;
+  execute(db_, "ROLLBACK");
+  return false;
+}
+
 bool StoreDatabase::openLocked() {
   if (sodium_init() < 0) return false;
   const auto directory = directory_ ? directory_ : defaultStoreDirectory();

@@ -49,11 +49,20 @@ class StoreDatabase {
   // calling `work`, when the store cannot be opened.
   bool run(const Work& work);
 
+  // Runs `operations`, whose run() calls on this thread share one
+  // transaction, and commits it. False when the commit failed (nothing is
+  // promised). Nested, or with the store unusable, the operations run alone.
+  bool runTogether(const std::function<void()>& operations);
+
  private:
   bool openLocked();
   void closeLocked();
 
-  std::mutex mutex_;
+  bool finishTransactionLocked();
+
+  // Recursive: the operations of runTogether() call run() under it.
+  std::recursive_mutex mutex_;
+  bool inTransaction_ = false;
   const std::optional<std::filesystem::path> directory_;
   sqlite3* db_ = nullptr;
   std::optional<ItemKey> key_;
