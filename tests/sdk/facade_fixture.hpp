@@ -7,13 +7,12 @@
 #include <string>
 #include <vector>
 
+#include "base/state_manager.hpp"
 #include "kiv/backend.hpp"
 #include "kiv/face_liveness_lite_sdk.hpp"
 #include "kiv/platform/capture/simulated_capture_vendor.hpp"
 #include "kiv/platform/ui/view_toolkit.hpp"
 #include "platform/camera/fake_camera_authorization.hpp"
-#include "sdk/face_liveness_lite_sdk_impl.hpp"
-#include "base/state_manager.hpp"
 #include "service/key_chain_manager.hpp"
 #include "support/recording_delegate.hpp"
 #include "support/recording_http_server.hpp"
@@ -57,7 +56,6 @@ class FacadeTest : public PlatformTest {
   }
   void start() { sdk->startSDK(platform()->ui->makeViewController()); }
 
-  KivFaceLivenessLiteSDK::Impl& facade() { return sdk->impl(); }
   static FakeCameraAuthorization& camera() { return static_cast<FakeCameraAuthorization&>(*platform()->camera); }
   static SimulatedCaptureVendor& vendor() { return static_cast<SimulatedCaptureVendor&>(*platform()->capture); }
   static bool running() { return KivSDKStateManager::shared().isRunning(); }
@@ -66,11 +64,6 @@ class FacadeTest : public PlatformTest {
   }
   std::size_t sessionRequests() const { return server.requests("/bff/sessions").size(); }
 
-  // Runs the loop until the prewarm fetch has completed.
-  void settlePrewarm() {
-    ASSERT_TRUE(loop().runUntil([&] { return !facade().inFlightPrewarm; }));
-    settleAnalytics();
-  }
   // Runs the loop until the run has ended, then lets analytics posts land.
   void finishRun() {
     ASSERT_TRUE(loop().runUntil([&] { return !running(); }));

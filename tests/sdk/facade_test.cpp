@@ -1,9 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <thread>
 
-#include "kiv/platform/user_defaults.hpp"
 #include "base/current_environment.hpp"
+#include "kiv/platform/user_defaults.hpp"
 #include "sdk/facade_fixture.hpp"
 
 namespace kiv::testing {
@@ -32,14 +33,13 @@ TEST_F(FacadeTest, StartBeforeSetupReportsAtOnceOnlyToADelegate) {
 TEST_F(FacadeTest, SecondStartPrintsALineAndLeavesTheRunAlone) {
   setup("person-1", KivEnvironment::dev, /*loading=*/false);
   start();
-  const auto model = facade().viewModel;
   start();
 
-  EXPECT_EQ(facade().viewModel, model);
   EXPECT_EQ(std::ranges::count(consoleLines(), kAlreadyStartedLine), 1);
   finishRun();
   EXPECT_EQ(*log, (CallLog{"loading", "loaded", kSuccess, "loaded"}));
   EXPECT_EQ(sessionRequests(), 1u);
+  EXPECT_EQ(vendor().launches().size(), 1u);
 
   const auto starts = events("start_sdk");
   ASSERT_EQ(starts.size(), 1u);
@@ -70,7 +70,6 @@ TEST_P(CameraTest, RunWaitsForTheAnswerAndEndsOnARefusal) {
   setup();
   start();
   loop().runUntilIdle();
-  ASSERT_TRUE(facade().viewModel);
 
   if (c.answer) {
     EXPECT_TRUE(running());
@@ -104,38 +103,35 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(FacadeTest, AnalyticsSessionsFollowSetupsAndStarts) {
   setup();
   sdk->prewarm();
-  settlePrewarm();
   setup();
   setup("person-1", KivEnvironment::dev, /*loading=*/false);
   camera().setStatus(CameraAuthorizationStatus::notDetermined);
   start();
   loop().runUntilIdle();
-  const auto first = facade().analyticsSessionId;
-  setup("person-2");  // during the run
-  EXPECT_EQ(facade().analyticsSessionId, first);
+  setup("person-2");  // during the run: the prewarm is no longer the run's
   EXPECT_EQ(currentEnvironment(), KivEnvironment::dev);
   camera().answer(true);
   finishRun();
 
   setup("person-2");  // the same values, but the session was used
-  const auto second = facade().analyticsSessionId;
   start();
   finishRun();
   setup("person-2", KivEnvironment::beta);
   EXPECT_EQ(currentEnvironment(), KivEnvironment::beta);
-  const auto third = facade().analyticsSessionId;
-  EXPECT_EQ(KivBFFAnalytics::shared()->sessionId(), third);
+  const auto third = KivBFFAnalytics::shared()->sessionId();
 
-  ASSERT_TRUE(first && second && third);
-  EXPECT_NE(*first, *second);
-  EXPECT_NE(*second, *third);
   std::vector<std::string> starts;
   std::vector<bool> firstOpens;
   for (const auto& body : events("start_sdk")) {
     starts.push_back(sessionIdOf(body));
     firstOpens.push_back(body["properties"]["requestParams"].value("firstOpen", false));
   }
-  EXPECT_EQ(starts, (std::vector<std::string>{*first, *second}));
+  ASSERT_EQ(starts.size(), 2u);
+  const auto& first = starts[0];
+  const auto& second = starts[1];
+  EXPECT_NE(first, second);
+  EXPECT_NE(second, third);
+  EXPECT_NE(first, third);
   EXPECT_EQ(firstOpens, (std::vector<bool>{true, false}));
   EXPECT_EQ(platform()->defaults->string("install_guid"), first);
   std::vector<std::string> fetches;  // the prewarm's and each run's, in no set order
@@ -144,13 +140,52 @@ TEST_F(FacadeTest, AnalyticsSessionsFollowSetupsAndStarts) {
       fetches.push_back(sessionIdOf(body));
     }
   }
-  EXPECT_EQ(std::ranges::count(fetches, *first), 2);
-  EXPECT_EQ(std::ranges::count(fetches, *second), 1);
+  EXPECT_EQ(std::ranges::count(fetches, first), 2);
+  EXPECT_EQ(std::ranges::count(fetches, second), 1);
   std::vector<std::string> permissions;  // requested and granted, then granted
   for (const auto& body : events("camera_permission")) permissions.push_back(sessionIdOf(body));
-  EXPECT_EQ(std::ranges::count(permissions, *first), 2);
-  EXPECT_EQ(std::ranges::count(permissions, *second), 1);
+  EXPECT_EQ(std::ranges::count(permissions, first), 2);
+  EXPECT_EQ(std::ranges::count(permissions, second), 1);
 }
+
+// A prewarm (asked for from any thread, as often as the host likes) fetches
+// once; a run that starts during the fetch waits for it, unless the host set
+// up other credentials meanwhile.
+struct PrewarmCase {
+  const char* name;
+  std::string personAtStart;
+  std::size_t sessionRequests;
+  bool usedPrewarm;
+};
+
+class PrewarmTest : public FacadeTest, public ::testing::WithParamInterface<PrewarmCase> {};
+
+TEST_P(PrewarmTest, RunStartingDuringTheFetchWaitsForItsSession) {
+  const auto& c = GetParam();
+  setup();
+  server.holdAnswers();
+  sdk->prewarm();
+  std::thread([&] { sdk->prewarm(); }).join();  // queued to the main loop
+  sdk->prewarm();
+  loop().runUntilIdle();
+  ASSERT_TRUE(server.waitForRequests(1));
+  setup(c.personAtStart);
+  start();
+  loop().runUntilIdle();
+  server.releaseAnswers();
+  finishRun();
+
+  EXPECT_EQ(sessionRequests(), c.sessionRequests);
+  EXPECT_EQ(*log, (CallLog{"loading", "loaded", kSuccess, "loaded"}));
+  const auto starts = events("start_sdk");
+  ASSERT_EQ(starts.size(), 1u);
+  EXPECT_EQ(starts[0]["properties"]["requestParams"]["usedPrewarm"], c.usedPrewarm);
+}
+
+INSTANTIATE_TEST_SUITE_P(Setups, PrewarmTest,
+                         ::testing::Values(PrewarmCase{"SameCredentials", "person-1", 1, true},
+                                           PrewarmCase{"OtherPerson", "person-2", 2, false}),
+                         CaseName());
 
 struct ReleaseCase {
   const char* name;
