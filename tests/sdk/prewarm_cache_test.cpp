@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -30,21 +31,21 @@ class HeldService final : public KivServiceProtocol {
 };
 
 class PrewarmCacheTest : public PlatformTest {
- protected:
+ public:
   PrewarmCacheTest() { cache->setIdentity(kAlice); }
 
   void prewarm() {
     cache->prewarm([this] { return service; });
   }
-  // Answers the oldest fetch (from the network's thread, as it were) and
+  // Answers the oldest fetch (as the network would, from any thread) and
   // lets its completion reach the main thread.
   void answer(bool succeeded = true) {
     ASSERT_FALSE(service->pending.empty());
     auto completion = std::move(service->pending.front());
     service->pending.erase(service->pending.begin());
+    SessionResponse session;
+    session.id = "s-1";
     if (succeeded) {
-      SessionResponse session;
-      session.id = "s-1";
       completion(session);
     } else {
       completion(std::unexpected(APIServiceError(APIServiceError::httpError{500, "down"})));
@@ -55,7 +56,7 @@ class PrewarmCacheTest : public PlatformTest {
     platform()->notifications->post(kApplicationDidEnterBackgroundNotification);
     loop().runUntilIdle();
   }
-  // The id of the session a run would be handed ready, or "none"/"pending".
+  // What a run starting now is handed: the session's id, "pending" or "none".
   std::string taken() {
     const auto state = cache->take();
     if (const auto* ready = state.as<PrewarmState::ready>()) return ready->response.id.value_or("?");
@@ -64,123 +65,84 @@ class PrewarmCacheTest : public PlatformTest {
   static bool credentialsStored() {
     return KivKeyChainManager::shared()->readString(kKivSDKService, kMobileTokenKey).has_value();
   }
+  static void beginRun() { ASSERT_TRUE(KivSDKStateManager::shared().beginRun()); }
+  void age(double seconds) { clock().advance(seconds); }
 
   std::shared_ptr<HeldService> service = std::make_shared<HeldService>();
   std::shared_ptr<PrewarmCache> cache = PrewarmCache::make();
 };
 
-TEST_F(PrewarmCacheTest, FetchesOnceForTheIdentityWithTheCredentialsStored) {
+TEST_F(PrewarmCacheTest, FetchesOnlyWhenNothingUsableIsUnderWayOrKept) {
   prewarm();
   prewarm();  // under way
   ASSERT_EQ(service->requests.size(), 1u);
   EXPECT_EQ(service->requests[0].baseURL, backendRootURL(KivEnvironment::dev));
   EXPECT_EQ(service->requests[0].sessionBodyRequest.personId, "alice");
   EXPECT_EQ(KivKeyChainManager::shared()->readString(kKivSDKService, kPersonIdKey), "alice");
-  EXPECT_TRUE(cache->hasUsable());
-
   answer();
   prewarm();  // a fresh session is kept
-  EXPECT_EQ(service->requests.size(), 1u);
   clock().advance(PrewarmCache::kFreshnessSeconds);
-  prewarm();  // a stale one is fetched again
+  prewarm();  // a stale one is not
+  EXPECT_EQ(service->requests.size(), 2u);
+  answer();
+  clock().advance(PrewarmCache::kFreshnessSeconds);
+  beginRun();
+  prewarm();  // nor during a run
   EXPECT_EQ(service->requests.size(), 2u);
 }
 
-struct AgeCase {
-  double age;
-  bool handedOver;
-};
-
-class PrewarmAgeTest : public PrewarmCacheTest, public ::testing::WithParamInterface<AgeCase> {};
-
-TEST_P(PrewarmAgeTest, KeptSessionIsHandedOverOnlyWhileFresh) {
-  prewarm();
-  answer();
-  clock().advance(GetParam().age);
-  EXPECT_EQ(cache->hasUsable(), GetParam().handedOver);
-  EXPECT_EQ(taken(), GetParam().handedOver ? "s-1" : "none");
-  EXPECT_EQ(taken(), "none");  // handed over once
-}
-
-INSTANTIATE_TEST_SUITE_P(Ages, PrewarmAgeTest,
-                         ::testing::Values(AgeCase{0.0, true}, AgeCase{89.9, true}, AgeCase{90.0, false},
-                                           AgeCase{-1.0, false}));
-
-// What becomes of a prewarm when something happens during its fetch or after
-// it: kept for the next run, or dropped with the stored credentials.
-enum class Event { nothing, sameIdentity, otherPerson, otherEnvironment, background, runStarts };
-
+// What becomes of a prewarm when something happens during its fetch or
+// after it: kept for the next run while fresh (0 <= age < 90 s), or dropped,
+// with the stored credentials unless a run uses them.
 struct DropCase {
   const char* name;
-  Event event;
   bool duringFetch;  // else once the session is kept
+  std::function<void(PrewarmCacheTest&)> event;
+  bool succeeded;
   bool kept;
   bool credentialsStay;
 };
 
-class PrewarmDropTest : public PrewarmCacheTest, public ::testing::WithParamInterface<DropCase> {
- protected:
-  void happen(Event event) {
-    switch (event) {
-      case Event::nothing:
-        break;
-      case Event::sameIdentity:
-        cache->setIdentity(kAlice);
-        break;
-      case Event::otherPerson:
-        cache->setIdentity({kAlice.mobileToken, "bob", kAlice.environment});
-        break;
-      case Event::otherEnvironment:
-        cache->setIdentity({kAlice.mobileToken, kAlice.personId, KivEnvironment::beta});
-        break;
-      case Event::background:
-        enterBackground();
-        break;
-      case Event::runStarts:
-        ASSERT_TRUE(KivSDKStateManager::shared().beginRun());
-        break;
-    }
-  }
-};
+class PrewarmDropTest : public PrewarmCacheTest, public ::testing::WithParamInterface<DropCase> {};
 
 TEST_P(PrewarmDropTest, OnlyTheSameIdentityInTheForegroundKeepsTheSession) {
   const auto& c = GetParam();
   prewarm();
-  if (c.duringFetch) happen(c.event);
-  answer();
-  if (!c.duringFetch) happen(c.event);
-
+  if (c.duringFetch) c.event(*this);
+  answer(c.succeeded);
+  if (!c.duringFetch) c.event(*this);
   EXPECT_EQ(credentialsStored(), c.credentialsStay);
+  EXPECT_EQ(cache->hasUsable(), c.kept);
   EXPECT_EQ(taken(), c.kept ? "s-1" : "none");
+  EXPECT_EQ(taken(), "none");  // handed over once
 }
+
+const auto kNothing = [](PrewarmCacheTest&) {};
+const auto kSameIdentity = [](PrewarmCacheTest& t) { t.cache->setIdentity(kAlice); };
+const auto kOtherPerson = [](PrewarmCacheTest& t) { t.cache->setIdentity({"token-a", "bob", KivEnvironment::dev}); };
+const auto kOtherEnvironment = [](PrewarmCacheTest& t) {
+  t.cache->setIdentity({"token-a", "alice", KivEnvironment::beta});
+};
+const auto kBackground = [](PrewarmCacheTest& t) { t.enterBackground(); };
+const auto kRunStarts = [](PrewarmCacheTest&) { PrewarmCacheTest::beginRun(); };
+const auto after = [](double seconds) { return [seconds](PrewarmCacheTest& t) { t.age(seconds); }; };
 
 INSTANTIATE_TEST_SUITE_P(
     Events, PrewarmDropTest,
-    ::testing::Values(DropCase{"Nothing", Event::nothing, false, true, true},
-                      DropCase{"SameIdentity", Event::sameIdentity, false, true, true},
-                      DropCase{"SameIdentityDuringTheFetch", Event::sameIdentity, true, true, true},
-                      DropCase{"OtherPerson", Event::otherPerson, false, false, false},
-                      DropCase{"OtherPersonDuringTheFetch", Event::otherPerson, true, false, false},
-                      DropCase{"OtherEnvironmentDuringTheFetch", Event::otherEnvironment, true, false, false},
-                      DropCase{"Background", Event::background, false, false, false},
-                      DropCase{"BackgroundDuringTheFetch", Event::background, true, false, false},
+    ::testing::Values(DropCase{"SameIdentity", false, kSameIdentity, true, true, true},
+                      DropCase{"AlmostStale", false, after(89.9), true, true, true},
+                      DropCase{"Stale", false, after(90.0), true, false, true},
+                      DropCase{"ClockTurnedBack", false, after(-1.0), true, false, true},
+                      DropCase{"SameIdentityDuringTheFetch", true, kSameIdentity, true, true, true},
+                      DropCase{"FailedFetch", true, kNothing, false, false, false},
+                      DropCase{"OtherPerson", false, kOtherPerson, true, false, false},
+                      DropCase{"OtherPersonDuringTheFetch", true, kOtherPerson, true, false, false},
+                      DropCase{"OtherEnvironmentDuringTheFetch", true, kOtherEnvironment, true, false, false},
+                      DropCase{"Background", false, kBackground, true, false, false},
+                      DropCase{"BackgroundDuringTheFetch", true, kBackground, true, false, false},
                       // The run reads the stored credentials; it deletes them itself.
-                      DropCase{"RunStartedDuringTheFetch", Event::runStarts, true, false, true}),
+                      DropCase{"RunStartedDuringTheFetch", true, kRunStarts, true, false, true}),
     [](const auto& testInfo) { return std::string(testInfo.param.name); });
-
-TEST_F(PrewarmCacheTest, FailedFetchKeepsNothing) {
-  prewarm();
-  answer(/*succeeded=*/false);
-  EXPECT_FALSE(credentialsStored());
-  EXPECT_EQ(taken(), "none");
-}
-
-TEST_F(PrewarmCacheTest, NoFetchStartsDuringARun) {
-  ASSERT_TRUE(KivSDKStateManager::shared().beginRun());
-  prewarm();
-  EXPECT_TRUE(service->requests.empty());
-  EXPECT_FALSE(cache->hasUsable());
-}
 
 // A run that starts during the fetch waits for it and is answered exactly
 // once: with the session, or with none when the fetch keeps nothing.
@@ -196,7 +158,7 @@ class PrewarmWaitTest : public PrewarmCacheTest, public ::testing::WithParamInte
 TEST_P(PrewarmWaitTest, WaitingRunIsAnsweredOnce) {
   const auto& c = GetParam();
   prewarm();
-  ASSERT_TRUE(KivSDKStateManager::shared().beginRun());
+  beginRun();
   auto state = cache->take();
   const auto* pending = state.as<PrewarmState::pending>();
   ASSERT_TRUE(pending);
