@@ -259,7 +259,7 @@ void Facade::logCameraPermission(KivAnalyticsResult result) const {
   if (!analytics_) return;
   platform()->taskPool->post([client = analytics_, result] {
     client->track(KivAnalyticsEvent::standard(KivAnalyticsEventName::cameraPermission, KivAnalyticsEventType::sdkStep),
-                  KivBFFAnalytics::TextParams{{"result", std::string(rawValue(result))}});
+                  KivBFFAnalytics::TextParams{resultParameter(result)});
   });
 }
 
