@@ -23,7 +23,7 @@ namespace {
 
 KivViewWidget* asViewWidget(GtkWidget* widget) {
   return G_TYPE_CHECK_INSTANCE_TYPE(widget, kiv_view_widget_get_type()) ? reinterpret_cast<KivViewWidget*>(widget)
-                                                                         : nullptr;
+                                                                        : nullptr;
 }
 
 void viewWidgetMeasure(GtkWidget*, GtkOrientation, int, int* minimum, int* natural, int* minimumBaseline,

@@ -33,7 +33,7 @@ class AnimationClock {
   const bool frozen_;
 };
 
-// The clock of the installed GTK toolkit (a running one under another).
+// The clock of the installed GTK toolkit; null under another toolkit.
 std::shared_ptr<const AnimationClock> animationClock();
 
 // What a KivViewWidget asks of whoever it draws.

@@ -184,7 +184,7 @@ std::shared_ptr<ViewToolkit> makeGtkViewToolkit(bool frozenAnimations) {
 
 std::shared_ptr<const AnimationClock> animationClock() {
   auto* toolkit = dynamic_cast<GtkViewToolkit*>(platform()->ui.get());
-  return toolkit ? toolkit->clock() : std::make_shared<AnimationClock>(false);
+  return toolkit ? toolkit->clock() : nullptr;
 }
 
 std::shared_ptr<ViewController> makeWindowController(GtkWindow* window) {
