@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <fstream>
 #include <functional>
-#include <stdexcept>
 #include <future>
+#include <stdexcept>
 #include <thread>
 
 #include "kiv/platform/secure_store.hpp"
@@ -167,18 +167,20 @@ TEST_F(SqliteSecureStoreTest, AValueThatNoLongerOpensReadsAsAbsent) {
 TEST_F(SqliteSecureStoreTest, WritesMadeTogetherAreSeenByOthersOnlyWhenAllAreCommitted) {
   auto other = makeLinuxSecureStore(directory);
   ASSERT_EQ(store->add("svc", "old", bytesOf("gone soon")), Status::success);
-  const bool committed = store->writeTogether([&] {
-    EXPECT_EQ(store->deleteAccount("old"), Status::success);
-    EXPECT_EQ(store->add("svc", "a", bytesOf("1")), Status::success);
-    EXPECT_EQ(store->add("svc", "a", bytesOf("again")), Status::duplicateItem);  // answers as it would alone
-    EXPECT_EQ(store->update("svc", "a", bytesOf("2")), Status::success);
-    EXPECT_EQ(read(*store, "svc", "a"), bytesOf("2"));
-    EXPECT_TRUE(store->writeTogether([&] { EXPECT_EQ(store->add("svc", "b", bytesOf("3")), Status::success); }));
-    // Another connection still sees the store as it was.
-    EXPECT_EQ(read(*other, "svc", "old"), bytesOf("gone soon"));
-    EXPECT_FALSE(read(*other, "svc", "a"));
-    EXPECT_FALSE(read(*other, "svc", "b"));
-  });
+  const bool committed = store->writeTogether(
+      [&] {
+        EXPECT_EQ(store->deleteAccount("old"), Status::success);
+        EXPECT_EQ(store->add("svc", "a", bytesOf("1")), Status::success);
+        EXPECT_EQ(store->add("svc", "a", bytesOf("again")), Status::duplicateItem);  // answers as it would alone
+        EXPECT_EQ(store->update("svc", "a", bytesOf("2")), Status::success);
+        EXPECT_EQ(read(*store, "svc", "a"), bytesOf("2"));
+        EXPECT_TRUE(store->writeTogether([&] { EXPECT_EQ(store->add("svc", "b", bytesOf("3")), Status::success); }));
+        // Another connection still sees the store as it was.
+        EXPECT_EQ(read(*other, "svc", "old"), bytesOf("gone soon"));
+        EXPECT_FALSE(read(*other, "svc", "a"));
+        EXPECT_FALSE(read(*other, "svc", "b"));
+      },
+      CommitDurability::written);  // unsynced, but committed all the same
   EXPECT_TRUE(committed);
   EXPECT_FALSE(read(*other, "svc", "old"));
   EXPECT_EQ(read(*other, "svc", "a"), bytesOf("2"));

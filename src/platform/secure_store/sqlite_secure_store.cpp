@@ -90,8 +90,8 @@ std::int32_t SqliteSecureStore::deleteAccount(std::string_view account) {
   return status;
 }
 
-bool SqliteSecureStore::writeTogether(const std::function<void()>& operations) {
-  return database_->runTogether(operations);
+bool SqliteSecureStore::writeTogether(const std::function<void()>& operations, CommitDurability durability) {
+  return database_->runTogether(operations, durability == CommitDurability::synced);
 }
 
 std::shared_ptr<SecureItemStore> makeLinuxSecureStore(std::optional<std::filesystem::path> directory) {

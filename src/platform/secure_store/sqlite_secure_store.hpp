@@ -16,7 +16,7 @@ class SqliteSecureStore final : public SecureItemStore {
   std::int32_t update(std::string_view service, std::string_view account, std::span<const std::uint8_t> value) override;
   SecureItemCopy copyMatching(std::string_view service, std::string_view account) override;
   std::int32_t deleteAccount(std::string_view account) override;
-  bool writeTogether(const std::function<void()>& operations) override;
+  bool writeTogether(const std::function<void()>& operations, CommitDurability durability) override;
 
  private:
   std::shared_ptr<StoreDatabase> database_;

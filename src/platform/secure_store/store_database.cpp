@@ -181,7 +181,7 @@ bool StoreDatabase::run(const Work& work) {
   return true;
 }
 
-bool StoreDatabase::runTogether(const std::function<void()>& operations) {
+bool StoreDatabase::runTogether(const std::function<void()>& operations, bool synced) {
   std::lock_guard lock(mutex_);
   if (inTransaction_ || (db_ == nullptr && !openLocked()) || !execute(db_, "BEGIN IMMEDIATE")) {
     operations();
@@ -191,18 +191,24 @@ bool StoreDatabase::runTogether(const std::function<void()>& operations) {
   try {
     operations();
   } catch (...) {
-    finishTransactionLocked();
+    finishTransactionLocked(synced);
     throw;
   }
-  return finishTransactionLocked();
+  return finishTransactionLocked(synced);
 }
 
-bool StoreDatabase::finishTransactionLocked() {
+bool StoreDatabase::finishTransactionLocked(bool synced) {
   inTransaction_ = false;
   // SQLite ends a transaction by itself on some failures (a full disk, an
   // I/O error); what the operations wrote before that is gone.
   if (sqlite3_get_autocommit(db_) != 0) return false;
-  if (execute(db_, "COMMIT")) return true;
+  // In WAL mode NORMAL appends the commit to the WAL without an fsync; the
+  // next synced commit or checkpoint takes it to the disk. The setting is
+  // the connection's, so FULL comes back before anyone else writes.
+  if (!synced) execute(db_, "PRAGMA synchronous=NORMAL");
+  const bool committed = execute(db_, "COMMIT");
+  if (!synced) execute(db_, "PRAGMA synchronous=FULL");
+  if (committed) return true;
   execute(db_, "ROLLBACK");
   return false;
 }
