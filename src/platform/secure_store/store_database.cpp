@@ -183,7 +183,17 @@ bool StoreDatabase::run(const Work& work) {
 
 bool StoreDatabase::runTogether(const std::function<void()>& operations, bool synced) {
   std::lock_guard lock(mutex_);
-  if (inTransaction_ || (db_ == nullptr && !openLocked()) || !execute(db_, "BEGIN IMMEDIATE")) {
+  if (inTransaction_ || (db_ == nullptr && !openLocked())) {
+    operations();
+    return true;
+  }
+  // In WAL mode NORMAL appends the commit to the WAL without an fsync; the
+  // next synced commit or checkpoint takes it to the disk. SQLite refuses
+  // the change inside a transaction, and the setting is the connection's,
+  // so it is made before BEGIN and undone once the transaction has ended.
+  if (!synced) execute(db_, "PRAGMA synchronous=NORMAL");
+  if (!execute(db_, "BEGIN IMMEDIATE")) {
+    if (!synced) execute(db_, "PRAGMA synchronous=FULL");
     operations();
     return true;
   }
@@ -199,18 +209,15 @@ bool StoreDatabase::runTogether(const std::function<void()>& operations, bool sy
 
 bool StoreDatabase::finishTransactionLocked(bool synced) {
   inTransaction_ = false;
+  bool committed = false;
   // SQLite ends a transaction by itself on some failures (a full disk, an
   // I/O error); what the operations wrote before that is gone.
-  if (sqlite3_get_autocommit(db_) != 0) return false;
-  // In WAL mode NORMAL appends the commit to the WAL without an fsync; the
-  // next synced commit or checkpoint takes it to the disk. The setting is
-  // the connection's, so FULL comes back before anyone else writes.
-  if (!synced) execute(db_, "PRAGMA synchronous=NORMAL");
-  const bool committed = execute(db_, "COMMIT");
+  if (sqlite3_get_autocommit(db_) == 0) {
+    committed = execute(db_, "COMMIT");
+    if (!committed) execute(db_, "ROLLBACK");
+  }
   if (!synced) execute(db_, "PRAGMA synchronous=FULL");
-  if (committed) return true;
-  execute(db_, "ROLLBACK");
-  return false;
+  return committed;
 }
 
 bool StoreDatabase::openLocked() {
