@@ -10,8 +10,9 @@
 #include "kiv/face_liveness_lite.hpp"
 #include "kiv/platform/crash.hpp"
 #include "kiv/platform/secure_store.hpp"
-#include "observed_capture_vendor.hpp"
 #include "kiv/platform/traffic_counter.hpp"
+#include "kiv/testing/face_liveness_lite_testing.hpp"
+#include "observed_capture_vendor.hpp"
 
 namespace kiv::cli {
 namespace {

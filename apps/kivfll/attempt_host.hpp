@@ -16,7 +16,7 @@
 #include "attempt_printer.hpp"
 #include "kiv/environment.hpp"
 #include "kiv/platform/camera_authorization.hpp"
-#include "kiv/platform/capture/capture_script.hpp"
+#include "kiv/testing/capture_script.hpp"
 
 namespace kiv::cli {
 

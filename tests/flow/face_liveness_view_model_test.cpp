@@ -8,8 +8,8 @@
 
 #include "flow/default_iproov_launcher.hpp"
 #include "kiv/backend.hpp"
-#include "kiv/platform/capture/simulated_capture_vendor.hpp"
 #include "kiv/platform/ui/view_toolkit.hpp"
+#include "kiv/testing/simulated_capture_vendor.hpp"
 #include "platform/integrity/fake_device_integrity.hpp"
 #include "platform/secure_store/memory_secure_store.hpp"
 #include "sdk/current_environment.hpp"

@@ -9,8 +9,8 @@
 
 #include "kiv/backend.hpp"
 #include "kiv/face_liveness_lite_sdk.hpp"
-#include "kiv/platform/capture/simulated_capture_vendor.hpp"
 #include "kiv/platform/ui/view_toolkit.hpp"
+#include "kiv/testing/simulated_capture_vendor.hpp"
 #include "platform/camera/fake_camera_authorization.hpp"
 #include "sdk/face_liveness_lite_sdk_impl.hpp"
 #include "sdk/state_manager.hpp"

@@ -1,7 +1,7 @@
 #include "support/test_platform.hpp"
 
-#include "kiv/platform/capture/simulated_capture_vendor.hpp"
 #include "kiv/platform/notification_center.hpp"
+#include "kiv/testing/simulated_capture_vendor.hpp"
 #include "platform/camera/fake_camera_authorization.hpp"
 #include "platform/crash/fake_crash_primitives.hpp"
 #include "platform/defaults/memory_user_defaults.hpp"
