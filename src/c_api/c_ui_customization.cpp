@@ -4,7 +4,7 @@
 #include <initializer_list>
 #include <string>
 
-#include "platform/json/json.hpp"
+#include "base/json.hpp"
 
 namespace kiv::c_api {
 namespace {

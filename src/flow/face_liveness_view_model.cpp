@@ -1,20 +1,21 @@
 #include "flow/face_liveness_view_model.hpp"
+#include "base/text.hpp"
 
 #include <exception>
 #include <utility>
 
+#include "base/current_environment.hpp"
+#include "base/overloaded.hpp"
+#include "base/state_manager.hpp"
+#include "base/unicode_text.hpp"
 #include "flow/iproov_options_builder.hpp"
 #include "flow/iproov_outcome_mapping.hpp"
 #include "flow/streaming_url.hpp"
 #include "kiv/backend.hpp"
 #include "kiv/platform/platform.hpp"
 #include "platform/dispatch/main_affinity.hpp"
-#include "platform/overloaded.hpp"
-#include "sdk/current_environment.hpp"
-#include "sdk/state_manager.hpp"
 #include "service/key_chain_manager.hpp"
 #include "service/string_utils.hpp"
-#include "service/unicode_text.hpp"
 #include "telemetry/crash_handler.hpp"
 
 namespace kiv {
@@ -26,13 +27,6 @@ constexpr std::string_view kNotEligibleDescription = "This client is not eligibl
 
 bool isBlank(const std::optional<std::string>& text) {
   return !text || unicode::trimWhiteSpaceAndNewlines(*text).empty();
-}
-
-std::string asciiLowercased(std::string text) {
-  for (char& c : text) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return text;
 }
 
 struct ErrorReport {

@@ -1,4 +1,5 @@
 #include "kiv/face_liveness_lite_sdk.hpp"
+#include "platform/console/debug_line.hpp"
 
 #include <array>
 #include <cstdint>
@@ -9,10 +10,10 @@
 #include "kiv/platform/platform.hpp"
 #include "kiv/platform/user_defaults.hpp"
 #include "platform/dispatch/main_affinity.hpp"
-#include "platform/json/json.hpp"
-#include "sdk/current_environment.hpp"
+#include "base/json.hpp"
+#include "base/current_environment.hpp"
 #include "sdk/face_liveness_lite_sdk_impl.hpp"
-#include "sdk/state_manager.hpp"
+#include "base/state_manager.hpp"
 #include "service/jwt_decoder.hpp"
 #include "service/key_chain_manager.hpp"
 #include "telemetry/analytics_event.hpp"
@@ -23,7 +24,6 @@
 namespace kiv {
 namespace {
 
-void printDebugLine(std::string_view text) { platform()->console->writeLine(debugQuoted(text)); }
 
 }  // namespace
 

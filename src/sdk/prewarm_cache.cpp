@@ -1,13 +1,14 @@
 // The prewarm cache of the facade: see face_liveness_lite_sdk_impl.hpp.
 
 #include "kiv/backend.hpp"
+#include "platform/console/debug_line.hpp"
 #include "kiv/platform/console.hpp"
 #include "kiv/platform/notification_center.hpp"
 #include "kiv/platform/platform.hpp"
 #include "platform/dispatch/main_affinity.hpp"
-#include "sdk/current_environment.hpp"
+#include "base/current_environment.hpp"
 #include "sdk/face_liveness_lite_sdk_impl.hpp"
-#include "sdk/state_manager.hpp"
+#include "base/state_manager.hpp"
 #include "service/api_request.hpp"
 #include "service/key_chain_manager.hpp"
 
@@ -29,7 +30,7 @@ void Impl::prewarm() {
 void Impl::prewarmOnMain() {
   KIV_ASSERT_MAIN_THREAD();
   if (!configuration) {
-    platform()->console->writeLine(debugQuoted(kPrewarmBeforeSetupLine));
+    printDebugLine(kPrewarmBeforeSetupLine);
     return;
   }
   if (inFlightPrewarm) return;

@@ -1,16 +1,13 @@
 #include "service/api_response_report.hpp"
-
-#include <sodium.h>
+#include "base/text.hpp"
 
 #include <vector>
 
+#include "base/timer.hpp"
 #include "kiv/platform/platform.hpp"
-#include "sdk/timer.hpp"
 
 namespace kiv {
 namespace {
-
-constexpr std::string_view kEncodingFailure = "Error encoding object to JSON string: ";
 
 constexpr std::string_view kApiEndpoint = "apiEndpoint";
 constexpr std::string_view kResponseCode = "responseCode";
@@ -30,17 +27,10 @@ std::string optionalDescription(const std::string& description) { return "Option
 }  // namespace
 
 std::optional<std::string> encodeToJSONString(std::string_view data) {
-  constexpr int kVariant = sodium_base64_VARIANT_ORIGINAL;
-  std::vector<char> base64(sodium_base64_encoded_len(data.size(), kVariant));
-  if (!sodium_bin2base64(base64.data(), base64.size(), reinterpret_cast<const unsigned char*>(data.data()), data.size(),
-                         kVariant)) {
-    platform()->console->writeLine(std::string(kEncodingFailure) + "base64 buffer too small");
-    return std::nullopt;
-  }
   std::string text = "\"";
-  for (const char* c = base64.data(); *c != '\0'; ++c) {
-    if (*c == '/') text += '\\';
-    text += *c;
+  for (const char c : base64Encoded(data)) {
+    if (c == '/') text += '\\';
+    text += c;
   }
   text += '"';
   return text;

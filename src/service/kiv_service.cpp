@@ -5,8 +5,8 @@
 
 #include "kiv/platform/platform.hpp"
 #include "platform/http/url.hpp"
-#include "platform/process_state.hpp"
-#include "sdk/timer.hpp"
+#include "base/process_state.hpp"
+#include "base/timer.hpp"
 #include "service/key_chain_manager.hpp"
 
 namespace kiv {

@@ -1,6 +1,6 @@
 #include "telemetry/analytics_event.hpp"
 
-#include "platform/overloaded.hpp"
+#include "base/overloaded.hpp"
 
 namespace kiv {
 

@@ -1,4 +1,5 @@
 #include "telemetry/bff_analytics.hpp"
+#include "platform/console/debug_line.hpp"
 
 #include <cstdio>
 #include <ctime>
@@ -6,10 +7,10 @@
 
 #include "kiv/platform/platform.hpp"
 #include "platform/http/url.hpp"
-#include "platform/process_state.hpp"
+#include "base/process_state.hpp"
 #include "service/backend_urls.hpp"
 #include "service/log_sanitizer.hpp"
-#include "service/unicode_text.hpp"
+#include "base/unicode_text.hpp"
 #include "telemetry/analytics_error.hpp"
 #include "telemetry/device_info.hpp"
 
@@ -47,7 +48,6 @@ constexpr int kNonHttpStatus = 500;
 
 bool isBlank(std::string_view text) { return unicode::trimWhiteSpaceAndNewlines(text).empty(); }
 
-void debugLine(std::string_view text) { platform()->console->writeLine(debugQuoted(text)); }
 
 // The error of a finished post, or null for a status from 200 to 299. Runs
 // on the session's thread.
@@ -55,8 +55,8 @@ std::exception_ptr outcomeOf(const DataTaskResult& result) {
   if (result.error && !result.httpResponse()) return std::make_exception_ptr(*result.error);
   const HttpResponse* response = result.httpResponse();
   const int status = response ? response->statusCode : kNonHttpStatus;
-  debugLine(std::string(kResponseLinePrefix) + std::to_string(status) + ")");
-  debugLine(result.data.value_or(""));
+  printDebugLine(std::string(kResponseLinePrefix) + std::to_string(status) + ")");
+  printDebugLine(result.data.value_or(""));
   if (result.error) return std::make_exception_ptr(*result.error);  // the answer broke off mid-body
   if (status >= 200 && status <= 299) return nullptr;
   std::optional<std::string> decoded;
@@ -68,7 +68,7 @@ void debugError(std::exception_ptr error) {
   try {
     std::rethrow_exception(error);
   } catch (const std::exception& e) {
-    debugLine(e.what());
+    printDebugLine(e.what());
   } catch (...) {
   }
 }
@@ -321,7 +321,7 @@ void KivBFFAnalytics::sendCrashReport(std::string stackTrace, std::optional<KivA
 
 std::string KivBFFAnalytics::baseURL() const { return analyticsBaseURL(environmentOf(stage_)); }
 
-void KivBFFAnalytics::debug(std::string_view text) const { debugLine(text); }
+void KivBFFAnalytics::debug(std::string_view text) const { printDebugLine(text); }
 
 void KivBFFAnalytics::post(const Json& body, KivAnalyticsEndpoint endpoint, PostCompletion done) {
   // Shared so that a session refusing the task outright still gets an answer

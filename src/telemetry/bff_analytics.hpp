@@ -39,7 +39,7 @@
 #include "kiv/platform/http.hpp"
 #include "kiv/platform/path_monitor.hpp"
 #include "kiv/platform/task_pool.hpp"
-#include "platform/json/json.hpp"
+#include "base/json.hpp"
 #include "service/api_response_reporter.hpp"
 #include "service/key_chain_manager.hpp"
 #include "telemetry/analytics_event.hpp"

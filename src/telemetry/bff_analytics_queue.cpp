@@ -1,15 +1,15 @@
 // The offline queue of KivBFFAnalytics: bodies whose post failed, kept in
 // memory and mirrored into the secure store, resent when the path monitor
 // reports a usable network.
-#include <sodium.h>
+#include "base/text.hpp"
 
 #include <algorithm>
 #include <cmath>
 #include <future>
 #include <utility>
 
+#include "base/unicode_text.hpp"
 #include "kiv/platform/platform.hpp"
-#include "service/unicode_text.hpp"
 #include "telemetry/bff_analytics.hpp"
 
 namespace kiv {
@@ -28,25 +28,6 @@ constexpr std::chrono::seconds kReferenceDateSinceEpoch{978307200};
 // About 285 years either side of 1970: inside the range of the clock's
 // nanosecond count. A stored time beyond it is not one this SDK wrote.
 constexpr double kStoredSecondsRange = 9.0e9;
-
-std::string base64(std::string_view bytes) {
-  std::string text(sodium_base64_ENCODED_LEN(bytes.size(), sodium_base64_VARIANT_ORIGINAL), '\0');
-  sodium_bin2base64(text.data(), text.size(), reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size(),
-                    sodium_base64_VARIANT_ORIGINAL);
-  text.resize(text.size() - 1);  // the terminating NUL
-  return text;
-}
-
-std::optional<std::string> fromBase64(std::string_view text) {
-  std::string bytes(text.size(), '\0');
-  std::size_t length = 0;
-  if (sodium_base642bin(reinterpret_cast<unsigned char*>(bytes.data()), bytes.size(), text.data(), text.size(), nullptr,
-                        &length, nullptr, sodium_base64_VARIANT_ORIGINAL) != 0) {
-    return std::nullopt;
-  }
-  bytes.resize(length);
-  return bytes;
-}
 
 // One "_" for every code point outside [A-Za-z0-9_.-] (a byte outside a
 // well-formed sequence counts as one, as a repaired text would).
@@ -72,7 +53,7 @@ std::span<const std::uint8_t> bytesOf(std::string_view text) {
 std::string KivBFFAnalytics::storedForm(const QueuedEvent& event) {
   Json item = Json::object();
   item[kEndpointKey] = rawValue(event.endpoint);
-  item[kJsonBodyKey] = base64(json::dumpCompact(event.jsonBody));
+  item[kJsonBodyKey] = base64Encoded(json::dumpCompact(event.jsonBody));
   // In floating point: the difference of two nanosecond counts may not fit one.
   item[kTimestampKey] = std::chrono::duration<double>(event.timestamp.time_since_epoch()).count() -
                         static_cast<double>(kReferenceDateSinceEpoch.count());
@@ -113,7 +94,7 @@ std::optional<std::vector<KivBFFAnalytics::QueuedEvent>> KivBFFAnalytics::decode
     const auto endpoint = fromRawValue<KivAnalyticsEndpoint>(**endpointText);
     const double sinceEpochSeconds = **seconds + static_cast<double>(kReferenceDateSinceEpoch.count());
     if (!endpoint || !(std::abs(sinceEpochSeconds) <= kStoredSecondsRange)) return std::nullopt;
-    const auto raw = fromBase64(**encoded);
+    const auto raw = base64Decoded(**encoded);
     if (!raw) return std::nullopt;
     // Bytes that are not a JSON object decode as an empty body.
     Json body = Json::object();

@@ -13,7 +13,7 @@
 #include "kiv/testing/simulated_capture_vendor.hpp"
 #include "platform/camera/fake_camera_authorization.hpp"
 #include "sdk/face_liveness_lite_sdk_impl.hpp"
-#include "sdk/state_manager.hpp"
+#include "base/state_manager.hpp"
 #include "service/key_chain_manager.hpp"
 #include "support/recording_delegate.hpp"
 #include "support/recording_http_server.hpp"

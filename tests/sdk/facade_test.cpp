@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "kiv/platform/user_defaults.hpp"
-#include "sdk/current_environment.hpp"
+#include "base/current_environment.hpp"
 #include "sdk/facade_fixture.hpp"
 
 namespace kiv::testing {

@@ -40,7 +40,7 @@
 #include <vector>
 
 #include "kiv/platform/http.hpp"
-#include "platform/json/json.hpp"
+#include "base/json.hpp"
 
 namespace httplib {
 class Server;

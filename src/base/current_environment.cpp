@@ -1,8 +1,8 @@
-#include "sdk/current_environment.hpp"
+#include "base/current_environment.hpp"
 
 #include <atomic>
 
-#include "platform/process_state.hpp"
+#include "base/process_state.hpp"
 
 namespace kiv {
 namespace {

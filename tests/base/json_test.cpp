@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "platform/json/json.hpp"
+#include "base/json.hpp"
 
 namespace kiv {
 namespace {

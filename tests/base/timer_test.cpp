@@ -1,59 +1,20 @@
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <barrier>
 #include <cstdlib>
 #include <sstream>
 #include <thread>
 #include <vector>
 
-#include "sdk/seconds_text.hpp"
-#include "sdk/state_manager.hpp"
-#include "sdk/timer.hpp"
+#include "base/seconds_text.hpp"
+#include "base/timer.hpp"
 #include "support/test_platform.hpp"
 
 namespace kiv {
 namespace {
 
-class RunGuardTest : public testing::PlatformTest {};
+class TimerTest : public testing::PlatformTest {};
 
-TEST_F(RunGuardTest, OneRunAtATime) {
-  auto& guard = KivSDKStateManager::shared();
-  EXPECT_FALSE(guard.isRunning());
-  EXPECT_TRUE(guard.beginRun());
-  EXPECT_FALSE(guard.beginRun());
-  EXPECT_TRUE(guard.isRunning());
-  EXPECT_TRUE(guard.endRun());
-  EXPECT_TRUE(guard.endRun());  // harmless when idle
-  EXPECT_TRUE(guard.beginRun());
-}
-
-TEST_F(RunGuardTest, ExactlyOneOfManyConcurrentBeginsWins) {
-  constexpr int kThreads = 8;
-  constexpr int kRounds = 1000;
-  auto& guard = KivSDKStateManager::shared();
-  std::atomic<int> wins{0};
-  std::vector<int> winsPerRound(kRounds, 0);
-  int round = 0;
-  // Between rounds: check the count and release the guard for the next round.
-  std::barrier sync(kThreads, [&]() noexcept {
-    winsPerRound[static_cast<std::size_t>(round++)] = wins.exchange(0);
-    guard.endRun();
-  });
-  std::vector<std::jthread> threads;
-  for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([&] {
-      for (int r = 0; r < kRounds; ++r) {
-        if (guard.beginRun()) wins.fetch_add(1);
-        sync.arrive_and_wait();
-      }
-    });
-  }
-  threads.clear();
-  for (int r = 0; r < kRounds; ++r) ASSERT_EQ(winsPerRound[static_cast<std::size_t>(r)], 1) << "round " << r;
-}
-
-TEST_F(RunGuardTest, TimerMeasuresFromTheLatestStartAndForgetsAfterReading) {
+TEST_F(TimerTest, MeasuresFromTheLatestStartAndForgetsAfterReading) {
   auto& timer = KivSDKTimer::shared();
   EXPECT_EQ(timer.elapsed("never"), std::nullopt);
 
@@ -74,7 +35,7 @@ TEST_F(RunGuardTest, TimerMeasuresFromTheLatestStartAndForgetsAfterReading) {
   EXPECT_EQ(timer.elapsed("back"), "-2.0");
 }
 
-TEST_F(RunGuardTest, TimerIsSafeFromManyThreads) {
+TEST_F(TimerTest, IsSafeFromManyThreads) {
   std::vector<std::jthread> threads;
   for (int t = 0; t < 4; ++t) {
     threads.emplace_back([t] {

@@ -1,8 +1,8 @@
-#include "sdk/timer.hpp"
+#include "base/timer.hpp"
 
+#include "base/process_state.hpp"
+#include "base/seconds_text.hpp"
 #include "kiv/platform/platform.hpp"
-#include "platform/process_state.hpp"
-#include "sdk/seconds_text.hpp"
 
 namespace kiv {
 namespace {

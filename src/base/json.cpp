@@ -1,4 +1,4 @@
-#include "platform/json/json.hpp"
+#include "base/json.hpp"
 
 #include <cmath>
 #include <iterator>

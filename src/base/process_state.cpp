@@ -1,4 +1,4 @@
-#include "platform/process_state.hpp"
+#include "base/process_state.hpp"
 
 #include <mutex>
 #include <vector>

@@ -1,8 +1,9 @@
-#include "service/unicode_text.hpp"
+#include "base/unicode_text.hpp"
 
 #include <simdjson.h>
 #include <utf8proc.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 
@@ -12,15 +13,44 @@ namespace {
 constexpr char32_t kReplacementCharacter = 0xFFFD;
 constexpr std::string_view kReplacementUtf8 = "\xEF\xBF\xBD";
 
-struct Scalar {
-  char32_t value;
-  std::size_t length;  // bytes read; 1 for an invalid byte
-  bool valid;
-};
+bool isContinuationByte(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) == 0x80; }
 
-// Decodes the scalar at `position`. ASCII, most of every text here, never
-// leaves this function.
-inline Scalar scalarAt(std::string_view text, std::size_t position) {
+bool decodesWhole(const std::uint8_t* data, std::size_t size) {
+  utf8proc_int32_t scalar = 0;
+  return utf8proc_iterate(data, static_cast<utf8proc_ssize_t>(size), &scalar) == static_cast<utf8proc_ssize_t>(size);
+}
+
+// Whether `prefix` can begin a well-formed sequence: some completion of it
+// with continuation bytes decodes. The lowest and highest continuation bytes
+// suffice as fillers, since every lead byte's allowed second bytes form one
+// range that touches one of the two ends (E0: A0-BF, ED: 80-9F, F0: 90-BF,
+// F4: 80-8F). utf8proc judges; this only asks.
+bool beginsSequence(std::span<const std::uint8_t> prefix) {
+  std::array<std::uint8_t, 4> probe{};
+  std::copy(prefix.begin(), prefix.end(), probe.begin());
+  for (std::uint8_t filler : {std::uint8_t{0x80}, std::uint8_t{0xBF}}) {
+    for (std::size_t total = prefix.size() + 1; total <= probe.size(); ++total) {
+      std::fill(probe.begin() + static_cast<std::ptrdiff_t>(prefix.size()), probe.end(), filler);
+      if (decodesWhole(probe.data(), total)) return true;
+    }
+  }
+  return false;
+}
+
+// Length of the maximal subpart at the start of `rest`, which does not
+// begin with a well-formed sequence: its longest prefix that could still
+// begin one, and at least one byte.
+std::size_t maximalSubpart(std::span<const std::uint8_t> rest) {
+  for (std::size_t length = std::min<std::size_t>(3, rest.size()); length > 1; --length) {
+    if (beginsSequence(rest.first(length))) return length;
+  }
+  return 1;
+}
+
+}  // namespace
+
+// ASCII, most of every text here, never leaves the first branch.
+Scalar scalarAt(std::string_view text, std::size_t position) noexcept {
   const auto first = static_cast<unsigned char>(text[position]);
   if (first < 0x80) return {first, 1, true};
   utf8proc_int32_t value = 0;
@@ -29,10 +59,6 @@ inline Scalar scalarAt(std::string_view text, std::size_t position) {
   if (length <= 0) return {kReplacementCharacter, 1, false};
   return {static_cast<char32_t>(value), static_cast<std::size_t>(length), true};
 }
-
-bool isContinuationByte(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) == 0x80; }
-
-}  // namespace
 
 // Vectorised: every telemetry text and every large body is checked once, so
 // this runs near memory speed instead of one scalar at a time.
@@ -60,7 +86,7 @@ std::optional<std::string> repairedUtf8(std::string_view bytes) {
   return repaired;
 }
 
-std::size_t sequenceLengthAt(std::string_view bytes, std::size_t position) {
+std::size_t sequenceLengthAt(std::string_view bytes, std::size_t position) noexcept {
   if (position >= bytes.size()) return 0;
   const Scalar scalar = scalarAt(bytes, position);
   return scalar.valid ? scalar.length : 0;
@@ -120,6 +146,25 @@ std::size_t characterCountUpTo(std::string_view text, std::size_t limit) {
     i += current.length;
   }
   return count;
+}
+
+std::string decodeUtf8Lossy(std::span<const std::uint8_t> bytes) {
+  std::string text;
+  text.reserve(bytes.size());
+  std::size_t at = 0;
+  while (at < bytes.size()) {
+    const auto rest = bytes.subspan(at);
+    utf8proc_int32_t scalar = 0;
+    const auto length = utf8proc_iterate(rest.data(), static_cast<utf8proc_ssize_t>(rest.size()), &scalar);
+    if (length > 0) {
+      text.append(reinterpret_cast<const char*>(rest.data()), static_cast<std::size_t>(length));
+      at += static_cast<std::size_t>(length);
+    } else {
+      text += kReplacementUtf8;
+      at += maximalSubpart(rest);
+    }
+  }
+  return text;
 }
 
 }  // namespace kiv::unicode

@@ -1,4 +1,4 @@
-#include "sdk/seconds_text.hpp"
+#include "base/seconds_text.hpp"
 
 #include <charconv>
 #include <cmath>

@@ -1,8 +1,8 @@
-#include "sdk/state_manager.hpp"
+#include "base/state_manager.hpp"
 
 #include <mutex>
 
-#include "platform/process_state.hpp"
+#include "base/process_state.hpp"
 
 namespace kiv {
 namespace {
