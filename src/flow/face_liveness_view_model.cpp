@@ -266,7 +266,7 @@ void KivFaceLivenessLiteViewModel::handleStatus(const Status& status, const Sess
                    if (hasConcludedSession_) return;
                    hasConcludedSession_ = true;
                    trackProviderResult(KivAnalyticsResult::canceled);
-                   trackFinish({{"result", std::string(rawValue(KivAnalyticsResult::cancelled))}});
+                   trackFinish({resultParameter(KivAnalyticsResult::cancelled)});
                    deliver([](KivFaceLivenessLiteDelegate& delegate) { delegate.cancelled(); });
                  },
                  [this](const Status::error& failed) {
@@ -287,33 +287,33 @@ void KivFaceLivenessLiteViewModel::conclude(const SessionResponse& response, con
   service_->fetchTransactions(FetchTransactionsRequest::forSession(baseURL(), response), [](auto) {});
 
   const std::string signedResponse = response.signedResponse.value_or("");
-  std::visit(Overloaded{
-                 [&](const AttemptOutcome::success&) {
-                   trackFinish({{"result", std::string(rawValue(KivAnalyticsResult::finishWithSuccess))},
-                                {"signedResponse", signedResponse}});
-                   deliver([signedResponse](KivFaceLivenessLiteDelegate& delegate) {
-                     delegate.didFinishWithSuccess(KivFaceLivenessLiteResult{signedResponse});
-                   });
-                 },
-                 [&](const AttemptOutcome::failure& failure) {
-                   auto description = KivStringUtils::extractErrorMessage(failure.description);
-                   trackFinish({{"result", std::string(rawValue(KivAnalyticsResult::finishWithFailure))},
-                                {"errorType", std::string(rawValue(failure.type))},
-                                {"description", description},
-                                {"signedResponse", signedResponse}});
-                   deliver([type = failure.type, description, signedResponse](KivFaceLivenessLiteDelegate& delegate) {
-                     delegate.didFinishWithFailure(type, description, signedResponse);
-                   });
-                 },
-             },
-             outcome.value);
+  std::visit(
+      Overloaded{
+          [&](const AttemptOutcome::success&) {
+            trackFinish({resultParameter(KivAnalyticsResult::finishWithSuccess), {"signedResponse", signedResponse}});
+            deliver([signedResponse](KivFaceLivenessLiteDelegate& delegate) {
+              delegate.didFinishWithSuccess(KivFaceLivenessLiteResult{signedResponse});
+            });
+          },
+          [&](const AttemptOutcome::failure& failure) {
+            auto description = KivStringUtils::extractErrorMessage(failure.description);
+            trackFinish({resultParameter(KivAnalyticsResult::finishWithFailure),
+                         {"errorType", std::string(rawValue(failure.type))},
+                         {"description", description},
+                         {"signedResponse", signedResponse}});
+            deliver([type = failure.type, description, signedResponse](KivFaceLivenessLiteDelegate& delegate) {
+              delegate.didFinishWithFailure(type, description, signedResponse);
+            });
+          },
+      },
+      outcome.value);
 }
 
 void KivFaceLivenessLiteViewModel::finishWithError(KivErrorType errorType, const std::string& description,
                                                    const std::optional<std::string>& analyticsErrorType) {
   if (hasConcludedSession_) return;
   hasConcludedSession_ = true;
-  trackFinish({{"result", std::string(rawValue(KivAnalyticsResult::finishWithError))},
+  trackFinish({resultParameter(KivAnalyticsResult::finishWithError),
                {"errorType", analyticsErrorType.value_or(std::string(rawValue(errorType)))},
                {"description", description}});
   deliver([errorType, description](KivFaceLivenessLiteDelegate& delegate) {
@@ -364,7 +364,7 @@ void KivFaceLivenessLiteViewModel::handleViolation(const std::string& descriptio
 void KivFaceLivenessLiteViewModel::trackProviderResult(KivAnalyticsResult result,
                                                        const KivBFFAnalytics::TextParams& extraProperties) {
   if (!analytics_) return;
-  KivBFFAnalytics::TextParams params{{"provider", providerName_}, {"result", std::string(rawValue(result))}};
+  KivBFFAnalytics::TextParams params{{"provider", providerName_}, resultParameter(result)};
   for (const auto& [key, value] : extraProperties) params.insert_or_assign(key, value);
   analytics_->track(KivAnalyticsEvent::standard(KivAnalyticsEventName::providerEvent, KivAnalyticsEventType::sdkStep),
                     std::move(params));

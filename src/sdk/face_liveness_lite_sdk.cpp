@@ -4,16 +4,16 @@
 #include <array>
 #include <cstdint>
 
+#include "base/current_environment.hpp"
+#include "base/json.hpp"
+#include "base/state_manager.hpp"
 #include "flow/default_iproov_launcher.hpp"
 #include "kiv/platform/camera_authorization.hpp"
 #include "kiv/platform/console.hpp"
 #include "kiv/platform/platform.hpp"
 #include "kiv/platform/user_defaults.hpp"
 #include "platform/dispatch/main_affinity.hpp"
-#include "base/json.hpp"
-#include "base/current_environment.hpp"
 #include "sdk/face_liveness_lite_sdk_impl.hpp"
-#include "base/state_manager.hpp"
 #include "service/jwt_decoder.hpp"
 #include "service/key_chain_manager.hpp"
 #include "telemetry/analytics_event.hpp"
@@ -22,10 +22,7 @@
 #include "telemetry/device_info.hpp"
 
 namespace kiv {
-namespace {
-
-
-}  // namespace
+namespace {}  // namespace
 
 // --- The public surface: each call keeps the state alive for its duration,
 // so a delegate that releases the facade from inside a call is safe. ---------
@@ -242,7 +239,7 @@ void KivFaceLivenessLiteSDK::Impl::logCameraPermission(KivAnalyticsResult result
   if (!analytics) return;
   platform()->taskPool->post([client = analytics, result] {
     client->track(KivAnalyticsEvent::standard(KivAnalyticsEventName::cameraPermission, KivAnalyticsEventType::sdkStep),
-                  KivBFFAnalytics::TextParams{{"result", std::string(rawValue(result))}});
+                  KivBFFAnalytics::TextParams{resultParameter(result)});
   });
 }
 
