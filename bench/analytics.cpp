@@ -17,10 +17,10 @@
 #include <vector>
 
 #include "kiv/backend.hpp"
+#include "no_content_server.hpp"
 #include "platform/http/scripted_http_session.hpp"
 #include "raw_post.hpp"
 #include "scratch_platform.hpp"
-#include "support/recording_http_server.hpp"
 #include "telemetry/bff_analytics.hpp"
 #include "telemetry/device_info.hpp"
 
@@ -72,8 +72,7 @@ kiv::Json sampleBody() {
 // Batches of `range(0)` concurrent track calls, each batch awaited.
 void BM_TrackThroughput(benchmark::State& state) {
   kiv::bench::ScratchPlatform scratch;
-  kiv::testing::RecordingHttpServer server;
-  server.setDefaultAnswer(kiv::testing::Answer::http(204));
+  kiv::bench::NoContentServer server;
   if (!kiv::setBackendRootURL(kiv::KivEnvironment::dev, server.url())) std::abort();
   const auto analytics = kiv::KivBFFAnalytics::make(configuration(), kiv::KivKeyChainManager::shared());
   const auto batch = static_cast<std::size_t>(state.range(0));
@@ -131,8 +130,7 @@ BENCHMARK(BM_EnqueueFailedPost)->Arg(10)->Arg(1000)->Arg(10000)->Unit(benchmark:
 // headers a track post carries.
 void BM_BaselineRawCurlLoop(benchmark::State& state) {
   kiv::bench::ScratchPlatform scratch;
-  kiv::testing::RecordingHttpServer server;
-  server.setDefaultAnswer(kiv::testing::Answer::http(204));
+  kiv::bench::NoContentServer server;
   kiv::bench::RawPost post(server.url("/bff/analytics/track"),
                            {"Content-Type: application/json", "Cache-Control: no-cache, no-store, must-revalidate",
                             "Pragma: no-cache", "Expires: 0", "Authorization: eyJhbGciOiJIUzI1NiJ9.e30.c2ln"},

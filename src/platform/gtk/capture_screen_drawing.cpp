@@ -100,9 +100,15 @@ void drawPicture(cairo_t* cr, int width, int height, const Options::Filter& filt
   }
 
   // Shoulders, neck, head, hair, eyes, mouth.
+  const Color paper = lines && lines->backgroundColor ? *lines->backgroundColor : *Color::white(1, 1);
+  const Color ink = lines && lines->foregroundColor ? *lines->foregroundColor : *Color::white(0.2, 1);
   auto shape = [&](auto path, double r, double g, double b) {
     path();
     if (lines) {
+      // Filled with the paper first, so that what lies behind is hidden.
+      setColor(cr, paper);
+      cairo_fill_preserve(cr);
+      setColor(cr, ink);
       cairo_stroke(cr);
     } else {
       cairo_set_source_rgb(cr, r, g, b);
