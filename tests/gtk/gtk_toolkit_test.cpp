@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 #include <gtk/gtk.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <string>
 #include <thread>
@@ -11,9 +12,11 @@
 #include "kiv/platform/gtk/capture_screen.hpp"
 #include "kiv/platform/gtk/glib_main_queue.hpp"
 #include "kiv/platform/gtk/gtk_view_toolkit.hpp"
+#include "kiv/platform/gtk/portal_camera_authorization.hpp"
 #include "kiv/platform/platform.hpp"
 #include "platform/gtk/gtk_view.hpp"
 #include "platform/view_toolkit_contract.hpp"
+#include "support/child_process.hpp"
 
 namespace kiv::testing {
 
@@ -196,6 +199,24 @@ TEST(CaptureScreenTest, CloseCancelsAsThePersonOnceAndTakesTheScreenDown) {
   ASSERT_TRUE(runUntil([&] { return gtk.root()->presentedViewController() == nullptr; }));
   EXPECT_EQ(presenter->dismissals, 1);
   EXPECT_EQ(heard.size(), 2u) << "the script's success never comes after the person closed";
+}
+
+// --- The desktop camera prompt
+
+// A kiosk has no session bus or portal: the video devices decide, as they do
+// for the headless bundle.
+TEST(PortalCameraTest, WithoutAPortalTheVideoDevicesDecide) {
+  TestPlatform platform;
+  TemporaryDirectory devices;
+  auto camera = gtk::makePortalCameraAuthorization(nullptr, devices.path());
+  EXPECT_EQ(camera->status(), CameraAuthorizationStatus::restricted);
+  std::atomic<int> answer{-1};
+  camera->requestAccess([&](bool granted) {
+    answer = granted;
+    g_main_context_wakeup(nullptr);
+  });
+  ASSERT_TRUE(runUntil([&] { return answer >= 0; }));
+  EXPECT_EQ(answer, 0);
 }
 
 }  // namespace
