@@ -152,6 +152,7 @@ class RootPresenter final : public IProovPresentationDelegate {
  public:
   explicit RootPresenter(std::shared_ptr<ViewController> root) : root_(std::move(root)) {}
   void present(std::shared_ptr<ViewController> controller, Task completion) override {
+    controller->setModalPresentationStyle(ModalPresentationStyle::fullScreen);
     root_->present(std::move(controller), false, std::move(completion));
   }
   void dismiss(std::shared_ptr<ViewController> controller, Task completion) override {
