@@ -19,18 +19,17 @@ namespace {
 
 class HostCaptureRun;
 
-// Every capture the host's vendor may still report on, by number. A capture
-// leaves once it is over (final status or cancel) and its dismissal was
-// asked for; the most recent kRetained of those over but never dismissed
-// stay, so that their late statuses are told apart from unknown numbers.
+// Every capture the host's vendor may still report on, by number. Of those
+// over (final status or cancel) the most recent kRetained stay, so that a
+// late status or dismissal is told apart from an unknown number.
 class CaptureTable {
  public:
   static constexpr std::size_t kRetained = 64;
 
   kiv_capture add(const std::shared_ptr<HostCaptureRun>& run);
   std::shared_ptr<HostCaptureRun> find(kiv_capture capture);
-  // The run is over; `dismissed`: its dismissal was asked for too.
-  void settle(kiv_capture capture, bool dismissed);
+  // The run is over; called once per run.
+  void settle(kiv_capture capture);
 
  private:
   std::mutex mutex_;
@@ -56,9 +55,9 @@ class HostCaptureRun final : public CaptureRun, public std::enable_shared_from_t
 
   void start(kiv_capture capture, const std::string& url, const std::string& token, const std::string& options) {
     capture_ = capture;
-    // The screen comes up from the main queue, as a phone vendor's does; a
-    // capture that ended inside launch never shows it.
-    platform()->mainQueue->post([self = shared_from_this()] { self->presentScreen(); });
+    // The screen is up before the host's vendor starts, so that the host
+    // can draw into it whatever the vendor reports first.
+    presentScreen();
     functions_.launch(functions_.user_data, capture, url.c_str(), token.c_str(), options.c_str());
   }
 
@@ -68,7 +67,7 @@ class HostCaptureRun final : public CaptureRun, public std::enable_shared_from_t
       if (final_ || cancelled_) return KIV_ERROR_INVALID_STATE;
       final_ = status.isFinal();
       queued_.push_back(std::move(status));
-      if (final_) captures().settle(capture_, dismissalAsked_);  // over now
+      if (final_) captures().settle(capture_);
     }
     onMain([self = shared_from_this()] { self->drain(); });
     return KIV_OK;
@@ -79,7 +78,6 @@ class HostCaptureRun final : public CaptureRun, public std::enable_shared_from_t
       std::lock_guard lock(mutex_);
       if (dismissalAsked_) return KIV_ERROR_INVALID_STATE;
       dismissalAsked_ = true;
-      if (final_ || cancelled_) captures().settle(capture_, true);
     }
     onMain([self = shared_from_this()] { self->takeScreenDown(); });
     return KIV_OK;
@@ -93,7 +91,7 @@ class HostCaptureRun final : public CaptureRun, public std::enable_shared_from_t
       cancelled_ = true;
       queued_.clear();
       tellHost = !final_;
-      if (!final_) captures().settle(capture_, dismissalAsked_);  // over now
+      if (!final_) captures().settle(capture_);
     }
     if (tellHost && functions_.cancel) functions_.cancel(functions_.user_data, capture_);
     onMain([self = shared_from_this()] { self->takeScreenDown(); });
@@ -128,10 +126,6 @@ class HostCaptureRun final : public CaptureRun, public std::enable_shared_from_t
   }
 
   void presentScreen() {
-    {
-      std::lock_guard lock(mutex_);
-      if (final_ || cancelled_ || dismissalAsked_) return;
-    }
     auto presenter = presenter_.lock();
     if (!presenter) return;  // nowhere to show it; the capture runs unseen
     screen_ = makeHostCaptureScreen(capture_);
@@ -179,16 +173,9 @@ std::shared_ptr<HostCaptureRun> CaptureTable::find(kiv_capture capture) {
 }
 
 // Called under the run's own lock: takes only the table's.
-void CaptureTable::settle(kiv_capture capture, bool dismissed) {
+void CaptureTable::settle(kiv_capture capture) {
   std::vector<std::shared_ptr<HostCaptureRun>> released;  // let go after the lock
   std::lock_guard lock(mutex_);
-  auto found = runs_.find(capture);
-  if (found == runs_.end()) return;
-  if (dismissed) {
-    released.push_back(std::move(found->second));
-    runs_.erase(found);
-    return;
-  }
   settled_.push_back(capture);
   while (settled_.size() > kRetained) {
     if (auto old = runs_.find(settled_.front()); old != runs_.end()) {
