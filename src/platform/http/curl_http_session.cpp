@@ -15,6 +15,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "base/delay.hpp"
 #include "kiv/platform/platform.hpp"
 #include "platform/http/url.hpp"
 
@@ -353,8 +354,13 @@ class Engine : public std::enable_shared_from_this<Engine> {
   bool configure(CurlDataTask& task) const {
     CURL* easy = task.easy;
     const HttpRequest& request = task.request_;
-    const long idleMs = std::max(1L, static_cast<long>(idleLimit(request).count() * 1000.0));
-    const long resourceMs = std::max(1L, static_cast<long>(configuration_.timeoutIntervalForResource * 1000.0));
+    const auto milliseconds = [](double seconds) {
+      return std::max(
+          1L,
+          static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(delayFromSeconds(seconds)).count()));
+    };
+    const long idleMs = milliseconds(idleLimit(request).count());
+    const long resourceMs = milliseconds(configuration_.timeoutIntervalForResource);
     task.lastActivity = std::chrono::steady_clock::now();
 
     bool ok = curl_easy_setopt(easy, CURLOPT_URL, request.url.c_str()) == CURLE_OK;
