@@ -1,5 +1,6 @@
 #include "support/test_platform.hpp"
 
+#include "base/process_state.hpp"
 #include "kiv/platform/capture/simulated_capture_vendor.hpp"
 #include "kiv/platform/notification_center.hpp"
 #include "platform/camera/fake_camera_authorization.hpp"
@@ -11,7 +12,6 @@
 #include "platform/http/curl_http_session.hpp"
 #include "platform/integrity/fake_device_integrity.hpp"
 #include "platform/path_monitor/fake_path_monitor.hpp"
-#include "base/process_state.hpp"
 #include "platform/secure_store/memory_secure_store.hpp"
 #include "platform/ui/fake_font_lookup.hpp"
 #include "platform/ui/headless_view_toolkit.hpp"
@@ -41,7 +41,9 @@ TestPlatform::TestPlatform(Pool kind)
   bundle_.pathMonitor = std::make_shared<FakePathMonitorFactory>();  // offline until a test flips it
   bundle_.ui =
       std::make_shared<HeadlessViewToolkit>(std::make_shared<FakeFontLookup>(FakeFontLookup::Families{"Avenir Next"}));
-  bundle_.capture = std::make_shared<SimulatedCaptureVendor>();
+  auto vendor = std::make_shared<SimulatedCaptureVendor>();
+  vendor->keepLaunches(true);
+  bundle_.capture = vendor;
   bundle_.crash = std::make_shared<FakeCrashPrimitives>();
   bundle_.integrity = std::make_shared<FakeDeviceIntegrity>();   // clean until a test says otherwise
   bundle_.camera = std::make_shared<FakeCameraAuthorization>();  // authorized until a test says otherwise
