@@ -112,3 +112,11 @@ std::optional<DorvinUiCustomization> parseUiCustomization(std::string_view text)
 }
 
 }  // namespace kiv::c_api
+
+namespace kiv {
+
+std::optional<DorvinUiCustomization> uiCustomizationFromJson(std::string_view json) {
+  return c_api::parseUiCustomization(json);
+}
+
+}  // namespace kiv

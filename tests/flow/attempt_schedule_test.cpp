@@ -17,11 +17,9 @@
 #include <sstream>
 #include <thread>
 
+#include "base/state_manager.hpp"
 #include "flow/face_liveness_view_model.hpp"
 #include "kiv/platform/ui/view_toolkit.hpp"
-#include "platform/integrity/fake_device_integrity.hpp"
-#include "platform/secure_store/memory_secure_store.hpp"
-#include "base/state_manager.hpp"
 #include "support/recording_delegate.hpp"
 #include "support/test_platform.hpp"
 
@@ -139,7 +137,7 @@ std::string AttemptSchedules::play(std::uint64_t seed) {
   bool modelGone = false;
   bool callAfterRelease = false;
   delegate->onCall = [&](const std::string&) { callAfterRelease = callAfterRelease || modelGone; };
-  auto& integrity = static_cast<FakeDeviceIntegrity&>(*platform()->integrity);
+  auto& integrity = fakeIntegrity();
 
   KivSDKStateManager::shared().endRun();
   EXPECT_TRUE(KivSDKStateManager::shared().beginRun());

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/secure_store/memory_secure_store.hpp"
 #include "support/test_platform.hpp"
 
 namespace kiv {
@@ -13,7 +12,7 @@ Bytes bytesOf(std::string_view text) { return {text.begin(), text.end()}; }
 class KeyChainManagerTest : public testing::PlatformTest {
  protected:
   KeyChainManagerProtocol& keychain = *KivKeyChainManager::shared();
-  MemorySecureStore& store = dynamic_cast<MemorySecureStore&>(*platform()->secureStore);
+  MemorySecureStore& store = fakeStore();
 
   // What save threw, or absent.
   std::optional<KeychainError> saveError(std::string_view key, std::string_view value, bool update) {
