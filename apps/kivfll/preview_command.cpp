@@ -26,11 +26,12 @@
 namespace kiv::cli {
 namespace {
 
-// Every status the capture screen draws differently on the way to success;
-// the first wait lets the screen be laid out before it is written.
+// Every status the capture screen draws differently on the way to success.
+// Each screen is written after the next frame; the pauses leave that frame
+// ample time on a busy machine, the first one the time to lay the screen out.
 constexpr std::string_view kPreviewScript =
-    "wait 0.3; connecting; wait 0.3; connected; wait 0.3; processing 0.5; wait 0.3; success";
-constexpr std::int64_t kPreviewSessionDelayMs = 600;  // time for the loading view's frame
+    "wait 0.5; connecting; wait 0.5; connected; wait 0.5; processing 0.5; wait 0.5; success";
+constexpr std::int64_t kPreviewSessionDelayMs = 800;  // time for the loading view's frame
 
 struct PreviewArguments {
   std::filesystem::path customization;

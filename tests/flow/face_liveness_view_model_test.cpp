@@ -11,6 +11,7 @@
 #include "flow/default_iproov_launcher.hpp"
 #include "kiv/backend.hpp"
 #include "kiv/platform/ui/view_toolkit.hpp"
+#include "support/analytics_configuration.hpp"
 #include "support/mobile_token.hpp"
 #include "support/recording_delegate.hpp"
 #include "support/recording_http_server.hpp"
@@ -41,12 +42,7 @@ class ViewModelTest : public testing::PlatformTest {
     EXPECT_TRUE(setBackendRootURL(KivEnvironment::dev, server.url()));
     setCurrentEnvironment(KivEnvironment::dev);
     server.setAnswer(kSessionPath, Answer::json(200, kSession));
-    KivBFFAnalytics::configure({.sessionId = "analytics-1",
-                                .stage = KivAnalyticsStage::dev,
-                                .clientId = "acme",
-                                .mobileToken = kToken,
-                                .personId = "person-1",
-                                .sdk = {"KivFaceLivenessLite", "3.2.1"}});
+    KivBFFAnalytics::configure(testing::analyticsConfiguration("analytics-1"));
     host = platform()->ui->makeViewController();
   }
   ~ViewModelTest() override {

@@ -27,7 +27,7 @@
 #include <string>
 #include <vector>
 
-#include "kiv/platform/capture/simulated_capture_vendor.hpp"
+#include "kiv/testing/simulated_capture_vendor.hpp"
 #include "kiv/platform/platform.hpp"
 #include "platform/camera/fake_camera_authorization.hpp"
 #include "platform/console/capturing_console.hpp"
