@@ -24,6 +24,15 @@ struct Address {
   }
 };
 
+// success when the item exists, itemNotFound when not, else ioError.
+std::int32_t exists(sqlite3* db, const Address& item) {
+  Statement select(db, "SELECT 1 FROM items WHERE service = ?1 AND account = ?2");
+  if (!item.bind(select)) return SecureStoreStatus::ioError;
+  const int result = select.step();
+  if (result == SQLITE_ROW) return SecureStoreStatus::success;
+  return result == SQLITE_DONE ? SecureStoreStatus::itemNotFound : SecureStoreStatus::ioError;
+}
+
 // The item's stored column, or absent when there is none (or it cannot be
 // read: `status` says which).
 std::optional<Bytes> readSealed(sqlite3* db, const Address& item, std::int32_t& status) {
@@ -77,17 +86,17 @@ std::vector<ChunkDigest> storedDigests(const ItemKey& key, const Address& item, 
 }
 
 // Writes `value` as the item's: sealed whole when it fits one chunk, else
-// in chunks, where a chunk whose digest equals the one stored at its index
-// is left as it is. A value that shares a prefix with the stored one (an
+// in chunks (`digests` are theirs), where a chunk whose digest equals the
+// one stored at its index is left as it is. A value that shares a prefix with the stored one (an
 // append) rewrites its last chunks and the head only.
 std::int32_t writeValue(sqlite3* db, const ItemKey& key, const Address& item, std::span<const std::uint8_t> value,
-                        const std::vector<ChunkDigest>& stored, bool insert) {
+                        const std::vector<ChunkDigest>& digests, const std::vector<ChunkDigest>& stored, bool insert) {
   Bytes sealed;
   std::size_t chunks = 0;
   if (value.size() <= kItemChunkSize) {
     sealed = sealItemValue(key, item.service, item.account, value);
   } else {
-    ChunkedHead head{.length = value.size(), .chunkSize = kItemChunkSize, .digests = chunkDigests(key, value)};
+    const ChunkedHead head{.length = value.size(), .chunkSize = kItemChunkSize, .digests = digests};
     chunks = head.digests.size();
     Statement upsert(db,
                      "INSERT OR REPLACE INTO item_chunks (service, account, chunk, sealed) VALUES (?1, ?2, ?3, ?4)");
@@ -122,12 +131,25 @@ SqliteSecureStore::SqliteSecureStore(std::shared_ptr<StoreDatabase> database) : 
 
 std::int32_t SqliteSecureStore::writeItem(std::string_view service, std::string_view account,
                                           std::span<const std::uint8_t> value, bool insert) {
+  const Address item{service, account};
   std::int32_t status = SecureStoreStatus::notAvailable;
+  std::optional<ItemKey> digestKey;
+  database_->run([&](sqlite3* db, const ItemKey& key) {
+    // Callers that update an existing item add first: finding it before
+    // digesting or sealing spares them doing that twice.
+    status = insert ? exists(db, item) : SecureStoreStatus::itemNotFound;
+    if (status == SecureStoreStatus::itemNotFound) digestKey = key;
+    if (status == SecureStoreStatus::success) status = SecureStoreStatus::duplicateItem;
+  });
+  if (!digestKey) return status;
+  // Digesting a long value takes a while: not while others wait for the store.
+  const auto digests = value.size() > kItemChunkSize ? chunkDigests(*digestKey, value) : std::vector<ChunkDigest>{};
+
   // A value in chunks is several rows: they change together or not at all,
   // under the write lock from the first read on.
+  status = SecureStoreStatus::notAvailable;
   const bool committed = database_->runTogether([&] {
     database_->run([&](sqlite3* db, const ItemKey& key) {
-      const Address item{service, account};
       const auto sealed = readSealed(db, item, status);
       if (status == SecureStoreStatus::ioError) return;
       if (insert == sealed.has_value()) {
@@ -138,7 +160,7 @@ std::int32_t SqliteSecureStore::writeItem(std::string_view service, std::string_
         status = SecureStoreStatus::ioError;
         return;
       }
-      status = writeValue(db, key, item, value, storedDigests(key, item, sealed), insert);
+      status = writeValue(db, key, item, value, digests, storedDigests(key, item, sealed), insert);
       if (status != SecureStoreStatus::success) execute(db, "ROLLBACK TO item_write");
       execute(db, "RELEASE item_write");
     });
@@ -148,8 +170,6 @@ std::int32_t SqliteSecureStore::writeItem(std::string_view service, std::string_
 
 std::int32_t SqliteSecureStore::add(std::string_view service, std::string_view account,
                                     std::span<const std::uint8_t> value) {
-  // Callers that update an existing item add first; finding the item before
-  // sealing spares them sealing a large value twice.
   return writeItem(service, account, value, true);
 }
 
