@@ -7,7 +7,7 @@
 #include <stdio.h>
 #include <string.h>
 
-#include "kiv/face_liveness_lite.h"
+#include "kiv/testing/face_liveness_lite_testing.h"
 
 typedef struct host {
   const char* token;
@@ -80,7 +80,7 @@ int main(int argc, char** argv) {
   if (argc > 3) h.person = argv[3];
   status = kiv_set_log_handler(log_line, NULL);
   if (status == KIV_OK) status = kiv_set_backend_root_url(KIV_ENVIRONMENT_DEV, argv[1]);
-  if (status == KIV_OK && argc > 4) status = kiv_use_simulated_capture(argv[4]);
+  if (status == KIV_OK) status = kiv_use_simulated_capture(argc > 4 ? argv[4] : "connected; success");
   /* A kiosk decides itself; a phone host asks the user first. */
   if (status == KIV_OK) status = kiv_set_camera_status(KIV_CAMERA_AUTHORIZED, 1);
   if (status != KIV_OK) {

@@ -41,8 +41,11 @@
  *
  * Process set-up: the platform (main loop, capture vendor, camera, storage)
  * is made on first use by any call that needs it. kiv_set_data_directory()
- * must come before that; the capture script and the camera answer may change
- * at any time and apply to the next attempt.
+ * must come before that.
+ *
+ * Test doubles (the simulated capture vendor, a fixed camera answer) are not
+ * part of this library: kiv/testing/face_liveness_lite_testing.h declares
+ * them, in the kivfll_testing library.
  */
 #ifndef KIV_FACE_LIVENESS_LITE_H
 #define KIV_FACE_LIVENESS_LITE_H
@@ -126,19 +129,6 @@ KIV_API kiv_status kiv_set_backend_root_url(kiv_environment environment, const c
 /* Tells the SDK the application entered the background (a session fetched
  * ahead of time is dropped). Any thread. */
 KIV_API kiv_status kiv_post_application_did_enter_background(void);
-
-/* The capture vendor plays `script` (one step per ';', for example
- * "connected; wait 2; failure eyes_closed" or "connected; canceled") at the
- * following launches; it is the only vendor on Linux and plays
- * "connected; success" until told otherwise. KIV_ERROR_INVALID_ARGUMENT for
- * a script that does not parse. Any thread. */
-KIV_API kiv_status kiv_use_simulated_capture(const char* script);
-
-/* The camera's authorization is `status`, whatever the devices say; when it
- * is KIV_CAMERA_NOT_DETERMINED, the prompt is answered `grant_when_asked`
- * (non-zero: granted). Without this call the Linux answer (from /dev/video*)
- * holds. Any thread. */
-KIV_API kiv_status kiv_set_camera_status(kiv_camera_status status, int grant_when_asked);
 
 typedef void (*kiv_log_handler)(void* user_data, const char* line);
 

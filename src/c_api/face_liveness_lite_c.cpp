@@ -30,29 +30,6 @@ struct kiv_sdk {
 namespace kiv::c_api {
 namespace {
 
-// The camera answer a C host may fix at any time; the Linux answer until it
-// does.
-class AdjustableCamera final : public CameraAuthorization {
- public:
-  explicit AdjustableCamera(std::shared_ptr<CameraAuthorization> fallback) : fallback_(std::move(fallback)) {}
-
-  void fix(CameraAuthorizationStatus status, bool grantWhenAsked) {
-    std::lock_guard lock(mutex_);
-    fixed_ = std::make_shared<FixedCameraAuthorization>(status, grantWhenAsked);
-  }
-  CameraAuthorizationStatus status() override { return current()->status(); }
-  void requestAccess(Completion completion) override { current()->requestAccess(std::move(completion)); }
-
- private:
-  std::shared_ptr<CameraAuthorization> current() {
-    std::lock_guard lock(mutex_);
-    return fixed_ ? fixed_ : fallback_;
-  }
-  std::mutex mutex_;
-  std::shared_ptr<CameraAuthorization> fallback_;
-  std::shared_ptr<CameraAuthorization> fixed_;
-};
-
 // The SDK's lines, to the standard output until the host hands them
 // elsewhere.
 class HandlerConsole final : public Console {
@@ -83,9 +60,7 @@ class HandlerConsole final : public Console {
 
 // What the C layer keeps of the platform it installed.
 struct CPlatform {
-  std::shared_ptr<MainLoop> loop;
-  std::shared_ptr<SimulatedCaptureVendor> vendor;
-  std::shared_ptr<AdjustableCamera> camera;
+  std::shared_ptr<MainLoop> loop;  // null when the main queue is not one the SDK runs
   std::shared_ptr<HandlerConsole> console;
   std::shared_ptr<TrafficCounter> traffic;
 };
@@ -102,32 +77,36 @@ ProcessState& state() {
   return instance;
 }
 
-// Installs the platform on first use: the Linux bundle with the vendor and
-// camera the C calls adjust.
+// Installs the platform on first use: the bundle installed so far (the
+// Linux one unless a C++ caller or the testing library installed another),
+// with the storage of the data directory, the log handler's console and the
+// traffic counter that tells when background work is done.
 CPlatform ensurePlatform() {
   auto& s = state();
   std::lock_guard lock(s.mutex);
   if (s.installed) return *s.installed;
-  auto bundle = makeLinuxPlatform();
+  Platform bundle = *platform();
   if (s.dataDirectory) {
     bundle.secureStore = makeLinuxSecureStore(s.dataDirectory);
     bundle.defaults = makeLinuxUserDefaults(s.dataDirectory);
     bundle.crash = makeLinuxCrashPrimitives(s.dataDirectory);
   }
-  CPlatform made{std::static_pointer_cast<MainLoop>(bundle.mainQueue), std::make_shared<SimulatedCaptureVendor>(),
-                 std::make_shared<AdjustableCamera>(bundle.camera), std::make_shared<HandlerConsole>(bundle.console),
-                 std::make_shared<TrafficCounter>()};
+  CPlatform made{std::dynamic_pointer_cast<MainLoop>(bundle.mainQueue),
+                 std::make_shared<HandlerConsole>(bundle.console), std::make_shared<TrafficCounter>()};
   bundle.http = made.traffic->wrap(bundle.http);
   bundle.taskPool = made.traffic->wrap(bundle.taskPool);
   bundle.console = made.console;
-  bundle.capture = made.vendor;
-  bundle.camera = made.camera;
   installPlatform(std::move(bundle));
   s.installed = made;
   return made;
 }
 
-bool onMainThread() { return ensurePlatform().loop->isCurrent(); }
+std::shared_ptr<MainQueue> mainQueue() {
+  ensurePlatform();
+  return platform()->mainQueue;
+}
+
+bool onMainThread() { return mainQueue()->isCurrent(); }
 
 // Runs `body` with every exception turned into a status.
 template <typename Body>
@@ -205,6 +184,7 @@ const char* kiv_status_name(kiv_status status) {
 kiv_status kiv_run_main_loop(void) {
   return guarded([] {
     auto loop = ensurePlatform().loop;
+    if (!loop) return KIV_ERROR_INVALID_STATE;
     bool expected = false;
     if (!state().loopRunning.compare_exchange_strong(expected, true)) return KIV_ERROR_INVALID_STATE;
     struct Reset {
@@ -217,7 +197,9 @@ kiv_status kiv_run_main_loop(void) {
 
 kiv_status kiv_stop_main_loop(void) {
   return guarded([] {
-    ensurePlatform().loop->stop();
+    auto loop = ensurePlatform().loop;
+    if (!loop) return KIV_ERROR_INVALID_STATE;
+    loop->stop();
     return KIV_OK;
   });
 }
@@ -225,7 +207,7 @@ kiv_status kiv_stop_main_loop(void) {
 kiv_status kiv_post_to_main_loop(kiv_task task, void* user_data) {
   if (task == nullptr) return KIV_ERROR_NULL_ARGUMENT;
   return guarded([&] {
-    ensurePlatform().loop->post([box = TaskBox{task, user_data}] { box.task(box.userData); });
+    mainQueue()->post([box = TaskBox{task, user_data}] { box.task(box.userData); });
     return KIV_OK;
   });
 }
@@ -233,6 +215,7 @@ kiv_status kiv_post_to_main_loop(kiv_task task, void* user_data) {
 kiv_status kiv_wait_for_background_work(void) {
   return guarded([] {
     auto p = ensurePlatform();
+    if (!p.loop) return KIV_ERROR_INVALID_STATE;
     if (p.loop->isCurrent()) return KIV_ERROR_WRONG_THREAD;
     bool expected = false;
     if (!state().loopRunning.compare_exchange_strong(expected, true)) return KIV_ERROR_INVALID_STATE;
@@ -274,39 +257,6 @@ kiv_status kiv_post_application_did_enter_background(void) {
   });
 }
 
-kiv_status kiv_use_simulated_capture(const char* script) {
-  if (auto status = checkText(script); status != KIV_OK) return status;
-  return guarded([&] {
-    auto parsed = CaptureScript::parse(script);
-    if (!parsed) return KIV_ERROR_INVALID_ARGUMENT;
-    ensurePlatform().vendor->setScript(std::move(*parsed));
-    return KIV_OK;
-  });
-}
-
-kiv_status kiv_set_camera_status(kiv_camera_status status, int grant_when_asked) {
-  std::optional<CameraAuthorizationStatus> camera;
-  switch (status) {
-    case KIV_CAMERA_NOT_DETERMINED:
-      camera = CameraAuthorizationStatus::notDetermined;
-      break;
-    case KIV_CAMERA_RESTRICTED:
-      camera = CameraAuthorizationStatus::restricted;
-      break;
-    case KIV_CAMERA_DENIED:
-      camera = CameraAuthorizationStatus::denied;
-      break;
-    case KIV_CAMERA_AUTHORIZED:
-      camera = CameraAuthorizationStatus::authorized;
-      break;
-  }
-  if (!camera) return KIV_ERROR_INVALID_ARGUMENT;
-  return guarded([&] {
-    ensurePlatform().camera->fix(*camera, grant_when_asked != 0);
-    return KIV_OK;
-  });
-}
-
 kiv_status kiv_set_log_handler(kiv_log_handler handler, void* user_data) {
   return guarded([&] {
     ensurePlatform().console->route(handler, user_data);
@@ -334,7 +284,7 @@ kiv_status kiv_sdk_destroy(kiv_sdk* sdk) {
     if (CDelegate::insideCall()) {
       // The facade is the caller of this delegate call: it is released once
       // the call has unwound, never under its own feet.
-      ensurePlatform().loop->post([facade = std::move(handle->facade), delegate = std::move(handle->delegate)] {});
+      mainQueue()->post([facade = std::move(handle->facade), delegate = std::move(handle->delegate)] {});
     }
     return KIV_OK;
   });

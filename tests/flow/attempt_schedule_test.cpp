@@ -17,11 +17,9 @@
 #include <sstream>
 #include <thread>
 
+#include "base/state_manager.hpp"
 #include "flow/face_liveness_view_model.hpp"
 #include "kiv/platform/ui/view_toolkit.hpp"
-#include "platform/integrity/fake_device_integrity.hpp"
-#include "platform/secure_store/memory_secure_store.hpp"
-#include "base/state_manager.hpp"
 #include "support/recording_delegate.hpp"
 #include "support/test_platform.hpp"
 
@@ -30,14 +28,10 @@ namespace {
 
 using testing::RecordingDelegate;
 
-SessionResponse validSession() {
-  SessionResponse session;
-  session.id = "session-1";
-  session.supplier = SessionSupplier{.type = "iproov", .product = {}, .token = "vendor-token", .settings = {}};
-  session.livenessAttemptId = "attempt-1";
-  session.signedResponse = "signed-1";
-  return session;
-}
+const SessionResponse kValidSession =
+    SessionResponse::decode(Json::parse(R"({"id":"session-1","supplier":{"type":"iproov","token":"vendor-token"},)"
+                                        R"("livenessAttemptId":"attempt-1","signedResponse":"signed-1"})"))
+        .value();
 
 // The backend as the schedule answers it: a request waits until the
 // schedule delivers its result.
@@ -139,7 +133,7 @@ std::string AttemptSchedules::play(std::uint64_t seed) {
   bool modelGone = false;
   bool callAfterRelease = false;
   delegate->onCall = [&](const std::string&) { callAfterRelease = callAfterRelease || modelGone; };
-  auto& integrity = static_cast<FakeDeviceIntegrity&>(*platform()->integrity);
+  auto& integrity = fakeIntegrity();
 
   KivSDKStateManager::shared().endRun();
   EXPECT_TRUE(KivSDKStateManager::shared().beginRun());
@@ -156,7 +150,7 @@ std::string AttemptSchedules::play(std::uint64_t seed) {
   switch (random() % 3) {
     case 0:
       trace << "ready;";
-      model->start(PrewarmState::ready{validSession()});
+      model->start(PrewarmState::ready{kValidSession});
       break;
     case 1:
       trace << "pending;";
@@ -170,7 +164,7 @@ std::string AttemptSchedules::play(std::uint64_t seed) {
   auto offMain = [](const std::function<void()>& work) { std::thread(work).join(); };
   auto deliverSession = [&](bool fail) {
     auto completion = std::exchange(service->pending, nullptr);
-    APIResult<SessionResponse> result = validSession();
+    APIResult<SessionResponse> result = kValidSession;
     if (fail) result = std::unexpected(APIServiceError(APIServiceError::httpError{500, "Server Error"}));
     offMain([&] { completion(result); });  // the service answers on its own thread
   };
@@ -198,7 +192,7 @@ std::string AttemptSchedules::play(std::uint64_t seed) {
           const bool empty = chance(40);
           trace << (empty ? "prewarm-none;" : "prewarm;");
           auto waiter = std::exchange(prewarmWaiter, nullptr);
-          waiter(empty ? std::nullopt : std::optional(validSession()));
+          waiter(empty ? std::nullopt : std::optional(kValidSession));
         }
         break;
       case 2:
@@ -240,7 +234,7 @@ std::string AttemptSchedules::play(std::uint64_t seed) {
   // Let every started exchange finish, the way a live capture would end.
   for (int round = 0; round < 8 && model && !model->didDeliverResult(); ++round) {
     loop().runUntilIdle();
-    if (prewarmWaiter) std::exchange(prewarmWaiter, nullptr)(validSession());
+    if (prewarmWaiter) std::exchange(prewarmWaiter, nullptr)(kValidSession);
     if (service->pending) deliverSession(false);
     if (vendor->callback) sendStatus(Status::success{}, true);
     loop().runUntilIdle();

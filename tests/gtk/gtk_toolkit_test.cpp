@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "gtk/gtk_support.hpp"
-#include "kiv/platform/capture/simulated_capture_vendor.hpp"
+#include "kiv/testing/simulated_capture_vendor.hpp"
 #include "kiv/platform/gtk/capture_screen.hpp"
 #include "kiv/platform/gtk/glib_main_queue.hpp"
 #include "kiv/platform/gtk/gtk_view_toolkit.hpp"
@@ -152,6 +152,7 @@ class RootPresenter final : public IProovPresentationDelegate {
  public:
   explicit RootPresenter(std::shared_ptr<ViewController> root) : root_(std::move(root)) {}
   void present(std::shared_ptr<ViewController> controller, Task completion) override {
+    controller->setModalPresentationStyle(ModalPresentationStyle::fullScreen);
     root_->present(std::move(controller), false, std::move(completion));
   }
   void dismiss(std::shared_ptr<ViewController> controller, Task completion) override {
