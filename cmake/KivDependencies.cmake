@@ -15,6 +15,9 @@ pkg_check_modules(UTF8PROC REQUIRED IMPORTED_TARGET libutf8proc)
 pkg_check_modules(SIMDJSON REQUIRED IMPORTED_TARGET simdjson)
 pkg_check_modules(WEBP REQUIRED IMPORTED_TARGET libwebp libwebpdemux)
 
+# The C tests and the C host example lend the SDK a GLib main loop.
+pkg_check_modules(GLIB QUIET IMPORTED_TARGET glib-2.0)
+
 # Optional: the GTK 4 toolkit library and the windows of `kivfll demo --window`
 # and `kivfll preview` (scripts/setup installs them).
 # The sanitizer presets leave it out: GTK's own caches read as leaks and its
