@@ -24,6 +24,14 @@ constexpr const char* kSchema =
     "  sealed BLOB NOT NULL,"
     "  PRIMARY KEY (service, account)) WITHOUT ROWID;"
     "CREATE INDEX IF NOT EXISTS items_by_account ON items (account);"
+    // The chunks of the values kept in chunks; their heads are in items.
+    "CREATE TABLE IF NOT EXISTS item_chunks ("
+    "  service BLOB NOT NULL,"
+    "  account BLOB NOT NULL,"
+    "  chunk INTEGER NOT NULL,"
+    "  sealed BLOB NOT NULL,"
+    "  PRIMARY KEY (service, account, chunk));"
+    "CREATE INDEX IF NOT EXISTS item_chunks_by_account ON item_chunks (account);"
     "CREATE TABLE IF NOT EXISTS defaults ("
     "  key TEXT NOT NULL PRIMARY KEY,"
     "  value TEXT NOT NULL) WITHOUT ROWID;";
