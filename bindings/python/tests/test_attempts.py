@@ -24,6 +24,8 @@ class Vendor:
     def __init__(self):
         self.play = "success"
         self.options = None
+        self.hung = None
+        self.cancelled = []
         self.problems = []  # checked by each attempt: an assert would stop in the C callback's frame
 
     def expect(self, holds, what):
@@ -33,6 +35,9 @@ class Vendor:
     def launch(self, capture, url, token, options):
         self.expect(url == "wss://eu.capture.example/ws", url)
         self.options = options
+        if self.play == "hang":
+            self.hung = capture  # reports nothing: only a cancel ends it
+            return
         threading.Thread(target=self._report, args=(capture, self.play)).start()
 
     def _report(self, capture, play):
@@ -43,15 +48,13 @@ class Vendor:
             "failure": lambda: kivfll.report_failure(capture, [("too_dark", "Too dark \U0001F311")]),
             "error": lambda: kivfll.report_error(capture, "userTimeout", "Nobody came"),
             "cancel": lambda: kivfll.report_canceled(capture),
-            "hang": lambda: kivfll.KivStatus.OK,
         }[play]
         self.expect(final() == kivfll.KivStatus.OK, play)
-        if play != "hang":
-            self.expect(kivfll.report_success(capture) == kivfll.KivStatus.INVALID_STATE, "a late status")
-            self.expect(kivfll.request_dismissal(capture) == kivfll.KivStatus.OK, "dismissal")
+        self.expect(kivfll.report_success(capture) == kivfll.KivStatus.INVALID_STATE, "a late status")
+        self.expect(kivfll.request_dismissal(capture) == kivfll.KivStatus.OK, "dismissal")
 
     def cancel(self, capture):
-        pass
+        self.cancelled.append(capture)
 
 
 class Camera:
@@ -83,10 +86,10 @@ def host():
     kivfll.set_backend_root_url(kivfll.KivEnvironment.dev, root)
 
     def attempt(play, person="person-1", prewarm=False, close_when_loaded=False):
-        vendor.play = play
         calls_off_loop = []
 
         async def run():
+            vendor.play = play  # on the loop: a released attempt's launch may still be ahead there
             sdk = kivfll.KivFaceLivenessLiteSDK()
 
             def loaded():
@@ -151,8 +154,9 @@ def test_prewarm_serves_the_start(host):
     assert sessions() == before + 1
 
 
-def test_a_facade_closed_mid_run_lets_the_next_attempt_run(host):
-    attempt, _, _ = host
+def test_a_facade_closed_mid_run_stops_its_capture_and_lets_the_next_attempt_run(host):
+    attempt, _, vendor = host
     assert attempt("hang", close_when_loaded=True) == "released"
     assert isinstance(attempt("success"), kivfll.Success)
+    assert vendor.cancelled == [vendor.hung]  # the others reported their end
     assert kivfll.report_success(987654321) == kivfll.KivStatus.INVALID_ARGUMENT

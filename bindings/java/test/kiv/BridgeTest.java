@@ -46,27 +46,29 @@ public final class BridgeTest {
   static final class Vendor implements KivCaptureVendor {
     volatile Play play = Play.SUCCESS;
     final List<Long> cancels = new ArrayList<>();
+    volatile long hung = 0;
 
     @Override
     public void launch(long capture, String url, String token, String optionsJson) {
       check(Thread.currentThread() == mainThread, "launch on the main thread");
       check(url.equals("wss://eu.capture.example/ws"), "streaming URL " + url);
       final Play now = play;
+      if (now == Play.HANG) {
+        hung = capture; // reports nothing: only a cancel ends it
+        return;
+      }
       new Thread(() -> report(capture, now)).start();
     }
 
     private static void report(long capture, Play play) {
-      check(KivCapture.connected(capture) == KivStatus.OK, "connected accepted");
+      check(KivCapture.connected(capture) == KivStatus.OK, play + ": connected accepted");
       check(KivCapture.processing(capture, 2.0, null) == KivStatus.INVALID_ARGUMENT, "progress 2 refused");
       switch (play) {
         case SUCCESS -> check(KivCapture.success(capture) == KivStatus.OK, "success accepted");
         case FAILURE -> KivCapture.failure(capture,
             List.of(new KivCapture.FailureReason("eyes_closed", "Eyes closed \uD83D\uDC40")));
         case ERROR -> KivCapture.error(capture, KivCapture.Error.network, "The connection was lost");
-        case CANCEL -> KivCapture.canceled(capture, KivCapture.Canceler.user);
-        case HANG -> {
-          return;
-        }
+        case CANCEL, HANG -> KivCapture.canceled(capture, KivCapture.Canceler.user);
       }
       check(KivCapture.success(capture) == KivStatus.INVALID_STATE, "a late status refused");
       check(KivCapture.requestDismissal(capture) == KivStatus.OK, "dismissal accepted");
@@ -147,11 +149,16 @@ public final class BridgeTest {
     }
   }
 
-  private static Heard attempt(String token, String person, boolean prewarm, boolean closeWhenLoaded)
+  private static Vendor vendor;
+
+  // The play is set on the main thread: the launch of an attempt released
+  // mid-run may still be ahead there.
+  private static Heard attempt(Play play, String token, String person, boolean prewarm, boolean closeWhenLoaded)
       throws Exception {
     Heard heard = new Heard();
     heard.closeWhenLoaded = closeWhenLoaded;
     main.execute(() -> {
+      vendor.play = play;
       heard.sdk = new KivFaceLivenessLiteSDK();
       heard.sdk.setDelegate(heard);
       heard.sdk.setup(token, person, null, null, null, KivEnvironment.dev, true);
@@ -206,7 +213,7 @@ public final class BridgeTest {
     String token = run(kivfll, "token", "--iss", "java-client", "--service-location", "eu.capture.example");
 
     mainThread = main.submit(Thread::currentThread).get();
-    Vendor vendor = new Vendor();
+    vendor = new Vendor();
     KivFaceLivenessLite.useMainThread(main);
     KivFaceLivenessLite.useCaptureVendor(vendor);
     KivFaceLivenessLite.useCamera(new Camera());
@@ -222,40 +229,38 @@ public final class BridgeTest {
 
     // Success, with a person id outside the BMP that must come back signed.
     String person = "person-\uD83D\uDE00";
-    Heard success = attempt(token, person, false, false);
+    Heard success = attempt(Play.SUCCESS, token, person, false, false);
     check(success.outcome.get().equals("success"), "success: " + success.outcome.get());
     String payload = new String(Base64.getUrlDecoder().decode(success.signedResponse.split("\\.")[1]),
         StandardCharsets.UTF_8);
     check(payload.contains("\"personId\":\"" + person + "\""), "the person id survives both ways: " + payload);
 
-    vendor.play = Play.FAILURE;
-    Heard failure = attempt(token, "person-1", false, false);
+    Heard failure = attempt(Play.FAILURE, token, "person-1", false, false);
     check(failure.outcome.get().equals("failure eyesClosed"), "failure: " + failure.outcome.get());
     check("Eyes closed \uD83D\uDC40".equals(failure.description), "description: " + failure.description);
     check(failure.signedResponse != null && !failure.signedResponse.isEmpty(), "failure carries the verdict");
 
-    vendor.play = Play.ERROR;
-    Heard error = attempt(token, "person-1", false, false);
+    Heard error = attempt(Play.ERROR, token, "person-1", false, false);
     check(error.outcome.get().equals("error networkException"), "error: " + error.outcome.get());
     check("The connection was lost".equals(error.description), "error description: " + error.description);
 
-    vendor.play = Play.CANCEL;
-    check(attempt(token, "person-1", false, false).outcome.get().equals("cancelled"), "cancelled");
+    check(attempt(Play.CANCEL, token, "person-1", false, false).outcome.get().equals("cancelled"), "cancelled");
 
     // Prewarm: the start takes the prewarmed session, no second request.
-    vendor.play = Play.SUCCESS;
     int before = sessionRequests(root);
-    Heard prewarmed = attempt(token, "person-1", true, false);
+    Heard prewarmed = attempt(Play.SUCCESS, token, "person-1", true, false);
     check(prewarmed.outcome.get().equals("success"), "prewarmed: " + prewarmed.outcome.get());
     check(sessionRequests(root) == before + 1, "one session for prewarm and start");
 
-    // The facade released mid-run: nothing more
-    // reaches the delegate, and the next attempt runs.
-    vendor.play = Play.HANG;
-    Heard released = attempt(token, "person-1", false, true);
-    vendor.play = Play.SUCCESS;
-    check(attempt(token, "person-1", false, false).outcome.get().equals("success"), "after a release");
+    // The facade released mid-run: its capture is cancelled, nothing more
+    // reaches the delegate, and the next attempt runs. (The other captures
+    // reported their end, so no cancel reached them.)
+    Heard released = attempt(Play.HANG, token, "person-1", false, true);
+    check(attempt(Play.SUCCESS, token, "person-1", false, false).outcome.get().equals("success"), "after a release");
     check(released.finishingCalls == 0, "no outcome after the release");
+    synchronized (vendor) {
+      check(vendor.cancels.equals(List.of(vendor.hung)), "only the abandoned capture cancelled: " + vendor.cancels);
+    }
 
     for (Heard heard : List.of(success, failure, error, prewarmed, released)) {
       check(heard.offMainCalls == 0, "every delegate call on the main thread");
