@@ -206,6 +206,10 @@ TEST_F(HttpSessionTest, SequentialRequestsReuseOneConnectionAndSurviveItsClosing
   server.dropConnections();
   EXPECT_FALSE(session->send(get("/r")).error);
   EXPECT_EQ(server.connectionsUsed(), 2u);
+  // Each attempt makes its own session: the next one reuses the connection.
+  session.reset();
+  EXPECT_FALSE(platform()->http->makeSession({})->send(get("/r")).error);
+  EXPECT_EQ(server.connectionsUsed(), 2u);
 }
 
 TEST_F(HttpSessionTest, CookiesAreNeitherKeptNorSentAndRedirectsAreFollowed) {

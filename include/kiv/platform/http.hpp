@@ -181,8 +181,9 @@ class HttpSession {
 
   // Runs `request` and blocks the calling thread until its result is in. For
   // code that already runs on a background task, never on the main queue.
-  // Called from one of this session's own completions it returns a
-  // `cancelled` error at once instead of waiting for itself.
+  // Called from a thread that runs this session's completions (which an
+  // implementation may share between sessions) it returns a `cancelled`
+  // error at once instead of waiting for itself.
   virtual DataTaskResult send(HttpRequest request);
 };
 

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <csignal>
 #include <mutex>
 #include <optional>
@@ -106,27 +107,71 @@ std::string fieldValue(std::string_view value) {
 }
 
 class Engine;
+class CurlDataTask;
+
+// Set while a completion runs on this thread: a session ended from inside
+// one cannot wait for the completions still to come, its own among them.
+thread_local int tCompletionsRunning = 0;
+
+// What one session's tasks share: its configuration, and the count of its
+// resumed tasks whose completion has not returned yet, which ending the
+// session waits for.
+struct SessionState {
+  explicit SessionState(HttpSessionConfiguration given) : configuration(std::move(given)) {}
+
+  const HttpSessionConfiguration configuration;
+  std::mutex mutex;
+  std::condition_variable drained;
+  bool ended = false;                             // guarded by mutex
+  std::size_t unfinished = 0;                     // guarded by mutex
+  std::vector<std::weak_ptr<CurlDataTask>> live;  // guarded by mutex; resumed tasks
+
+  // False once the session has ended: the task is then not counted.
+  bool admit(const std::shared_ptr<CurlDataTask>& task) {
+    std::lock_guard lock(mutex);
+    if (ended) return false;
+    ++unfinished;
+    std::erase_if(live, [](const auto& weak) { return weak.expired(); });
+    live.push_back(task);
+    return true;
+  }
+  void finished() {
+    std::lock_guard lock(mutex);
+    if (--unfinished == 0) drained.notify_all();
+  }
+};
 
 class CurlDataTask final : public HttpDataTask, public std::enable_shared_from_this<CurlDataTask> {
  public:
-  CurlDataTask(std::weak_ptr<Engine> engine, HttpRequest request, DataTaskCompletion completion)
-      : request_(std::move(request)), engine_(std::move(engine)), completion_(std::move(completion)) {}
+  CurlDataTask(std::weak_ptr<Engine> engine, std::shared_ptr<SessionState> session, HttpRequest request,
+               DataTaskCompletion completion)
+      : request_(std::move(request)),
+        session_(std::move(session)),
+        engine_(std::move(engine)),
+        completion_(std::move(completion)) {}
 
   void resume() override;
   void cancel() override;
+  // Marks the task cancelled without waking anyone: for ending a session,
+  // which wakes the thread once for all its tasks.
+  void requestCancel() { cancelRequested_.store(true); }
 
   bool cancelRequested() const { return cancelRequested_.load(); }
+  const HttpSessionConfiguration& configuration() const { return session_->configuration; }
 
   // Runs the completion unless it already ran; releases what it captured.
   void complete(DataTaskResult result) {
     if (completed_.exchange(true)) return;
     auto completion = std::move(completion_);
     completion_ = nullptr;
+    ++tCompletionsRunning;
     try {
       if (completion) completion(std::move(result));
     } catch (...) {
       // A throwing completion must not take the session's thread down.
     }
+    --tCompletionsRunning;
+    if (counted_) session_->finished();
   }
 
   // Transfer state, touched only on the session's thread.
@@ -144,8 +189,13 @@ class CurlDataTask final : public HttpDataTask, public std::enable_shared_from_t
   char errorBuffer[CURL_ERROR_SIZE] = {};
 
  private:
+  // Completes on the pool: never on the thread that resumed the task.
+  void completeElsewhere(HttpErrorCode code);
+
+  const std::shared_ptr<SessionState> session_;
   std::weak_ptr<Engine> engine_;
   DataTaskCompletion completion_;
+  bool counted_ = false;  // admitted by its session; set before it can complete
   std::atomic<bool> resumed_{false};
   std::atomic<bool> cancelRequested_{false};
   std::atomic<bool> completed_{false};
@@ -153,15 +203,18 @@ class CurlDataTask final : public HttpDataTask, public std::enable_shared_from_t
 
 thread_local const Engine* tCurrentEngine = nullptr;
 
-// The transfer thread of one session and its curl multi handle. Other threads
-// talk to it only through submit() and wakeForCancel(); everything else runs
-// on the thread.
+// A transfer thread and its curl multi handle, with the multi's connection
+// cache: shared by every session of the factory made with the same label and
+// connection limit, so that a session made for the next attempt reuses the
+// connections of the last one instead of opening its own (and starting a
+// thread). Other threads talk to it only through submit() and
+// wakeForCancel(); everything else runs on the thread.
 class Engine : public std::enable_shared_from_this<Engine> {
  public:
-  Engine(HttpSessionConfiguration configuration, std::optional<std::string> certificateAuthorities)
-      : configuration_(std::move(configuration)), certificateAuthorities_(std::move(certificateAuthorities)) {
+  Engine(std::string label, int maximumConnectionsPerHost, std::optional<std::string> certificateAuthorities)
+      : label_(std::move(label)), certificateAuthorities_(std::move(certificateAuthorities)) {
     multi_ = curl_multi_init();
-    const long perHost = std::max(1, configuration_.maximumConnectionsPerHost);
+    const long perHost = std::max(1, maximumConnectionsPerHost);
     curl_multi_setopt(multi_, CURLMOPT_MAX_HOST_CONNECTIONS, perHost);
     // By default the cache shrinks with the number of transfers in flight,
     // which would close kept-alive connections between requests.
@@ -223,7 +276,7 @@ class Engine : public std::enable_shared_from_this<Engine> {
     sigemptyset(&pipe);
     sigaddset(&pipe, SIGPIPE);
     pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
-    pthread_setname_np(pthread_self(), configuration_.label.substr(0, 15).c_str());
+    pthread_setname_np(pthread_self(), label_.substr(0, 15).c_str());
     tCurrentEngine = this;
 
     for (;;) {
@@ -360,7 +413,7 @@ class Engine : public std::enable_shared_from_this<Engine> {
           static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(delayFromSeconds(seconds)).count()));
     };
     const long idleMs = milliseconds(idleLimit(request).count());
-    const long resourceMs = milliseconds(configuration_.timeoutIntervalForResource);
+    const long resourceMs = milliseconds(task.configuration().timeoutIntervalForResource);
     task.lastActivity = std::chrono::steady_clock::now();
 
     bool ok = curl_easy_setopt(easy, CURLOPT_URL, request.url.c_str()) == CURLE_OK;
@@ -384,7 +437,7 @@ class Engine : public std::enable_shared_from_this<Engine> {
     ok = ok && curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, task.errorBuffer) == CURLE_OK;
     // A length announced beyond the bound ends the transfer before the body;
     // one sent without a length is counted as it arrives (onBody).
-    task.maximumBody = configuration_.maximumResponseBodyBytes;
+    task.maximumBody = task.configuration().maximumResponseBodyBytes;
     ok = ok && curl_easy_setopt(easy, CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(task.maximumBody)) == CURLE_OK;
     ok = ok && curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &Engine::onBody) == CURLE_OK;
     ok = ok && curl_easy_setopt(easy, CURLOPT_WRITEDATA, &task) == CURLE_OK;
@@ -500,7 +553,7 @@ class Engine : public std::enable_shared_from_this<Engine> {
     task.headerLines = nullptr;
   }
 
-  const HttpSessionConfiguration configuration_;
+  const std::string label_;
   const std::optional<std::string> certificateAuthorities_;
   CURLM* multi_ = nullptr;
   std::thread thread_;
@@ -515,11 +568,18 @@ class Engine : public std::enable_shared_from_this<Engine> {
 
 void CurlDataTask::resume() {
   if (resumed_.exchange(true)) return;
+  if (!session_->admit(shared_from_this())) {
+    completeElsewhere(HttpErrorCode::cancelled);  // the session has ended
+    return;
+  }
+  counted_ = true;
   auto engine = engine_.lock();
   if (engine && engine->submit(shared_from_this())) return;
-  // The session has ended and its thread is gone: complete on the task pool,
-  // still never on the caller's thread.
-  platform()->taskPool->post([self = shared_from_this()] { self->complete(errorResult(HttpErrorCode::cancelled)); });
+  completeElsewhere(HttpErrorCode::cancelled);  // the factory has ended and its threads with it
+}
+
+void CurlDataTask::completeElsewhere(HttpErrorCode code) {
+  platform()->taskPool->post([self = shared_from_this(), code] { self->complete(errorResult(code)); });
 }
 
 void CurlDataTask::cancel() {
@@ -531,31 +591,58 @@ void CurlDataTask::cancel() {
   if (auto engine = engine_.lock()) engine->wakeForCancel();
 }
 
+// Stops its engine when the last of the factory and the sessions that share
+// the engine lets go of it.
+struct EngineOwner {
+  explicit EngineOwner(std::shared_ptr<Engine> made) : engine(std::move(made)) { engine->start(); }
+  ~EngineOwner() { engine->stop(); }
+  EngineOwner(const EngineOwner&) = delete;
+  EngineOwner& operator=(const EngineOwner&) = delete;
+
+  const std::shared_ptr<Engine> engine;
+};
+
 class CurlHttpSession final : public HttpSession {
  public:
-  CurlHttpSession(HttpSessionConfiguration configuration, std::optional<std::string> certificateAuthorities)
-      : engine_(std::make_shared<Engine>(std::move(configuration), std::move(certificateAuthorities))) {
-    engine_->start();
-  }
-  ~CurlHttpSession() override { engine_->stop(); }
+  CurlHttpSession(std::shared_ptr<EngineOwner> owner, HttpSessionConfiguration configuration)
+      : owner_(std::move(owner)), state_(std::make_shared<SessionState>(std::move(configuration))) {}
+  ~CurlHttpSession() override { invalidateAndCancel(); }
   CurlHttpSession(const CurlHttpSession&) = delete;
   CurlHttpSession& operator=(const CurlHttpSession&) = delete;
 
   std::shared_ptr<HttpDataTask> dataTask(HttpRequest request, DataTaskCompletion completion) override {
-    return std::make_shared<CurlDataTask>(engine_, std::move(request), std::move(completion));
+    return std::make_shared<CurlDataTask>(owner_->engine, state_, std::move(request), std::move(completion));
   }
 
-  void invalidateAndCancel() override { engine_->stop(); }
+  // Cancels this session's tasks only: the thread and its connections go on
+  // serving the other sessions that share them.
+  void invalidateAndCancel() override {
+    std::vector<std::shared_ptr<CurlDataTask>> running;
+    {
+      std::lock_guard lock(state_->mutex);
+      state_->ended = true;
+      for (const auto& weak : state_->live) {
+        if (auto task = weak.lock()) running.push_back(std::move(task));
+      }
+      state_->live.clear();
+    }
+    for (const auto& task : running) task->requestCancel();
+    if (!running.empty()) owner_->engine->wakeForCancel();
+    if (tCompletionsRunning > 0) return;
+    std::unique_lock lock(state_->mutex);
+    state_->drained.wait(lock, [&] { return state_->unfinished == 0; });
+  }
 
   DataTaskResult send(HttpRequest request) override {
-    if (engine_->isCurrentThread()) {
+    if (owner_->engine->isCurrentThread()) {
       return errorResult(HttpErrorCode::cancelled, "a blocking send from the session's own thread would wait forever");
     }
     return HttpSession::send(std::move(request));
   }
 
  private:
-  std::shared_ptr<Engine> engine_;
+  const std::shared_ptr<EngineOwner> owner_;
+  const std::shared_ptr<SessionState> state_;
 };
 
 }  // namespace
@@ -566,8 +653,20 @@ CurlHttpSessionFactory::CurlHttpSessionFactory(std::optional<std::string> certif
   (void)initialised;
 }
 
+CurlHttpSessionFactory::~CurlHttpSessionFactory() = default;
+
 std::shared_ptr<HttpSession> CurlHttpSessionFactory::makeSession(HttpSessionConfiguration configuration) {
-  return std::make_shared<CurlHttpSession>(std::move(configuration), certificateAuthorities_);
+  std::shared_ptr<EngineOwner> owner;
+  {
+    std::lock_guard lock(mutex_);
+    auto& shared = engines_[{configuration.label, configuration.maximumConnectionsPerHost}];
+    if (!shared) {
+      shared = std::make_shared<EngineOwner>(std::make_shared<Engine>(
+          configuration.label, configuration.maximumConnectionsPerHost, certificateAuthorities_));
+    }
+    owner = std::static_pointer_cast<EngineOwner>(shared);
+  }
+  return std::make_shared<CurlHttpSession>(std::move(owner), std::move(configuration));
 }
 
 }  // namespace kiv

@@ -1,8 +1,11 @@
 // The Linux HTTP client, on libcurl.
 //
-// Each session owns one transfer thread driving a curl multi handle: its
-// transfers run concurrently, share the multi's connection cache (so
-// keep-alive connections are reused) and complete on that thread. The thread
+// Sessions made with the same label and connection limit share one transfer
+// thread driving a curl multi handle: their transfers run concurrently, share
+// the multi's connection cache (so kept-alive connections are reused from one
+// session to the next, as each attempt makes its own session) and complete on
+// that thread. The threads live as long as the factory and the last session
+// made by it. Ending a session cancels its own tasks only. The thread
 // blocks SIGPIPE and every transfer sets CURLOPT_NOSIGNAL, so a peer that
 // closes a connection never raises a signal in the host. Only http and https
 // URLs are loaded; any other text completes with an error and no response.
@@ -18,8 +21,12 @@
 // with `unsupportedURL` and the redirect answer as its response.
 #pragma once
 
+#include <map>
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "kiv/platform/http.hpp"
 
@@ -31,10 +38,14 @@ class CurlHttpSessionFactory final : public HttpSessionFactory {
   // verified against the system's certificate authorities, or only against
   // those in the PEM file `certificateAuthorities` (a test's own TLS server).
   explicit CurlHttpSessionFactory(std::optional<std::string> certificateAuthorities = std::nullopt);
+  ~CurlHttpSessionFactory() override;
   std::shared_ptr<HttpSession> makeSession(HttpSessionConfiguration configuration) override;
 
  private:
   std::optional<std::string> certificateAuthorities_;
+  std::mutex mutex_;
+  // The transfer threads by label and connection limit (opaque here).
+  std::map<std::pair<std::string, int>, std::shared_ptr<void>> engines_;
 };
 
 }  // namespace kiv
