@@ -82,6 +82,22 @@ KivFaceLivenessLiteViewModel::KivFaceLivenessLiteViewModel(Arguments arguments)
 KivFaceLivenessLiteViewModel::~KivFaceLivenessLiteViewModel() {
   // A model released mid-attempt still lets go of what outlives it.
   if (integrityMonitor_) integrityMonitor_->stop();
+  releaseHeldTasks();
+}
+
+void KivFaceLivenessLiteViewModel::postOnceLaunched(std::vector<Task> tasks) {
+  for (auto& task : tasks) {
+    if (holdsTasks_) {
+      heldTasks_.push_back(std::move(task));
+    } else {
+      platform()->taskPool->post(std::move(task));
+    }
+  }
+}
+
+void KivFaceLivenessLiteViewModel::releaseHeldTasks() {
+  holdsTasks_ = false;
+  for (auto& task : std::exchange(heldTasks_, {})) platform()->taskPool->post(std::move(task));
 }
 
 bool KivFaceLivenessLiteViewModel::storeCredentials(const std::string& mobileToken, const std::string& personId) {
@@ -110,6 +126,7 @@ bool KivFaceLivenessLiteViewModel::storeCredentials(const std::string& mobileTok
 
 void KivFaceLivenessLiteViewModel::start(PrewarmState prewarmState) {
   KIV_ASSERT_MAIN_THREAD();
+  holdsTasks_ = !didDeliverResult_;
   if (auto integrity = platform()->integrity) {
     if (auto violation = integrity->check()) {
       finishWithError(KivErrorType::securityException, "Security violation: " + *violation);
@@ -225,6 +242,7 @@ void KivFaceLivenessLiteViewModel::launchCapture(const SessionResponse& response
   } else {
     session_ = std::move(session);
   }
+  releaseHeldTasks();
 }
 
 void KivFaceLivenessLiteViewModel::handleStatus(const Status& status, const SessionResponse& response) {
@@ -329,6 +347,7 @@ void KivFaceLivenessLiteViewModel::cleanUp() {
   if (auto crashHandler = KivCrashHandler::shared()) crashHandler->uninstall();
   KivSDKStateManager::shared().endRun();
   if (dismissGate_) dismissGate_->markResultDelivered();
+  releaseHeldTasks();
 }
 
 void KivFaceLivenessLiteViewModel::clearCredentials() {
@@ -351,6 +370,7 @@ void KivFaceLivenessLiteViewModel::trackProviderResult(KivAnalyticsResult result
 }
 
 void KivFaceLivenessLiteViewModel::trackFinish(KivBFFAnalytics::TextParams params) {
+  releaseHeldTasks();  // what the start held comes before how the attempt ended
   if (!analytics_) return;
   params.insert_or_assign("provider", providerName_);
   analytics_->track(KivAnalyticsEvent::standard(KivAnalyticsEventName::sdkResult, KivAnalyticsEventType::sdkStep),

@@ -17,6 +17,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "flow/dismissal_gate.hpp"
 #include "flow/iproov_launching.hpp"
@@ -82,6 +83,12 @@ class KivFaceLivenessLiteViewModel : public std::enable_shared_from_this<KivFace
   // wait for the one in flight, or a fetch.
   void start(PrewarmState prewarmState);
 
+  // Posts `tasks` to the pool, in order, once the capture has launched or
+  // the attempt has ended; at once when the attempt has not started or
+  // either has happened. For background work that would otherwise compete
+  // with the attempt's way to the capture (the start's events).
+  void postOnceLaunched(std::vector<Task> tasks);
+
   // Ends the attempt with an error unless its outcome is already decided.
   // `analyticsErrorType` replaces the error type's raw value in the event.
   void finishWithError(KivErrorType errorType, const std::string& description,
@@ -109,6 +116,8 @@ class KivFaceLivenessLiteViewModel : public std::enable_shared_from_this<KivFace
   void trackProviderResult(KivAnalyticsResult result, const KivBFFAnalytics::TextParams& extraProperties = {});
   void trackFinish(KivBFFAnalytics::TextParams params);
   void handleViolation(const std::string& description);
+  // Posts what postOnceLaunched() holds; later calls of it post at once.
+  void releaseHeldTasks();
   std::string baseURL() const;
 
   // Fields in the order the attempt's data model lists them.
@@ -130,6 +139,11 @@ class KivFaceLivenessLiteViewModel : public std::enable_shared_from_this<KivFace
   bool hasConcludedSession_ = false;
   bool didDeliverResult_ = false;
   std::weak_ptr<KivFaceLivenessLiteDelegate> delegate_;
+
+  // Tasks held until the capture has launched, while the attempt is on its
+  // way there (from start() on).
+  std::vector<Task> heldTasks_;
+  bool holdsTasks_ = false;
 
   // The running integrity monitor, stopped at teardown.
   std::shared_ptr<DeviceIntegrityMonitor> integrityMonitor_;

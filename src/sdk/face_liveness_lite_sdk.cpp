@@ -79,23 +79,29 @@ class Facade final : public KivFaceLivenessLiteSDK, public std::enable_shared_fr
   // Posts a telemetry task to the pool, or holds it while startSDK runs.
   void postTelemetry(Task task);
 
-  // Holds telemetry in `held` for its lifetime, then posts it in order. A
-  // start made from a delegate call inside a start adds to the outer hold.
+  // Holds the facade's telemetry for its lifetime, then hands it, in order,
+  // to the run (which posts it once its capture has launched) or to the
+  // pool. A start made from a delegate call inside a start adds to the
+  // outer hold.
   class HeldTelemetry {
    public:
-    explicit HeldTelemetry(std::optional<std::vector<Task>>& held) : held_(held), outer_(!held) {
-      if (outer_) held_.emplace();
+    explicit HeldTelemetry(Facade& facade) : facade_(facade), outer_(!facade.heldTelemetry_) {
+      if (outer_) facade_.heldTelemetry_.emplace();
     }
     ~HeldTelemetry() {
       if (!outer_) return;
-      auto tasks = std::exchange(held_, std::nullopt);
-      for (auto& task : *tasks) platform()->taskPool->post(std::move(task));
+      auto tasks = std::move(*std::exchange(facade_.heldTelemetry_, std::nullopt));
+      if (facade_.viewModel_) {
+        facade_.viewModel_->postOnceLaunched(std::move(tasks));
+      } else {
+        for (auto& task : tasks) platform()->taskPool->post(std::move(task));
+      }
     }
     HeldTelemetry(const HeldTelemetry&) = delete;
     HeldTelemetry& operator=(const HeldTelemetry&) = delete;
 
    private:
-    std::optional<std::vector<Task>>& held_;
+    Facade& facade_;
     const bool outer_;
   };
   // A backend service as every start and prewarm builds it.
@@ -225,11 +231,12 @@ void Facade::startSDK(std::shared_ptr<ViewController> viewController) {
 
   if (auto handler = KivCrashHandler::shared()) handler->install(std::string(kKivSDKService), true);
 
-  // The events of the start are posted, in order, once this call returns: on
-  // a single or a busy core their tasks would otherwise take the CPU from the
-  // start they report on (with a prewarmed session the capture has launched
-  // by then).
-  const HeldTelemetry held(heldTelemetry_);
+  // The events of the start are posted, in order, once the capture has
+  // launched (or the attempt has ended, or waits for the person to answer
+  // the camera prompt): on a single or a busy core their tasks, and the
+  // posts they make, would otherwise take the CPU from the start they report
+  // on.
+  const HeldTelemetry held(*this);
   postTelemetry([client = analytics_, facts = StartEventFacts{
                                           .sessionId = sessionId,
                                           .environment = configuration_->environment,

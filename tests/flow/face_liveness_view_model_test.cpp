@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+
 #include <map>
 #include <set>
 #include <thread>
@@ -183,8 +185,15 @@ class AttemptOutcomes : public ViewModelTest, public ::testing::WithParamInterfa
 TEST_P(AttemptOutcomes, EndInOneDelegateCall) {
   server.setAnswer(kSessionPath, Answer::json(GetParam().status, GetParam().body));
   play(GetParam().script);
-  EXPECT_EQ(run(), (Calls{"loading", "loaded", GetParam().outcome, "loaded"}));
+  begin();
+  model->start(PrewarmState::none{});
+  std::atomic<int> held = 0;  // the start's events, as the facade hands them over
+  model->postOnceLaunched({[&held] { ++held; }});
+  finish();
+  EXPECT_EQ(delegate->calls(), (Calls{"loading", "loaded", GetParam().outcome, "loaded"}));
   expectTornDown();
+  testPlatform().pool->waitIdle();
+  EXPECT_EQ(held, 1);  // posted once, whether or not the capture launched
 }
 
 constexpr const char* kNoSupplier = R"({"livenessAttemptId":"a","signedResponse":"s"})";
