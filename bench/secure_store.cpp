@@ -31,4 +31,23 @@ void BM_SecureStoreRead(benchmark::State& state) {
 }
 BENCHMARK(BM_SecureStoreRead)->Arg(1 << 10)->Arg(1 << 20)->Unit(benchmark::kMicrosecond);
 
+// A start's credential writes (two deletes, two saves) committed together,
+// synced or only written (what a start does).
+void BM_SecureStoreCredentialsCommit(benchmark::State& state) {
+  kiv::bench::ScratchPlatform scratch;
+  auto keychain = kiv::KivKeyChainManager::shared();
+  const auto durability = state.range(0) != 0 ? kiv::CommitDurability::synced : kiv::CommitDurability::written;
+  for (auto _ : state) {
+    keychain->writeTogether(
+        [&] {
+          keychain->deleteItem("fllitemobileToken");
+          keychain->deleteItem("fllitepersonId");
+          keychain->save("kiv.sdk.service", "fllitemobileToken", payload(400), /*update=*/true);
+          keychain->save("kiv.sdk.service", "fllitepersonId", payload(14), /*update=*/true);
+        },
+        durability);
+  }
+}
+BENCHMARK(BM_SecureStoreCredentialsCommit)->ArgName("synced")->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
+
 }  // namespace
