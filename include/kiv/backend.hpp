@@ -10,6 +10,9 @@
 // Requests built after the call use the new root. Safe from any thread.
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <string>
 #include <string_view>
 
@@ -29,3 +32,5 @@ void resetBackendRootURL(KivEnvironment environment);
 std::string backendRootURL(KivEnvironment environment);
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

@@ -1,6 +1,9 @@
 // What the host implements to learn how a run ended.
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <optional>
 #include <string>
 
@@ -33,3 +36,5 @@ class KivFaceLivenessLiteDelegate {
 };
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

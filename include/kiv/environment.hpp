@@ -1,6 +1,9 @@
 // The backend stage a host selects, and the kind of host.
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <array>
 #include <string>
 #include <string_view>
@@ -38,3 +41,5 @@ struct RawValueTraits<KivSdkPlatform> {
 };
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

@@ -3,6 +3,9 @@
 // in encoded records, so they never change.
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <array>
 #include <string_view>
 #include <utility>
@@ -120,3 +123,5 @@ struct RawValueTraits<KivFailureType> {
 };
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

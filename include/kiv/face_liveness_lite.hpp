@@ -28,6 +28,9 @@
 // kiv::kApplicationDidEnterBackgroundNotification to platform()->notifications.
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include "kiv/backend.hpp"
 #include "kiv/delegate.hpp"
 #include "kiv/environment.hpp"
@@ -54,3 +57,5 @@
 #include "kiv/resource_bundle.hpp"
 #include "kiv/results.hpp"
 #include "kiv/ui_customization.hpp"
+
+#pragma GCC visibility pop

@@ -21,6 +21,9 @@
 // mid-run ends that run without a delegate call.
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <memory>
 #include <optional>
 #include <string>
@@ -71,3 +74,5 @@ class KivFaceLivenessLiteSDK {
 };
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

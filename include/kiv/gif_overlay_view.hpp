@@ -9,6 +9,9 @@
 //   host->addSubview(overlay->view());
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <functional>
 #include <memory>
 
@@ -39,3 +42,5 @@ class KivGifOverlayView {
 };
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

@@ -21,6 +21,9 @@
 // RGBA, 4 bytes per pixel (indexed when they come from a GIF).
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -60,3 +63,5 @@ std::optional<std::vector<ImageRef>> framedImageSequence(std::string_view folder
 class KivImageHelper {};
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

@@ -1,6 +1,9 @@
 // How much a diagnostic matters to the host.
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <array>
 #include <string_view>
 #include <utility>
@@ -23,3 +26,5 @@ struct RawValueTraits<KivLogLevel> {
 };
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

@@ -11,6 +11,9 @@
 // a table of (case, raw value) in declaration order.
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <array>
 #include <cstddef>
 #include <optional>
@@ -57,3 +60,5 @@ constexpr auto allCases() {
 }
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

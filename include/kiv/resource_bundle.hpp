@@ -6,6 +6,9 @@
 //   if (auto path = bundle->path("loading_spinner_1", "webp")) { ... }
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -46,3 +49,5 @@ class ResourceBundle {
 };
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

@@ -1,6 +1,9 @@
 // The records that describe how a run ended.
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <exception>
 #include <optional>
 #include <string>
@@ -69,3 +72,5 @@ std::string encodeJSON(KivErrorType type);
 std::string encodeJSON(KivFailureType type);
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

@@ -14,6 +14,9 @@
 // std::nullopt.
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -82,3 +85,5 @@ struct DorvinUiCustomization {
 std::optional<DorvinUiCustomization> uiCustomizationFromJson(std::string_view json);
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

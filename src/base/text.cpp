@@ -4,12 +4,6 @@
 
 namespace kiv {
 
-std::string_view trimmed(std::string_view text, std::string_view blanks) {
-  const auto first = text.find_first_not_of(blanks);
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(blanks) - first + 1);
-}
-
 std::string asciiLowercased(std::string_view text) {
   std::string lower(text);
   for (char& c : lower) {

@@ -9,7 +9,13 @@
 namespace kiv {
 
 // `text` without leading and trailing bytes from `blanks`.
-std::string_view trimmed(std::string_view text, std::string_view blanks = " \t\r\n");
+// Inline: the test doubles' library uses it too, over the shipped library,
+// which does not export it.
+inline std::string_view trimmed(std::string_view text, std::string_view blanks = " \t\r\n") {
+  const auto first = text.find_first_not_of(blanks);
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
 
 // `text` with A-Z lowered; every other byte unchanged. Enough wherever the
 // texts compared against are ASCII words: no other letter lowers into one.

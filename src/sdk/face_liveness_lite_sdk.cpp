@@ -29,7 +29,9 @@ namespace kiv {
 namespace {
 
 constexpr std::string_view kSdkName = "KivFaceLivenessLite";
-constexpr std::string_view kSdkVersion = "3.2.1";
+// The build's version (CMake's project version), which the library file and
+// its SONAME carry too.
+constexpr std::string_view kSdkVersion = KIV_SDK_VERSION;
 constexpr std::string_view kStartBeforeSetupDescription =
     "setup(mobileToken:personId:) must be called before startSDK(viewController:)";
 constexpr std::string_view kAlreadyStartedLine = "KivFaceLivenessLite SDK has already started.";

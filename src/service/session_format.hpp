@@ -24,7 +24,7 @@
 namespace kiv {
 
 // The SDK's own version as the backend sees it in the session body.
-inline constexpr std::string_view kSessionSdkVersion = "3.2.1";
+inline constexpr std::string_view kSessionSdkVersion = KIV_SDK_VERSION;  // "3.2.1", the project version
 // The platform text the backend keys its session handling on. It names the
 // mobile platform this SDK's backend contract was made for, whatever the host.
 inline constexpr std::string_view kSessionSdkPlatform = "iOS";

@@ -10,6 +10,7 @@
 
 #include "platform/resources/library_location.hpp"
 #include "support/child_process.hpp"
+#include "support/programs.hpp"
 
 namespace kiv {
 namespace {
@@ -54,49 +55,32 @@ TEST(SdkResourceDirectory, IsBesideTheLibraryWhenInstalledElseTheBuildTreeOne) {
   EXPECT_EQ(resourceDirectory(lib / "libkivfll.so.3", relative, fallback), shared);
   EXPECT_EQ(resourceDirectory(std::nullopt, relative, fallback), fallback);
   EXPECT_EQ(resourceDirectory(std::filesystem::path("libkivfll.so"), relative, fallback), fallback);
-  // In the build tree the library is where the build put it, with no resources beside it.
-  ASSERT_TRUE(sdkLibraryFile());
-  EXPECT_EQ(sdkLibraryFile()->filename().string().rfind("libkivfll.so", 0), 0u);
-  EXPECT_EQ(resourceDirectory(sdkLibraryFile(), relative, fallback), fallback);
 }
 
-// The check the installed-library test below runs in a child process whose
-// loader was pointed at the installed copy; skipped in a plain run.
-TEST(InstalledSdkBundle, FindsTheSpinnerBesideTheInstalledLibrary) {
-  const char* prefix = std::getenv("KIV_TEST_INSTALL_PREFIX");
-  if (prefix == nullptr) GTEST_SKIP() << "run by InstalledLibraryFindsItsResources";
-  const auto root = std::filesystem::canonical(prefix);
-  ASSERT_TRUE(sdkLibraryFile());
-  EXPECT_EQ(sdkLibraryFile()->string().rfind(root.string() + "/", 0), 0u) << *sdkLibraryFile();
-  EXPECT_EQ(std::filesystem::canonical(ResourceBundle::sdk()->directory()), root / "share" / "kivfll" / "resources");
-  EXPECT_TRUE(ResourceBundle::sdk()->data("loading_spinner_1", "webp"));
-}
+// A host of the shipped library finds the spinner in the source tree's
+// resources from the build tree, and beside the library once installed
+// (`cmake --install` into a fresh prefix, the loader pointed at the copy).
+TEST(SdkResourceBundle, ShippedLibraryFindsItsResourcesBuiltAndInstalled) {
+  const auto host = testing::programPath("sdk_resources");
+  const auto built = testing::runToEnd(host, {}, 60.0);
+  ASSERT_EQ(built.exitCode, 0) << built.errors;
+  EXPECT_EQ(built.output, std::string(KIV_RESOURCE_DIR) + "\nyes\n");
 
-// `cmake --install` into a fresh prefix, then this test program again with
-// the loader taking the installed library instead of the build tree's.
-TEST(SdkResourceBundle, InstalledLibraryFindsItsResources) {
-  const auto self = std::filesystem::read_symlink("/proc/self/exe");
   const char* binaryDir = std::getenv("KIV_TEST_BINARY_DIR");  // set by CTest
-  const auto build = binaryDir ? std::filesystem::path(binaryDir) : self.parent_path().parent_path();
+  const auto build = binaryDir ? std::filesystem::path(binaryDir) : std::filesystem::path(host).parent_path() / "../..";
   const testing::TemporaryDirectory prefix;
   const auto install = testing::runToEnd(
       "/usr/bin/env", {"cmake", "--install", build.string(), "--prefix", prefix.path().string()}, 120.0);
   ASSERT_EQ(install.exitCode, 0) << install.output << install.errors;
-  ASSERT_TRUE(std::filesystem::exists(prefix.path() / "share/kivfll/resources/loading_spinner_1.webp"));
-
   std::filesystem::path libdir;
   for (const auto& entry : std::filesystem::recursive_directory_iterator(prefix.path())) {
     if (entry.path().filename().string().rfind("libkivfll.so", 0) == 0) libdir = entry.path().parent_path();
   }
   ASSERT_FALSE(libdir.empty());
-  const auto run =
-      testing::runToEnd("/usr/bin/env",
-                        {"LD_LIBRARY_PATH=" + libdir.string(), "KIV_TEST_INSTALL_PREFIX=" + prefix.path().string(),
-                         self.string(), "--gtest_filter=InstalledSdkBundle.*", "--gtest_brief=1"},
-                        120.0);
-  EXPECT_EQ(run.exitCode, 0) << run.output << run.errors;
-  EXPECT_NE(run.output.find("[  PASSED  ] 1 test."), std::string::npos) << run.output;
-  EXPECT_EQ(run.output.find("SKIPPED"), std::string::npos) << run.output;
+  const auto installed = testing::runToEnd("/usr/bin/env", {"LD_LIBRARY_PATH=" + libdir.string(), host}, 60.0);
+  ASSERT_EQ(installed.exitCode, 0) << installed.errors;
+  const auto root = std::filesystem::canonical(prefix.path());
+  EXPECT_EQ(installed.output, (root / "share" / "kivfll" / "resources").string() + "\nyes\n");
 }
 
 }  // namespace

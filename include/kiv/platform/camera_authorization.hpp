@@ -11,6 +11,9 @@
 // kiv/testing/fixed_camera_authorization.hpp.
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <array>
 #include <filesystem>
 #include <functional>
@@ -55,3 +58,5 @@ class CameraAuthorization {
 std::shared_ptr<CameraAuthorization> makeLinuxCameraAuthorization(std::filesystem::path deviceDirectory = "/dev");
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

@@ -2,6 +2,9 @@
 // timestamps are all read from the installed clock, so a test can move time.
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <chrono>
 
 namespace kiv {
@@ -9,9 +12,7 @@ namespace kiv {
 using TimePoint = std::chrono::system_clock::time_point;
 
 // Seconds between two points, as a double (negative if `to` is earlier).
-inline double secondsBetween(TimePoint from, TimePoint to) {
-  return std::chrono::duration<double>(to - from).count();
-}
+inline double secondsBetween(TimePoint from, TimePoint to) { return std::chrono::duration<double>(to - from).count(); }
 
 class Clock {
  public:
@@ -27,3 +28,5 @@ class SystemClock final : public Clock {
 };
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

@@ -1,6 +1,9 @@
 // Local diagnostics: single lines on standard output.
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <string>
 #include <string_view>
 
@@ -19,3 +22,5 @@ class Console {
 std::string debugQuoted(std::string_view text);
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

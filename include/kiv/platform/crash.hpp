@@ -12,6 +12,9 @@
 // the crash handler is prepared by the install itself).
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -125,3 +128,5 @@ std::shared_ptr<CrashPrimitives> makeLinuxCrashPrimitives(
 void prepareThreadForCrashCapture();
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

@@ -14,6 +14,9 @@
 // Implementations are safe to call from any thread.
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <array>
 #include <cstdint>
 #include <memory>
@@ -83,3 +86,5 @@ struct LinuxDeviceOptions {
 std::shared_ptr<DeviceIdentity> makeLinuxDeviceIdentity(LinuxDeviceOptions options = {});
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

@@ -14,6 +14,9 @@
 // /proc/self (src/platform/integrity/linux_device_integrity.hpp).
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <functional>
 #include <memory>
 #include <optional>
@@ -50,3 +53,5 @@ class DeviceIntegrity {
 };
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

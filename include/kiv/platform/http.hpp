@@ -18,6 +18,9 @@
 //   kiv::DataTaskResult result = session->send(std::move(request));
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <cstddef>
 #include <exception>
 #include <functional>
@@ -196,3 +199,5 @@ class HttpSessionFactory {
 };
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

@@ -12,6 +12,9 @@
 //   loop.run();
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <memory>
 
 #include "kiv/platform/main_queue.hpp"
@@ -42,3 +45,5 @@ class MainLoop final : public MainQueue {
 };
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

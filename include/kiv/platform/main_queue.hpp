@@ -8,6 +8,9 @@
 //   auto hold = queue.postAfter(3.0, [..] { .. }, this);   // hold.cancel() or queue.cancelAll(this)
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <atomic>
 #include <functional>
 #include <memory>
@@ -56,3 +59,5 @@ class MainQueue {
 };
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

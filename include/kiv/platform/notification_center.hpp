@@ -8,6 +8,9 @@
 //   kiv::platform()->notifications->removeObserver(token);
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -42,3 +45,5 @@ class NotificationCenter {
 std::shared_ptr<NotificationCenter> makeMainQueueNotificationCenter();
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

@@ -9,6 +9,9 @@
 //   monitor->cancel();   // no report is delivered after this returns
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <functional>
 #include <memory>
 
@@ -41,3 +44,5 @@ class PathMonitorFactory {
 };
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

@@ -12,6 +12,9 @@
 // holder has dropped it.
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <functional>
 #include <memory>
 
@@ -71,3 +74,5 @@ void updatePlatform(const std::function<void(Platform&)>& change);
 std::shared_ptr<const Platform> platform();
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

@@ -16,6 +16,9 @@
 // Implementations are safe to call from any thread.
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -112,3 +115,5 @@ class SecureItemStore {
 std::shared_ptr<SecureItemStore> makeLinuxSecureStore(std::optional<std::filesystem::path> directory = std::nullopt);
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

@@ -5,6 +5,9 @@
 // tasks one at a time, in order, on the pool's threads.
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <memory>
 #include <string>
 
@@ -37,3 +40,5 @@ class TaskPool {
 };
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

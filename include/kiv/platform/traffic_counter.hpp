@@ -14,6 +14,9 @@
 // a chain of them never reads as idle half-way.
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <atomic>
 #include <memory>
 
@@ -38,3 +41,5 @@ class TrafficCounter : public std::enable_shared_from_this<TrafficCounter> {
 };
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

@@ -9,6 +9,9 @@
 // persisted are dropped silently, as a platform's defaults store does.
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -34,3 +37,5 @@ class UserDefaults {
 std::shared_ptr<UserDefaults> makeLinuxUserDefaults(std::optional<std::filesystem::path> directory = std::nullopt);
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

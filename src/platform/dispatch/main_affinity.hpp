@@ -2,6 +2,10 @@
 // view live on the main queue's thread.
 #pragma once
 
+// Exported from the shared library, though not installed: the toolkits built
+// beside it (kivfll-gtk) build their views and controllers on these.
+#pragma GCC visibility push(default)
+
 #include "kiv/platform/main_queue.hpp"
 
 namespace kiv {
@@ -25,3 +29,5 @@ bool onMainThread();
 #define KIV_ASSERT_MAIN_THREAD() \
   (::kiv::detail::onMainThread() ? (void)0 : ::kiv::detail::mainThreadViolation(__FILE__, __LINE__))
 #endif
+
+#pragma GCC visibility pop

@@ -1,6 +1,10 @@
 // Installed faces, as fontconfig lists them.
 #pragma once
 
+// Exported from the shared library, though not installed: the toolkits built
+// beside it (kivfll-gtk) build their views and controllers on these.
+#pragma GCC visibility push(default)
+
 #include <fontconfig/fontconfig.h>
 
 #include <mutex>
@@ -34,3 +38,5 @@ class FontconfigFontLookup final : public FontLookup {
 };
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

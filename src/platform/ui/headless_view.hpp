@@ -2,6 +2,10 @@
 // Layers store their animations and never run them.
 #pragma once
 
+// Exported from the shared library, though not installed: the toolkits built
+// beside it (kivfll-gtk) build their views and controllers on these.
+#pragma GCC visibility push(default)
+
 #include <memory>
 #include <optional>
 #include <string>
@@ -120,3 +124,5 @@ class HeadlessActivityIndicatorView final : public HeadlessViewBase<ActivityIndi
 };
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

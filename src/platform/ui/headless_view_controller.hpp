@@ -4,6 +4,10 @@
 // controller's view when the graph links or unlinks it.
 #pragma once
 
+// Exported from the shared library, though not installed: the toolkits built
+// beside it (kivfll-gtk) build their views and controllers on these.
+#pragma GCC visibility push(default)
+
 #include <memory>
 #include <vector>
 
@@ -48,3 +52,5 @@ class HeadlessViewController : public ViewController {
 };
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

@@ -20,6 +20,9 @@
 //   again; a careful caller still ignores what comes late.
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <memory>
 #include <string>
 
@@ -48,3 +51,5 @@ class CaptureVendor {
 };
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

@@ -9,6 +9,9 @@
 // no vendor installed the capture ends at once with error notSupported.
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <memory>
 #include <string>
 
@@ -44,3 +47,5 @@ class IProov {
 };
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

@@ -12,6 +12,9 @@
 // shares them.
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <array>
 #include <memory>
 #include <optional>
@@ -106,3 +109,5 @@ struct RawValueTraits<Options::LineDrawingFilter::Style> {
 };
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

@@ -3,6 +3,9 @@
 // it down when the capture ends. The vendor may call from any thread.
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <memory>
 
 #include "kiv/platform/main_queue.hpp"
@@ -19,3 +22,5 @@ class IProovPresentationDelegate {
 };
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

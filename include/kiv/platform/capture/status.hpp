@@ -12,6 +12,9 @@
 //   }
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <array>
 #include <functional>
 #include <optional>
@@ -158,3 +161,5 @@ class Status {
 using StatusCallback = std::function<void(const Status&)>;
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

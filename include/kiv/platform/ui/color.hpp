@@ -7,6 +7,9 @@
 //   ColorRef ink = Color::rgba(64 / 255.0, 64 / 255.0, 64 / 255.0, 1.0);
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <memory>
 
 namespace kiv {
@@ -40,3 +43,5 @@ class Color {
 };
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

@@ -2,6 +2,9 @@
 // installed face a name given by a host stands for.
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -35,3 +38,5 @@ class FontLookup {
 };
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

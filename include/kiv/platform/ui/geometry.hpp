@@ -1,6 +1,9 @@
 // Points, sizes and rectangles in the toolkit's points (not pixels).
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 namespace kiv {
 
 struct Point {
@@ -26,3 +29,5 @@ struct Rect {
 };
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

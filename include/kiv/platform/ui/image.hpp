@@ -13,6 +13,9 @@
 // animation holds one frame's RGBA at a time.
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -72,3 +75,5 @@ class Image {
 };
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

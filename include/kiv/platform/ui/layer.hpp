@@ -5,6 +5,9 @@
 //   view->layer().addAnimation(spin, "spin");
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <limits>
 #include <optional>
 #include <string>
@@ -44,3 +47,5 @@ class Layer {
 };
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

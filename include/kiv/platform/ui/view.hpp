@@ -24,6 +24,9 @@
 //   overlay->setFrame(host->bounds());   // spinner follows
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <memory>
 #include <optional>
 #include <vector>
@@ -103,3 +106,5 @@ class ActivityIndicatorView : public View {
 };
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

@@ -18,6 +18,9 @@
 //   vendorScreen->dismiss(/*animated=*/false, [] { /* gone */ });
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <memory>
 
 #include "kiv/platform/main_queue.hpp"
@@ -63,3 +66,5 @@ class ViewController : public std::enable_shared_from_this<ViewController> {
 };
 
 }  // namespace kiv
+
+#pragma GCC visibility pop

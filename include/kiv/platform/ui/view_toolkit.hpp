@@ -7,6 +7,9 @@
 // installs one that creates its real toolkit's objects.
 #pragma once
 
+// Exported from the shared library, which hides everything else.
+#pragma GCC visibility push(default)
+
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -39,3 +42,5 @@ class ViewToolkit {
 };
 
 }  // namespace kiv
+
+#pragma GCC visibility pop
