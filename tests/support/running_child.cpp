@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdlib>
 #include <utility>
 
 extern char** environ;
@@ -23,19 +22,6 @@ bool drain(int fd, std::string& text) {
   if (n <= 0) return false;
   text.append(chunk, static_cast<std::size_t>(n));
   return true;
-}
-
-// A cross build's own programs run under the emulator its tests run under;
-// programs of the machine (env, openssl) run as they are.
-std::vector<std::string> commandLine(const std::string& program, const std::vector<std::string>& arguments) {
-  std::vector<std::string> command;
-#ifdef KIV_TEST_EMULATOR
-  const char* built = std::getenv("KIV_TEST_BINARY_DIR");
-  if (built && program.starts_with(built)) command.emplace_back(KIV_TEST_EMULATOR);
-#endif
-  command.push_back(program);
-  command.insert(command.end(), arguments.begin(), arguments.end());
-  return command;
 }
 
 }  // namespace
