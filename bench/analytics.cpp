@@ -17,11 +17,12 @@
 #include <vector>
 
 #include "kiv/backend.hpp"
+#include "no_content_server.hpp"
 #include "platform/http/scripted_http_session.hpp"
 #include "raw_post.hpp"
 #include "scratch_platform.hpp"
-#include "support/recording_http_server.hpp"
 #include "telemetry/bff_analytics.hpp"
+#include "telemetry/device_info.hpp"
 
 namespace {
 
@@ -52,18 +53,26 @@ void report(benchmark::State& state, Counters counters) {
   state.counters["stored_bytes"] = static_cast<double>(counters.storedBytes);
 }
 
-kiv::Json sampleBody(const kiv::KivBFFAnalytics& client) {
-  return client.makeBody(
-      "sdk_result", kiv::KivAnalyticsEventType::sdkStep,
-      client.makeProperties(kiv::KivBFFAnalytics::TextParams{{"step", "capture"}, {"result", "success"}},
-                            std::nullopt));
+const kiv::KivBFFAnalytics::TextParams kSampleParams{{"step", "capture"},
+                                                     kiv::resultParameter(kiv::KivAnalyticsResult::success)};
+
+// The body a track of kSampleParams posts.
+kiv::Json sampleBody() {
+  const auto c = configuration();
+  return kiv::envelope::trackBody({.stage = c.stage,
+                                   .sessionId = c.sessionId,
+                                   .clientId = c.clientId,
+                                   .mobileToken = c.mobileToken,
+                                   .personId = c.personId,
+                                   .sdk = c.sdk},
+                                  {.deviceData = &kiv::KivDeviceInfo::deviceData}, sdkResult(), kSampleParams,
+                                  std::nullopt);
 }
 
 // Batches of `range(0)` concurrent track calls, each batch awaited.
 void BM_TrackThroughput(benchmark::State& state) {
   kiv::bench::ScratchPlatform scratch;
-  kiv::testing::RecordingHttpServer server;
-  server.setDefaultAnswer(kiv::testing::Answer::http(204));
+  kiv::bench::NoContentServer server;
   if (!kiv::setBackendRootURL(kiv::KivEnvironment::dev, server.url())) std::abort();
   const auto analytics = kiv::KivBFFAnalytics::make(configuration(), kiv::KivKeyChainManager::shared());
   const auto batch = static_cast<std::size_t>(state.range(0));
@@ -82,20 +91,19 @@ void BM_TrackThroughput(benchmark::State& state) {
 }
 BENCHMARK(BM_TrackThroughput)->Arg(1)->Arg(64)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-// One failed post queued on top of a stored queue of `range(0)` events: the
-// transport fails at once, so the time is the enqueue (encode the whole
-// queue, seal it, write it with fsync).
+// One failed track queued on top of a stored queue of `range(0)` events,
+// until the store holds it: the transport fails at once, so the time is the
+// enqueue (encode the queue, seal it, write it with fsync).
 void BM_EnqueueFailedPost(benchmark::State& state) {
   kiv::bench::ScratchPlatform scratch(std::make_shared<kiv::ScriptedHttpSessionFactory>([](const kiv::HttpRequest&) {
     return kiv::DataTaskResult{.error = kiv::HttpError(kiv::HttpErrorCode::cannotConnectToHost)};
   }));
   const auto keychain = kiv::KivKeyChainManager::shared();
   const auto probe = kiv::KivBFFAnalytics::make(configuration(), keychain);
-  const kiv::Json body = sampleBody(*probe);
-  const std::vector<kiv::KivBFFAnalytics::QueuedEvent> queue(
+  const std::vector<kiv::QueuedEvent> queue(
       static_cast<std::size_t>(state.range(0)),
-      kiv::KivBFFAnalytics::QueuedEvent{kiv::KivAnalyticsEndpoint::trackAnalytics, body, kiv::TimePoint{}});
-  const std::string stored = kiv::KivBFFAnalytics::encodeQueue(queue);
+      kiv::QueuedEvent{kiv::KivAnalyticsEndpoint::trackAnalytics, sampleBody(), kiv::TimePoint{}});
+  const std::string stored = kiv::queue_format::encodeQueue(queue);
   const std::string session = configuration().sessionId;
   const auto bytes = [](const std::string& text) {
     return std::span<const std::uint8_t>(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
@@ -103,14 +111,11 @@ void BM_EnqueueFailedPost(benchmark::State& state) {
 
   for (auto _ : state) {
     state.PauseTiming();
-    keychain->save(probe->storageNamespace(), kiv::KivBFFAnalytics::queueKey, bytes(stored), true);
-    keychain->save(probe->storageNamespace(), kiv::KivBFFAnalytics::queueSessionKey, bytes(session), true);
+    keychain->save(probe->storageNamespace(), kiv::queue_format::queueKey, bytes(stored), true);
+    keychain->save(probe->storageNamespace(), kiv::queue_format::queueSessionKey, bytes(session), true);
     auto analytics = kiv::KivBFFAnalytics::make(configuration(), keychain);
     state.ResumeTiming();
-    std::promise<void> queued;
-    analytics->send(body, kiv::KivAnalyticsEndpoint::trackAnalytics,
-                    [&queued](std::exception_ptr) { queued.set_value(); });
-    queued.get_future().wait();
+    analytics->track(sdkResult(), kSampleParams).wait();
     state.PauseTiming();
     if (analytics->queuedEvents().size() != queue.size() + 1) std::abort();
     analytics.reset();
@@ -125,13 +130,11 @@ BENCHMARK(BM_EnqueueFailedPost)->Arg(10)->Arg(1000)->Arg(10000)->Unit(benchmark:
 // headers a track post carries.
 void BM_BaselineRawCurlLoop(benchmark::State& state) {
   kiv::bench::ScratchPlatform scratch;
-  kiv::testing::RecordingHttpServer server;
-  server.setDefaultAnswer(kiv::testing::Answer::http(204));
-  const auto probe = kiv::KivBFFAnalytics::make(configuration(), kiv::KivKeyChainManager::shared());
+  kiv::bench::NoContentServer server;
   kiv::bench::RawPost post(server.url("/bff/analytics/track"),
                            {"Content-Type: application/json", "Cache-Control: no-cache, no-store, must-revalidate",
                             "Pragma: no-cache", "Expires: 0", "Authorization: eyJhbGciOiJIUzI1NiJ9.e30.c2ln"},
-                           kiv::json::dumpCompact(sampleBody(*probe)));
+                           kiv::json::dumpCompact(sampleBody()));
   const auto batch = state.range(0);
   for (auto _ : state) {
     for (std::int64_t i = 0; i < batch; ++i) {
@@ -158,12 +161,10 @@ void BM_BaselineSqliteWrite(benchmark::State& state) {
                "CREATE TABLE items (service BLOB NOT NULL, account BLOB NOT NULL, sealed BLOB NOT NULL,"
                " PRIMARY KEY (service, account)) WITHOUT ROWID;",
                nullptr, nullptr, nullptr);
-  const auto probe = kiv::KivBFFAnalytics::make(configuration(), kiv::KivKeyChainManager::shared());
-  const kiv::Json body = sampleBody(*probe);
-  const std::vector<kiv::KivBFFAnalytics::QueuedEvent> queue(
+  const std::vector<kiv::QueuedEvent> queue(
       static_cast<std::size_t>(state.range(0)) + 1,
-      kiv::KivBFFAnalytics::QueuedEvent{kiv::KivAnalyticsEndpoint::trackAnalytics, body, kiv::TimePoint{}});
-  const std::string stored = kiv::KivBFFAnalytics::encodeQueue(queue);
+      kiv::QueuedEvent{kiv::KivAnalyticsEndpoint::trackAnalytics, sampleBody(), kiv::TimePoint{}});
+  const std::string stored = kiv::queue_format::encodeQueue(queue);
   sqlite3_stmt* upsert = nullptr;
   sqlite3_prepare_v2(db, "INSERT OR REPLACE INTO items VALUES ('service', 'queue', ?1)", -1, &upsert, nullptr);
   for (auto _ : state) {

@@ -9,7 +9,7 @@
 #include <map>
 #include <string>
 
-#include "platform/json/json.hpp"
+#include "base/json.hpp"
 #include "service/log_sanitizer.hpp"
 
 namespace {

@@ -15,6 +15,17 @@ pkg_check_modules(UTF8PROC REQUIRED IMPORTED_TARGET libutf8proc)
 pkg_check_modules(SIMDJSON REQUIRED IMPORTED_TARGET simdjson)
 pkg_check_modules(WEBP REQUIRED IMPORTED_TARGET libwebp libwebpdemux)
 
+# Optional: the GTK 4 toolkit library and the windows of `kivfll demo --window`
+# and `kivfll preview` (scripts/setup installs them).
+pkg_check_modules(GTK4 QUIET IMPORTED_TARGET gtk4>=4.8)
+pkg_check_modules(LIBPORTAL QUIET IMPORTED_TARGET libportal libportal-gtk4)
+if(GTK4_FOUND AND LIBPORTAL_FOUND)
+  set(KIV_GTK_FOUND ON)
+else()
+  set(KIV_GTK_FOUND OFF)
+  message(STATUS "GTK 4 or libportal not found: the GTK toolkit, demo --window and preview are left out")
+endif()
+
 find_path(ASIO_INCLUDE_DIR asio.hpp REQUIRED)
 add_library(kiv_asio INTERFACE)
 target_include_directories(kiv_asio SYSTEM INTERFACE ${ASIO_INCLUDE_DIR})

@@ -6,13 +6,13 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "telemetry/bff_analytics.hpp"
+#include "telemetry/offline_queue_format.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view bytes(reinterpret_cast<const char*>(data), size);
-  const auto queue = kiv::KivBFFAnalytics::decodeQueue(bytes);
+  const auto queue = kiv::queue_format::decodeQueue(bytes);
   if (!queue) return 0;
-  const auto again = kiv::KivBFFAnalytics::decodeQueue(kiv::KivBFFAnalytics::encodeQueue(*queue));
+  const auto again = kiv::queue_format::decodeQueue(kiv::queue_format::encodeQueue(*queue));
   if (!again || again->size() != queue->size()) std::abort();
   for (std::size_t i = 0; i < queue->size(); ++i) {
     if ((*again)[i].endpoint != (*queue)[i].endpoint || (*again)[i].jsonBody != (*queue)[i].jsonBody) std::abort();

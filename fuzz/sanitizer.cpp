@@ -6,10 +6,10 @@
 #include <string>
 #include <string_view>
 
-#include "platform/json/json.hpp"
+#include "base/json.hpp"
 #include "service/log_sanitizer.hpp"
-#include "service/lossy_utf8.hpp"
-#include "service/unicode_text.hpp"
+#include "base/unicode_text.hpp"
+#include "base/unicode_text.hpp"
 
 namespace {
 
@@ -32,7 +32,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   // The vectorised check against a decoder that knows nothing of it: valid
   // text is exactly the text that decodes to itself.
   const auto* bytes = reinterpret_cast<const std::uint8_t*>(data);
-  if (kiv::unicode::isValidUtf8(input) != (kiv::decodeUtf8Lossy({bytes, size}) == input)) std::abort();
+  if (kiv::unicode::isValidUtf8(input) != (kiv::unicode::decodeUtf8Lossy({bytes, size}) == input)) std::abort();
 
   const std::string body = kiv::truncateBodyText(input);
   checkBounded(body);

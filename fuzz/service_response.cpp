@@ -15,7 +15,7 @@
 #include "platform/console/capturing_console.hpp"
 #include "platform/dispatch/fake_clock.hpp"
 #include "platform/dispatch/thread_task_pool.hpp"
-#include "sdk/timer.hpp"
+#include "base/timer.hpp"
 #include "service/kiv_service.hpp"
 
 namespace {

@@ -10,8 +10,8 @@
 #include "kiv/face_liveness_lite.hpp"
 #include "kiv/platform/crash.hpp"
 #include "kiv/platform/secure_store.hpp"
-#include "observed_capture_vendor.hpp"
 #include "kiv/platform/traffic_counter.hpp"
+#include "observed_capture_vendor.hpp"
 
 namespace kiv::cli {
 namespace {
@@ -40,7 +40,7 @@ class StderrConsole final : public Console {
 // Looks at the traffic every kSettlePoll seconds and calls `done` once it
 // was idle twice in a row (a chain of work never reads idle twice across a
 // poll) or the deadline passed.
-void settle(const std::shared_ptr<MainLoop>& loop, const std::shared_ptr<TrafficCounter>& counter,
+void settle(const std::shared_ptr<MainQueue>& loop, const std::shared_ptr<TrafficCounter>& counter,
             Clock::time_point deadline, bool wasIdle, std::function<void(bool settled)> done) {
   const bool idle = counter->idle();
   if (idle && wasIdle) return done(true);
@@ -50,12 +50,27 @@ void settle(const std::shared_ptr<MainLoop>& loop, const std::shared_ptr<Traffic
   });
 }
 
+// The terminal: the SDK's own main loop, and a controller nobody sees.
+class TerminalStage final : public AttemptStage {
+ public:
+  void prepare(Platform& bundle) override { loop_ = std::static_pointer_cast<MainLoop>(bundle.mainQueue); }
+  void run(std::function<void()> start) override {
+    loop_->post(std::move(start));
+    loop_->run();
+  }
+  void stop() override { loop_->stop(); }
+  std::shared_ptr<ViewController> hostController() override { return platform()->ui->makeViewController(); }
+
+ private:
+  std::shared_ptr<MainLoop> loop_;
+};
+
 }  // namespace
 
 AttemptReport hostAttempt(const AttemptOptions& options) {
   AttemptReport report;
   auto bundle = makeLinuxPlatform();
-  auto loop = std::static_pointer_cast<MainLoop>(bundle.mainQueue);
+  auto stage = options.stage ? options.stage : std::make_shared<TerminalStage>();
   auto counter = std::make_shared<TrafficCounter>();
   bundle.http = counter->wrap(bundle.http);
   bundle.taskPool = counter->wrap(bundle.taskPool);
@@ -67,9 +82,10 @@ AttemptReport hostAttempt(const AttemptOptions& options) {
   bundle.camera = std::make_shared<FixedCameraAuthorization>(options.camera, options.grantWhenAsked);
   bundle.console = std::make_shared<StderrConsole>(options.verbose);
 
-  const auto interactive = ::isatty(STDOUT_FILENO) == 1;
+  const auto interactive = ::isatty(::fileno(options.transcript)) == 1;
   std::optional<Clock::time_point> setupAt, loadingAt;
   std::shared_ptr<AttemptPrinter> printer;
+  std::shared_ptr<MainQueue> loop;
   auto onLaunch = [&] {
     if (setupAt) report.setupToLaunch = Clock::now() - *setupAt;
     printer->vendorLaunched();
@@ -78,23 +94,31 @@ AttemptReport hostAttempt(const AttemptOptions& options) {
       loop->post([signal = *options.crashSignal] { std::raise(signal); });
     }
   };
-  auto onStatus = [&](const Status& status) { printer->vendorStatus(status); };
-  bundle.capture = std::make_shared<ObservedCaptureVendor>(std::make_shared<SimulatedCaptureVendor>(options.capture),
-                                                           loop, onLaunch, onStatus);
+  auto onStatus = [&](const Status& status) {
+    printer->vendorStatus(status);
+    stage->vendorStatus(status);
+  };
+  stage->prepare(bundle);
+  loop = bundle.mainQueue;
+  bundle.capture = stage->showCapture(std::make_shared<ObservedCaptureVendor>(
+      std::make_shared<SimulatedCaptureVendor>(options.capture), loop, onLaunch, onStatus));
   installPlatform(bundle);
 
   std::shared_ptr<KivFaceLivenessLiteSDK> sdk;
-  printer = std::make_shared<AttemptPrinter>(options.form, stdout, interactive, loop, [&](const Outcome&) {
-    // The attempt tears down after the call returns; the posts it started
-    // then get their grace period before the loop stops.
-    loop->post([&] {
-      settle(loop, counter, Clock::now() + kTelemetryGrace, false, [&](bool settled) {
-        report.telemetrySettled = settled;
-        loop->stop();
+  printer = std::make_shared<AttemptPrinter>(
+      options.form, options.transcript, interactive, loop, [&](const Outcome& outcome) {
+        stage->finished(outcome);
+        // The attempt tears down after the call returns; the posts it started
+        // then get their grace period before the loop stops.
+        loop->post([&] {
+          settle(loop, counter, Clock::now() + kTelemetryGrace, false, [&](bool settled) {
+            report.telemetrySettled = settled;
+            loop->postAfter(stage->lingerSeconds(), [&] { stage->stop(); });
+          });
+        });
       });
-    });
-  });
   printer->onLoading = [&](bool on) {
+    stage->loading(on);
     if (on) {
       loadingAt = Clock::now();
     } else if (loadingAt && !report.sessionRoundTrip) {
@@ -102,18 +126,17 @@ AttemptReport hostAttempt(const AttemptOptions& options) {
     }
   };
 
-  // The main loop is not current until run() starts, so the first SDK
-  // calls are posted into it.
-  loop->post([&] {
+  // The main loop is not current until it runs, so the first SDK calls are
+  // made from inside it, once the person starts.
+  stage->run([&] {
     sdk = KivFaceLivenessLiteSDK::make();
     sdk->setDelegate(printer);
     setupAt = Clock::now();
-    sdk->setup(options.mobileToken, options.personId, std::nullopt, nullptr, std::nullopt, options.environment,
-               options.loading);
+    sdk->setup(options.mobileToken, options.personId, std::nullopt, nullptr, options.uiCustomization,
+               options.environment, options.loading);
     if (options.prewarm) sdk->prewarm();
-    sdk->startSDK(platform()->ui->makeViewController());
+    sdk->startSDK(stage->hostController());
   });
-  loop->run();
   report.outcome = printer->outcome();
   return report;
 }

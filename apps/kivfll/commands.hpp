@@ -25,6 +25,7 @@ enum class ExitStatus : int {
 using Action = std::function<ExitStatus()>;
 
 void addDemoCommand(CLI::App& app, Action& action);
+void addPreviewCommand(CLI::App& app, Action& action);
 void addRunCommand(CLI::App& app, Action& action);
 void addSandboxCommand(CLI::App& app, Action& action);
 void addTokenCommand(CLI::App& app, Action& action);

@@ -2,7 +2,9 @@
 // in this process, a mobile token is minted for it, and the SDK is set up,
 // prewarmed and run once with the simulated capture vendor; then a summary:
 // the outcome, the signed response checked against the sandbox's key, the
-// times, and what reached the backend.
+// times, and what reached the backend. With --window the attempt runs in a
+// GTK window: the host's page, the SDK's loading view, the capture vendor's
+// screen and the outcome, with --screens DIR writing one PNG per stage.
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstdlib>
@@ -16,6 +18,7 @@
 #include "commands.hpp"
 #include "kiv/backend.hpp"
 #include "sandbox/sandbox_server.hpp"
+#include "window_stage.hpp"
 
 namespace kiv::cli {
 namespace {
@@ -25,8 +28,19 @@ constexpr std::string_view kDemoScript =
     "processing 0.8; wait 0.3; processing 1; wait 0.2; success";
 constexpr std::string_view kDemoPerson = "demo-person-1";
 
+// In a window the session takes this long, so a person sees the loading view.
+constexpr std::int64_t kWindowSessionDelayMs = 1000;
+// The look of the capture screen in a window: a bank's colours.
+constexpr std::string_view kWindowLook = R"({
+  "mask": {"isBlurEnabled": true, "color": "#1D3557B3"},
+  "appBar": {"title": "Confirm it's you", "titleColor": "#FFFFFF", "color": "#1D3557", "closeButtonTintColor": "#FFFFFF"},
+  "prompt": {"textColor": "#1D3557", "backgroundColor": "#F1FAEE", "isRounded": true}
+})";
+
 struct DemoArguments {
   std::string capture{kDemoScript};
+  bool window = false;
+  std::optional<std::filesystem::path> screens;
 };
 
 std::string milliseconds(const std::optional<std::chrono::duration<double>>& duration) {
@@ -74,6 +88,19 @@ ExitStatus runDemo(const DemoArguments& arguments) {
     std::cerr << "kivfll demo: --capture: " << script.error() << "\n";
     return ExitStatus::usage;
   }
+  std::shared_ptr<AttemptStage> stage;
+  if (arguments.window) {
+    if (arguments.screens) {
+      std::error_code ignored;
+      std::filesystem::create_directories(*arguments.screens, ignored);
+    }
+    auto opened = openWindowStage({.screens = arguments.screens});
+    if (!opened) {
+      std::cerr << "kivfll demo: --window: " << opened.error() << "\n";
+      return ExitStatus::error;
+    }
+    stage = *opened;
+  }
   auto sandbox = sandbox::SandboxServer::start({});
   if (!sandbox) {
     std::cerr << "kivfll demo: " << sandbox.error() << "\n";
@@ -89,6 +116,12 @@ ExitStatus runDemo(const DemoArguments& arguments) {
   }
   const std::filesystem::path dataDirectory(made);
 
+  if (stage) {
+    sandbox::FaultRule slowSessions;
+    slowSessions.endpoint = sandbox::SandboxEndpoint::sessions;
+    slowSessions.delayMs = kWindowSessionDelayMs;
+    (*sandbox)->addFault(slowSessions);
+  }
   const auto token = (*sandbox)->mintMobileToken("kivfll-demo", std::string("eu.capture.sandbox.example"));
   if (!setBackendRootURL(KivEnvironment::dev, (*sandbox)->rootURL())) return ExitStatus::error;
   std::cout << "KivFaceLivenessLite demo\n";
@@ -101,9 +134,14 @@ ExitStatus runDemo(const DemoArguments& arguments) {
                          .prewarm = true,
                          .loading = true,
                          .capture = std::move(*script),
-                         .dataDirectory = dataDirectory};
+                         .dataDirectory = dataDirectory,
+                         .uiCustomization = stage ? uiCustomizationFromJson(kWindowLook) : std::nullopt,
+                         .stage = stage};
   const auto report = hostAttempt(options);
   printSummary(report, **sandbox);
+  if (stage) {
+    for (const auto& file : writtenScreens(*stage)) std::cout << "screen:           " << file.string() << "\n";
+  }
 
   (*sandbox)->stop();
   std::error_code ignored;
@@ -117,6 +155,9 @@ void addDemoCommand(CLI::App& app, Action& action) {
   auto arguments = std::make_shared<DemoArguments>();
   auto* command = app.add_subcommand("demo", "Run one attempt end to end against an in-process sandbox backend");
   command->add_option("--capture", arguments->capture, "What the simulated vendor plays");
+  command->add_flag("--window", arguments->window,
+                    "Run the attempt in a window (GTK): host, loading, capture, outcome");
+  command->add_option("--screens", arguments->screens, "With --window: write a PNG of each stage into this folder");
   command->callback([&action, arguments] { action = [arguments] { return runDemo(*arguments); }; });
 }
 

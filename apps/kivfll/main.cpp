@@ -13,8 +13,8 @@ using kiv::cli::ExitStatus;
 
 // Every subcommand, in the order `kivfll --help` lists them.
 constexpr std::array kCommands{
-    &kiv::cli::addDemoCommand,  &kiv::cli::addRunCommand,    &kiv::cli::addSandboxCommand,
-    &kiv::cli::addTokenCommand, &kiv::cli::addVerifyCommand,
+    &kiv::cli::addDemoCommand,    &kiv::cli::addPreviewCommand, &kiv::cli::addRunCommand,
+    &kiv::cli::addSandboxCommand, &kiv::cli::addTokenCommand,   &kiv::cli::addVerifyCommand,
 };
 
 }  // namespace

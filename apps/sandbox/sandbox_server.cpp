@@ -1,38 +1,19 @@
 #include "sandbox/sandbox_server.hpp"
 
-#include <arpa/inet.h>
 #include <httplib.h>
-#include <netinet/in.h>
-#include <pthread.h>
-#include <sys/socket.h>
 
 #include <algorithm>
-#include <csignal>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 
 #include "sandbox/mobile_token.hpp"
-
-#if defined(__SANITIZE_THREAD__)
-// Debian's cpp-httplib is not built for ThreadSanitizer: the ordering its own
-// compiled code establishes between its workers is invisible, so copies it
-// makes inside itself show up as races. Reports that involve our code still
-// come through. Weak, so that a program that brings its own wins.
-extern "C" __attribute__((weak)) const char* __tsan_default_suppressions() { return "race:libcpp-httplib.so\n"; }
-#endif
 
 namespace kiv::sandbox {
 namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr const char* kLoopback = "127.0.0.1";
 constexpr const char* kJsonType = "application/json";
-// Every kept-alive connection holds a worker for as long as it stays open.
-constexpr std::size_t kWorkerThreads = 32;
-// Without these the library answers kept-alive requests on loopback ~26 ms
-// late (Nagle against delayed ACKs) and closes a connection every 5 requests.
-constexpr std::size_t kRequestsPerConnection = 1'000'000;
 
 constexpr std::string_view kControlPrefix = "/_sandbox/";
 constexpr std::string_view kSessionsPath = "/bff/sessions";
@@ -56,17 +37,6 @@ std::string messageBody(std::string_view message) { return Json{{"message", mess
 
 Answer refusal(int status, std::string_view message, std::string outcome) {
   return {.status = status, .body = messageBody(message), .outcome = std::move(outcome)};
-}
-
-// Fields the server library adds to every request; a client never sent them.
-bool isAddedByServer(const std::string& name) {
-  return name == "REMOTE_ADDR" || name == "REMOTE_PORT" || name == "LOCAL_ADDR" || name == "LOCAL_PORT";
-}
-
-int portOf(const sockaddr_storage& address) {
-  if (address.ss_family == AF_INET) return ntohs(reinterpret_cast<const sockaddr_in&>(address).sin_port);
-  if (address.ss_family == AF_INET6) return ntohs(reinterpret_cast<const sockaddr_in6&>(address).sin6_port);
-  return -1;
 }
 
 std::string trimmed(std::string_view text) {
@@ -117,65 +87,31 @@ Json requestJson(const SandboxRequest& request) {
               {"outcome", request.outcome}};
 }
 
-// The server library ignores SIGPIPE for the whole process when a server is
-// made; a host that embeds the sandbox keeps its own disposition. The
-// workers block the signal instead (see the listener thread).
-std::unique_ptr<httplib::Server> makeServerKeepingSigpipe() {
-  struct sigaction previous {};
-  sigaction(SIGPIPE, nullptr, &previous);
-  auto server = std::make_unique<httplib::Server>();
-  sigaction(SIGPIPE, &previous, nullptr);
-  return server;
-}
-
 }  // namespace
 
 std::expected<std::unique_ptr<SandboxServer>, std::string> SandboxServer::start(SandboxOptions options) {
   auto log = RequestLog::open(options.database);
   if (!log) return std::unexpected(log.error());
   std::unique_ptr<SandboxServer> sandbox(new SandboxServer(std::move(options), std::move(*log)));
-
-  auto& server = *sandbox->server_;
-  const int wanted = sandbox->options_.port;
-  if (wanted == 0) {
-    sandbox->port_ = server.bind_to_any_port(kLoopback);
-  } else if (server.bind_to_port(kLoopback, wanted)) {
-    sandbox->port_ = wanted;
-  }
-  if (sandbox->port_ <= 0) {
-    return std::unexpected("cannot listen on " + std::string(kLoopback) + ":" + std::to_string(wanted));
-  }
-  sandbox->listener_ = std::thread([&server] {
-    // The workers are created by this thread and inherit its mask: writing
-    // to a connection the client already closed must not end the process.
-    sigset_t pipe;
-    sigemptyset(&pipe);
-    sigaddset(&pipe, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
-    server.listen_after_bind();
+  auto server = loopback::LoopbackServer::listen({
+      .port = sandbox->options_.port,
+      .handler =
+          [raw = sandbox.get()](const httplib::Request& request, httplib::Response& response) {
+            if (std::string_view(request.path).starts_with(kControlPrefix)) {
+              raw->serveControl(request, response);
+            } else {
+              raw->serveBackend(request, response);
+            }
+          },
   });
-  // stop() is ignored until the accept loop runs.
-  while (!server.is_running()) std::this_thread::yield();
+  if (!server) return std::unexpected(server.error());
+  sandbox->port_ = (*server)->port();
+  sandbox->server_ = std::move(*server);
   return sandbox;
 }
 
 SandboxServer::SandboxServer(SandboxOptions options, std::unique_ptr<RequestLog> log)
-    : options_(std::move(options)),
-      key_(options_.key ? *options_.key : SigningKey::generate()),
-      log_(std::move(log)),
-      server_(makeServerKeepingSigpipe()) {
-  // The library's default adds SO_REUSEPORT, which lets a second sandbox
-  // bind the same port and take half of the first one's connections. Only
-  // SO_REUSEADDR, so a restarted sandbox gets its port back at once.
-  server_->set_socket_options([](int socket) {
-    int yes = 1;
-    setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-  });
-  server_->set_tcp_nodelay(true);
-  server_->set_keep_alive_max_count(kRequestsPerConnection);
-  server_->new_task_queue = [] { return new httplib::ThreadPool(kWorkerThreads); };
-  route();
-}
+    : options_(std::move(options)), key_(options_.key ? *options_.key : SigningKey::generate()), log_(std::move(log)) {}
 
 SandboxServer::~SandboxServer() { stop(); }
 
@@ -186,11 +122,7 @@ void SandboxServer::stop() {
     stopping_ = true;
   }
   stopped_.notify_all();
-  server_->stop();
-  // Kept-alive connections would hold their workers until the keep-alive
-  // time-out; closing them lets the workers end now.
-  closeConnections(0);
-  if (listener_.joinable()) listener_.join();
+  if (server_) server_->stop();
 }
 
 std::string SandboxServer::rootURL() const { return "http://127.0.0.1:" + std::to_string(port_) + "/"; }
@@ -206,30 +138,13 @@ std::vector<SandboxRequest> SandboxServer::requests(const RequestFilter& filter)
 
 bool SandboxServer::waitForRequests(const RequestFilter& filter, std::size_t count,
                                     std::chrono::milliseconds bound) const {
-  std::unique_lock lock(arrivalMutex_);
-  return arrived_.wait_for(lock, bound, [&] { return log_->requests(filter).size() >= count; });
+  return arrivals_.waitUntil([&] { return log_->requests(filter).size() >= count; }, bound);
 }
 
 std::expected<FaultRule, std::string> SandboxServer::addFault(std::string_view ruleJson) {
   auto rule = parseFaultRule(ruleJson);
   if (rule) faults_.add(*rule);
   return rule;
-}
-
-void SandboxServer::route() {
-  const httplib::Server::Handler handler = [this](const httplib::Request& request, httplib::Response& response) {
-    if (std::string_view(request.path).starts_with(kControlPrefix)) {
-      serveControl(request, response);
-    } else {
-      serveBackend(request, response);
-    }
-  };
-  server_->Get(".*", handler);
-  server_->Post(".*", handler);
-  server_->Put(".*", handler);
-  server_->Patch(".*", handler);
-  server_->Delete(".*", handler);
-  server_->Options(".*", handler);
 }
 
 void SandboxServer::serveBackend(const httplib::Request& request, httplib::Response& response) {
@@ -240,15 +155,9 @@ void SandboxServer::serveBackend(const httplib::Request& request, httplib::Respo
   if (const auto mark = request.target.find('?'); mark != std::string::npos) {
     recorded.query = request.target.substr(mark + 1);
   }
-  for (const auto& [name, value] : request.headers) {
-    if (!isAddedByServer(name)) recorded.headers.emplace_back(name, value);
-  }
+  recorded.headers = loopback::LoopbackServer::sentHeaders(request);
   recorded.id = log_->record(recorded);
-  {
-    // Taken so that a waiter between its check and its wait still hears this.
-    std::lock_guard lock(arrivalMutex_);
-  }
-  arrived_.notify_all();
+  arrivals_.announce();
 
   const auto body = nlohmann::json::parse(request.body, nullptr, false);
   const auto routed = routeOf(request.path);
@@ -272,7 +181,7 @@ void SandboxServer::serveBackend(const httplib::Request& request, httplib::Respo
     // Settled first: a client that sees the connection close may read the log at once.
     recorded.outcome = "fault: connection dropped";
     log_->settle(recorded.id, std::nullopt, recorded.outcome);
-    closeConnections(request.remote_port);
+    loopback::LoopbackServer::shutDownConnectionOf(request);
     if (options_.onRequest) options_.onRequest(recorded);
     return;
   }
@@ -370,25 +279,6 @@ void SandboxServer::serveControl(const httplib::Request& request, httplib::Respo
 void SandboxServer::pause(std::int64_t milliseconds) {
   std::unique_lock lock(stopMutex_);
   stopped_.wait_for(lock, std::chrono::milliseconds(milliseconds), [this] { return stopping_; });
-}
-
-void SandboxServer::closeConnections(int remotePort) const {
-  // The server library keeps its accepted sockets to itself; they are found
-  // among the process's descriptors by their local port. shutdown() rather
-  // than close() leaves the descriptor to the library, which closes it.
-  std::error_code error;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", error)) {
-    const int fd = std::atoi(entry.path().filename().c_str());
-    sockaddr_storage local{};
-    sockaddr_storage peer{};
-    socklen_t localLength = sizeof local;
-    socklen_t peerLength = sizeof peer;
-    if (getsockname(fd, reinterpret_cast<sockaddr*>(&local), &localLength) != 0) continue;
-    if (getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &peerLength) != 0) continue;
-    if (portOf(local) != port_) continue;
-    if (remotePort != 0 && portOf(peer) != remotePort) continue;
-    shutdown(fd, SHUT_RDWR);
-  }
 }
 
 }  // namespace kiv::sandbox

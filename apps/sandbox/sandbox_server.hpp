@@ -39,19 +39,13 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <vector>
 
+#include "loopback/loopback_server.hpp"
 #include "sandbox/fault_rules.hpp"
 #include "sandbox/request_log.hpp"
 #include "sandbox/session_minter.hpp"
 #include "sandbox/signing.hpp"
-
-namespace httplib {
-class Server;
-struct Request;
-struct Response;
-}  // namespace httplib
 
 namespace kiv::sandbox {
 
@@ -102,23 +96,18 @@ class SandboxServer {
  private:
   SandboxServer(SandboxOptions options, std::unique_ptr<RequestLog> log);
 
-  void route();
   void serveBackend(const httplib::Request& request, httplib::Response& response);
   void serveControl(const httplib::Request& request, httplib::Response& response);
   // Waits `milliseconds` or until the server stops.
   void pause(std::int64_t milliseconds);
-  void closeConnections(int remotePort) const;
 
   SandboxOptions options_;
   SigningKey key_;
   std::unique_ptr<RequestLog> log_;
   FaultBook faults_;
-  std::unique_ptr<httplib::Server> server_;
-  std::thread listener_;
+  std::unique_ptr<loopback::LoopbackServer> server_;
   int port_ = 0;
-
-  mutable std::mutex arrivalMutex_;
-  mutable std::condition_variable arrived_;
+  loopback::Arrivals arrivals_;
 
   std::mutex stopMutex_;
   std::condition_variable stopped_;

@@ -35,56 +35,39 @@ namespace kiv {
 
 class KivFaceLivenessLiteSDK {
  public:
-  // The arguments of the last setup().
-  struct Configuration {
-    std::string mobileToken;                        // the host's signed credential for the backend
-    std::string personId;                           // the person to be verified
-    std::optional<std::string> customLocalization;  // name of the host's strings table
-    ResourceBundleRef customLocalizationBundle;     // the bundle holding it; null for none
-    std::optional<DorvinUiCustomization> uiCustomization;
-    KivEnvironment environment = KivEnvironment::prod;
-    bool loading = false;  // whether the SDK shows its own loading indicator
-  };
-
-  // The facade's state and operations; defined inside the SDK, opaque here.
-  struct Impl;
-
   // A facade with no configuration, no delegate and nothing cached.
   static std::shared_ptr<KivFaceLivenessLiteSDK> make();
-  ~KivFaceLivenessLiteSDK();
+  virtual ~KivFaceLivenessLiteSDK() = default;
   KivFaceLivenessLiteSDK(const KivFaceLivenessLiteSDK&) = delete;
   KivFaceLivenessLiteSDK& operator=(const KivFaceLivenessLiteSDK&) = delete;
 
   // The receiver of outcomes, while the host keeps it alive. A run hears the
   // delegate set when it started.
-  std::shared_ptr<KivFaceLivenessLiteDelegate> delegate() const;
-  void setDelegate(std::weak_ptr<KivFaceLivenessLiteDelegate> delegate);
+  virtual std::shared_ptr<KivFaceLivenessLiteDelegate> delegate() const = 0;
+  virtual void setDelegate(std::weak_ptr<KivFaceLivenessLiteDelegate> delegate) = 0;
 
   // Stores the configuration (replacing an earlier one) and makes
   // `environment` the current one. Credentials or an environment other than
   // those of a prewarmed session drop that session. Reports nothing.
-  void setup(std::string mobileToken, std::string personId, std::optional<std::string> customLocalization,
-             ResourceBundleRef customLocalizationBundle, std::optional<DorvinUiCustomization> uiCustomization,
-             KivEnvironment environment, bool loading);
+  virtual void setup(std::string mobileToken, std::string personId, std::optional<std::string> customLocalization,
+                     ResourceBundleRef customLocalizationBundle, std::optional<DorvinUiCustomization> uiCustomization,
+                     KivEnvironment environment, bool loading) = 0;
 
   // Creates the liveness session now and keeps it for 90 seconds for the
   // next start with the same credentials and environment; dropped when the
   // application enters the background. Ignored during a run, while a fetch
   // is under way, and while a fresh session is kept; before setup() it only
   // prints a line. Safe from any thread.
-  void prewarm();
+  virtual void prewarm() = 0;
 
   // Runs one attempt over `viewController` (held by the run until it ends).
   // Before setup() the delegate hears invalidOptionsException at once; while
   // another run is in progress (in any facade) the call only prints a line.
-  void startSDK(std::shared_ptr<ViewController> viewController);
+  virtual void startSDK(std::shared_ptr<ViewController> viewController) = 0;
 
-  // The SDK's own access to the state behind the facade.
-  Impl& impl() const { return *impl_; }
-
- private:
-  KivFaceLivenessLiteSDK();
-  std::shared_ptr<Impl> impl_;
+ protected:
+  // The SDK's own facade is the one make() returns.
+  KivFaceLivenessLiteSDK() = default;
 };
 
 }  // namespace kiv

@@ -16,6 +16,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "kiv/platform/ui/color.hpp"
@@ -74,5 +75,10 @@ struct DorvinUiCustomization {
   std::optional<DorvinPromptCustomization> prompt;
   std::optional<std::string> fontName;  // a font family for the vendor's texts
 };
+
+// The customization written in the C interface's JSON form (see
+// kiv_sdk_setup in face_liveness_lite.h), for hosts and tools that keep a
+// look in a file; absent for JSON that breaks that form's rules.
+std::optional<DorvinUiCustomization> uiCustomizationFromJson(std::string_view json);
 
 }  // namespace kiv

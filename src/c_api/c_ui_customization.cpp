@@ -4,7 +4,7 @@
 #include <initializer_list>
 #include <string>
 
-#include "platform/json/json.hpp"
+#include "base/json.hpp"
 
 namespace kiv::c_api {
 namespace {
@@ -112,3 +112,11 @@ std::optional<DorvinUiCustomization> parseUiCustomization(std::string_view text)
 }
 
 }  // namespace kiv::c_api
+
+namespace kiv {
+
+std::optional<DorvinUiCustomization> uiCustomizationFromJson(std::string_view json) {
+  return c_api::parseUiCustomization(json);
+}
+
+}  // namespace kiv

@@ -20,7 +20,7 @@
 #include "kiv/platform/crash.hpp"
 #include "kiv/platform/secure_store.hpp"
 #include "kiv/platform/traffic_counter.hpp"
-#include "service/unicode_text.hpp"
+#include "base/unicode_text.hpp"
 
 struct kiv_sdk {
   std::shared_ptr<kiv::KivFaceLivenessLiteSDK> facade;

@@ -1,20 +1,22 @@
 #include "flow/face_liveness_view_model.hpp"
+#include "base/text.hpp"
 
 #include <exception>
 #include <utility>
 
+#include "base/current_environment.hpp"
+#include "base/overloaded.hpp"
+#include "base/state_manager.hpp"
+#include "base/unicode_text.hpp"
 #include "flow/iproov_options_builder.hpp"
 #include "flow/iproov_outcome_mapping.hpp"
 #include "flow/streaming_url.hpp"
 #include "kiv/backend.hpp"
 #include "kiv/platform/platform.hpp"
+#include "platform/dispatch/bind_to_main.hpp"
 #include "platform/dispatch/main_affinity.hpp"
-#include "platform/overloaded.hpp"
-#include "sdk/current_environment.hpp"
-#include "sdk/state_manager.hpp"
 #include "service/key_chain_manager.hpp"
 #include "service/string_utils.hpp"
-#include "service/unicode_text.hpp"
 #include "telemetry/crash_handler.hpp"
 
 namespace kiv {
@@ -26,13 +28,6 @@ constexpr std::string_view kNotEligibleDescription = "This client is not eligibl
 
 bool isBlank(const std::optional<std::string>& text) {
   return !text || unicode::trimWhiteSpaceAndNewlines(*text).empty();
-}
-
-std::string asciiLowercased(std::string text) {
-  for (char& c : text) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return text;
 }
 
 struct ErrorReport {
@@ -115,13 +110,8 @@ void KivFaceLivenessLiteViewModel::start(PrewarmState prewarmState) {
       finishWithError(KivErrorType::securityException, "Security violation: " + *violation);
       return;
     }
-    integrityMonitor_ = integrity->startMonitor([weak = weak_from_this(), main = mainQueue()](std::string violation) {
-      if (auto queue = main.lock()) {
-        queue->post([weak, violation = std::move(violation)] {
-          if (auto self = weak.lock()) self->handleViolation(violation);
-        });
-      }
-    });
+    integrityMonitor_ =
+        integrity->startMonitor(bindToMain(weak_from_this(), &KivFaceLivenessLiteViewModel::handleViolation));
   }
 
   std::visit(Overloaded{
@@ -165,22 +155,11 @@ void KivFaceLivenessLiteViewModel::setLoading(bool on) {
   }
 }
 
-// Callbacks that the vendor or the network keep hold the main queue weakly:
-// the queue may hold their owners in turn (a vendor's pause), and nothing
-// must keep it alive past the platform.
-std::weak_ptr<MainQueue> KivFaceLivenessLiteViewModel::mainQueue() { return platform()->mainQueue; }
-
 std::string KivFaceLivenessLiteViewModel::baseURL() const { return backendRootURL(currentEnvironment()); }
 
 void KivFaceLivenessLiteViewModel::fetchSession() {
   service_->fetchSession(FetchSessionRequest::forPerson(baseURL(), personId_),
-                         [weak = weak_from_this(), main = mainQueue()](APIResult<SessionResponse> result) {
-                           if (auto queue = main.lock()) {
-                             queue->post([weak, result = std::move(result)] {
-                               if (auto self = weak.lock()) self->handleSessionResult(result);
-                             });
-                           }
-                         });
+                         bindToMain(weak_from_this(), &KivFaceLivenessLiteViewModel::handleSessionResult));
 }
 
 void KivFaceLivenessLiteViewModel::handleSessionResult(APIResult<SessionResponse> result) {
@@ -230,17 +209,10 @@ void KivFaceLivenessLiteViewModel::launchCapture(const SessionResponse& response
   }
 
   // The vendor calls back on a thread of its choosing.
-  auto onStatus = [weak = weak_from_this(), response, main = mainQueue()](const Status& status) {
-    auto queue = main.lock();
-    if (!queue) return;
-    if (queue->isCurrent()) {
-      if (auto self = weak.lock()) self->handleStatus(status, response);
-      return;
-    }
-    queue->post([weak, status, response] {
-      if (auto self = weak.lock()) self->handleStatus(status, response);
-    });
-  };
+  auto onStatus = bindToMain(
+      weak_from_this(),
+      [response](KivFaceLivenessLiteViewModel& self, const Status& status) { self.handleStatus(status, response); },
+      MainHop::inlineOnMain);
   Session session = launcher_->launch(url, *supplier->token, std::move(options), std::move(onStatus));
   if (hasConcludedSession_) {
     // Concluded while the launch call ran: nothing may keep this capture.
@@ -272,7 +244,7 @@ void KivFaceLivenessLiteViewModel::handleStatus(const Status& status, const Sess
                    if (hasConcludedSession_) return;
                    hasConcludedSession_ = true;
                    trackProviderResult(KivAnalyticsResult::canceled);
-                   trackFinish({{"result", std::string(rawValue(KivAnalyticsResult::cancelled))}});
+                   trackFinish({resultParameter(KivAnalyticsResult::cancelled)});
                    deliver([](KivFaceLivenessLiteDelegate& delegate) { delegate.cancelled(); });
                  },
                  [this](const Status::error& failed) {
@@ -293,33 +265,33 @@ void KivFaceLivenessLiteViewModel::conclude(const SessionResponse& response, con
   service_->fetchTransactions(FetchTransactionsRequest::forSession(baseURL(), response), [](auto) {});
 
   const std::string signedResponse = response.signedResponse.value_or("");
-  std::visit(Overloaded{
-                 [&](const AttemptOutcome::success&) {
-                   trackFinish({{"result", std::string(rawValue(KivAnalyticsResult::finishWithSuccess))},
-                                {"signedResponse", signedResponse}});
-                   deliver([signedResponse](KivFaceLivenessLiteDelegate& delegate) {
-                     delegate.didFinishWithSuccess(KivFaceLivenessLiteResult{signedResponse});
-                   });
-                 },
-                 [&](const AttemptOutcome::failure& failure) {
-                   auto description = KivStringUtils::extractErrorMessage(failure.description);
-                   trackFinish({{"result", std::string(rawValue(KivAnalyticsResult::finishWithFailure))},
-                                {"errorType", std::string(rawValue(failure.type))},
-                                {"description", description},
-                                {"signedResponse", signedResponse}});
-                   deliver([type = failure.type, description, signedResponse](KivFaceLivenessLiteDelegate& delegate) {
-                     delegate.didFinishWithFailure(type, description, signedResponse);
-                   });
-                 },
-             },
-             outcome.value);
+  std::visit(
+      Overloaded{
+          [&](const AttemptOutcome::success&) {
+            trackFinish({resultParameter(KivAnalyticsResult::finishWithSuccess), {"signedResponse", signedResponse}});
+            deliver([signedResponse](KivFaceLivenessLiteDelegate& delegate) {
+              delegate.didFinishWithSuccess(KivFaceLivenessLiteResult{signedResponse});
+            });
+          },
+          [&](const AttemptOutcome::failure& failure) {
+            auto description = KivStringUtils::extractErrorMessage(failure.description);
+            trackFinish({resultParameter(KivAnalyticsResult::finishWithFailure),
+                         {"errorType", std::string(rawValue(failure.type))},
+                         {"description", description},
+                         {"signedResponse", signedResponse}});
+            deliver([type = failure.type, description, signedResponse](KivFaceLivenessLiteDelegate& delegate) {
+              delegate.didFinishWithFailure(type, description, signedResponse);
+            });
+          },
+      },
+      outcome.value);
 }
 
 void KivFaceLivenessLiteViewModel::finishWithError(KivErrorType errorType, const std::string& description,
                                                    const std::optional<std::string>& analyticsErrorType) {
   if (hasConcludedSession_) return;
   hasConcludedSession_ = true;
-  trackFinish({{"result", std::string(rawValue(KivAnalyticsResult::finishWithError))},
+  trackFinish({resultParameter(KivAnalyticsResult::finishWithError),
                {"errorType", analyticsErrorType.value_or(std::string(rawValue(errorType)))},
                {"description", description}});
   deliver([errorType, description](KivFaceLivenessLiteDelegate& delegate) {
@@ -328,11 +300,8 @@ void KivFaceLivenessLiteViewModel::finishWithError(KivErrorType errorType, const
 }
 
 void KivFaceLivenessLiteViewModel::deliver(std::function<void(KivFaceLivenessLiteDelegate&)> call) {
-  auto main = platform()->mainQueue;
-  if (!main->isCurrent()) {
-    main->post([weak = weak_from_this(), call = std::move(call)]() mutable {
-      if (auto self = weak.lock()) self->deliver(std::move(call));
-    });
+  if (!platform()->mainQueue->isCurrent()) {
+    bindToMain(weak_from_this(), &KivFaceLivenessLiteViewModel::deliver)(std::move(call));
     return;
   }
   if (didDeliverResult_) return;
@@ -370,7 +339,7 @@ void KivFaceLivenessLiteViewModel::handleViolation(const std::string& descriptio
 void KivFaceLivenessLiteViewModel::trackProviderResult(KivAnalyticsResult result,
                                                        const KivBFFAnalytics::TextParams& extraProperties) {
   if (!analytics_) return;
-  KivBFFAnalytics::TextParams params{{"provider", providerName_}, {"result", std::string(rawValue(result))}};
+  KivBFFAnalytics::TextParams params{{"provider", providerName_}, resultParameter(result)};
   for (const auto& [key, value] : extraProperties) params.insert_or_assign(key, value);
   analytics_->track(KivAnalyticsEvent::standard(KivAnalyticsEventName::providerEvent, KivAnalyticsEventType::sdkStep),
                     std::move(params));

@@ -18,7 +18,7 @@
 #include <optional>
 #include <string>
 
-#include "flow/dismiss_gating.hpp"
+#include "flow/dismissal_gate.hpp"
 #include "flow/iproov_launching.hpp"
 #include "flow/iproov_presenter.hpp"
 #include "flow/prewarm_state.hpp"
@@ -110,7 +110,6 @@ class KivFaceLivenessLiteViewModel : public std::enable_shared_from_this<KivFace
   void trackFinish(KivBFFAnalytics::TextParams params);
   void handleViolation(const std::string& description);
   std::string baseURL() const;
-  static std::weak_ptr<MainQueue> mainQueue();
 
   // Fields in the order the attempt's data model lists them.
   const std::shared_ptr<KivServiceProtocol> service_;

@@ -1,4 +1,5 @@
 #include "flow/iproov_options_builder.hpp"
+#include "base/text.hpp"
 
 #include "kiv/platform/platform.hpp"
 #include "kiv/platform/ui/view_toolkit.hpp"
@@ -9,20 +10,10 @@ namespace {
 constexpr std::string_view kNaturalFilter = "natural";
 constexpr std::string_view kLineDrawingFilter = "linedrawing";
 
-// ASCII is enough: no other letter lowers to one of the letters of the two
-// filter names, so a full Unicode lowering would match the same texts.
-std::string asciiLowercase(std::string_view text) {
-  std::string lower(text);
-  for (char& c : lower) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return lower;
-}
-
 void applyFilter(Options& options, std::string_view filter) {
   // The vendor's style enumerations are fixed by position: the first
   // natural style, the second line-drawing style.
-  const auto name = asciiLowercase(filter);
+  const auto name = asciiLowercased(filter);
   if (name == kNaturalFilter) {
     options.filter = Options::NaturalFilter{allCases<Options::NaturalFilter::Style>()[0]};
   } else if (name == kLineDrawingFilter) {

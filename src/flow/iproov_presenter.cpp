@@ -1,6 +1,5 @@
 #include "flow/iproov_presenter.hpp"
 
-#include "kiv/platform/platform.hpp"
 #include "platform/dispatch/main_affinity.hpp"
 
 namespace kiv {
@@ -12,13 +11,7 @@ std::shared_ptr<KivLiteIProovPresenter> KivLiteIProovPresenter::make(
 
 KivLiteIProovPresenter::KivLiteIProovPresenter(double maxHold,
                                                const std::shared_ptr<ViewController>& presentingViewController)
-    : presentingViewController_(presentingViewController), maxHold_(maxHold) {}
-
-KivLiteIProovPresenter::~KivLiteIProovPresenter() {
-  // The last owner may let go on any thread; the work itself belongs on the
-  // main thread, where it runs unless a trigger ran it first.
-  if (pending_) platform()->mainQueue->post([work = std::move(pending_)] { work->runOnce(); });
-}
+    : presentingViewController_(presentingViewController), gate_(KivLiteDismissalGate::make(maxHold)) {}
 
 std::shared_ptr<ViewController> KivLiteIProovPresenter::topmostPresenter() const {
   KIV_ASSERT_MAIN_THREAD();
@@ -54,52 +47,10 @@ void KivLiteIProovPresenter::dismiss(std::shared_ptr<ViewController> iProovViewC
       controller->dismiss(false, std::move(completion));
       return;
     }
-    self->hold(std::move(controller), std::move(completion));
+    self->gate_->hold([controller = std::move(controller), completion = std::move(completion)]() mutable {
+      controller->dismiss(false, std::move(completion));
+    });
   });
-}
-
-void KivLiteIProovPresenter::hold(std::shared_ptr<ViewController> iProovViewController, Task completion) {
-  auto work = std::make_shared<KivLiteDismissalWork>(
-      [controller = std::move(iProovViewController), completion = std::move(completion)]() mutable {
-        controller->dismiss(false, std::move(completion));
-      });
-  // A work replaced here is left to its own timer.
-  pending_ = work;
-  platform()->mainQueue->postAfter(
-      maxHold_,
-      [weak = weak_from_this(), work] {
-        if (auto self = weak.lock(); self && self->pending_ == work) self->pending_.reset();
-        work->runOnce();
-      },
-      this);
-  if (resultWasDelivered_) flush();
-}
-
-void KivLiteIProovPresenter::flush() {
-  KIV_ASSERT_MAIN_THREAD();
-  if (!pending_) return;
-  auto work = std::move(pending_);
-  pending_.reset();
-  work->runOnce();
-}
-
-void KivLiteIProovPresenter::markResultDelivered() {
-  runOnMain([weak = weak_from_this()] {
-    auto self = weak.lock();
-    if (!self || self->resultWasDelivered_) return;
-    self->resultWasDelivered_ = true;
-    self->flush();
-  });
-}
-
-bool KivLiteIProovPresenter::resultWasDelivered() const {
-  KIV_ASSERT_MAIN_THREAD();
-  return resultWasDelivered_;
-}
-
-bool KivLiteIProovPresenter::hasPendingDismissal() const {
-  KIV_ASSERT_MAIN_THREAD();
-  return pending_ != nullptr;
 }
 
 }  // namespace kiv

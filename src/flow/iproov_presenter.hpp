@@ -1,7 +1,7 @@
-// Shows the capture vendor's screen over the host and holds its dismissal
-// back until the session flow has delivered the result to the host, so the
-// host learns the outcome while the capture screen is still up. A dismissal
-// waits at most `maxHold` seconds.
+// Shows the capture vendor's screen over the host, and passes the vendor's
+// dismissal through a dismissal gate (dismissal_gate.hpp): the host learns
+// the outcome while the capture screen is still up. A dismissal waits at most
+// `maxHold` seconds.
 //
 // One presenter per attempt, owned by shared_ptr (posted work holds it
 // weakly). present() runs where the vendor calls it, which must be the main
@@ -16,8 +16,7 @@
 
 #include <memory>
 
-#include "flow/dismiss_gating.hpp"
-#include "flow/dismissal_work.hpp"
+#include "flow/dismissal_gate.hpp"
 #include "kiv/platform/capture/presentation_delegate.hpp"
 #include "kiv/platform/ui/view_controller.hpp"
 
@@ -35,7 +34,7 @@ class KivLiteIProovPresenter final : public IProovPresentationDelegate,
                                                       const std::shared_ptr<ViewController>& presentingViewController);
 
   // A dismissal still held runs soon after, from the main queue.
-  ~KivLiteIProovPresenter() override;
+  ~KivLiteIProovPresenter() override = default;
   KivLiteIProovPresenter(const KivLiteIProovPresenter&) = delete;
   KivLiteIProovPresenter& operator=(const KivLiteIProovPresenter&) = delete;
 
@@ -45,27 +44,23 @@ class KivLiteIProovPresenter final : public IProovPresentationDelegate,
   // Holds the dismissal until markResultDelivered() or `maxHold` seconds,
   // whichever comes first.
   void dismiss(std::shared_ptr<ViewController> iProovViewController, Task completion) override;
-  void markResultDelivered() override;
+  void markResultDelivered() override { gate_->markResultDelivered(); }
 
   // The controller a new screen goes over: the last of the host
   // controller's presented chain that is not leaving. Main thread only.
   std::shared_ptr<ViewController> topmostPresenter() const;
 
-  double maxHold() const { return maxHold_; }
+  double maxHold() const { return gate_->maxHold(); }
   // Main thread only.
-  bool resultWasDelivered() const;
-  bool hasPendingDismissal() const;
+  bool resultWasDelivered() const { return gate_->resultWasDelivered(); }
+  bool hasPendingDismissal() const { return gate_->hasPendingDismissal(); }
 
  private:
   KivLiteIProovPresenter(double maxHold, const std::shared_ptr<ViewController>& presentingViewController);
 
-  void hold(std::shared_ptr<ViewController> iProovViewController, Task completion);
-  void flush();
-
   std::weak_ptr<ViewController> presentingViewController_;
-  double maxHold_;
-  bool resultWasDelivered_ = false;
-  std::shared_ptr<KivLiteDismissalWork> pending_;
+  // Owned here alone, so that it goes (running what it holds) with the presenter.
+  const std::shared_ptr<KivLiteDismissalGate> gate_;
 };
 
 }  // namespace kiv

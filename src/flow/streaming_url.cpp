@@ -2,7 +2,7 @@
 
 #include "platform/http/url.hpp"
 #include "service/jwt_decoder.hpp"
-#include "service/unicode_text.hpp"
+#include "base/unicode_text.hpp"
 
 namespace kiv {
 

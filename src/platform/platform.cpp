@@ -4,7 +4,7 @@
 #include "platform/console/stdout_console.hpp"
 #include "platform/dispatch/thread_task_pool.hpp"
 #include "platform/linux_services.hpp"
-#include "platform/process_state.hpp"
+#include "base/process_state.hpp"
 
 namespace kiv {
 namespace {

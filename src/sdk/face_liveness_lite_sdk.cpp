@@ -1,86 +1,104 @@
 #include "kiv/face_liveness_lite_sdk.hpp"
 
-#include <array>
-#include <cstdint>
+#include <string_view>
+#include <utility>
 
+#include "base/current_environment.hpp"
+#include "base/state_manager.hpp"
 #include "flow/default_iproov_launcher.hpp"
+#include "flow/face_liveness_view_model.hpp"
 #include "kiv/platform/camera_authorization.hpp"
-#include "kiv/platform/console.hpp"
 #include "kiv/platform/platform.hpp"
-#include "kiv/platform/user_defaults.hpp"
+#include "platform/console/debug_line.hpp"
+#include "platform/dispatch/bind_to_main.hpp"
 #include "platform/dispatch/main_affinity.hpp"
-#include "platform/json/json.hpp"
-#include "sdk/current_environment.hpp"
-#include "sdk/face_liveness_lite_sdk_impl.hpp"
-#include "sdk/state_manager.hpp"
+#include "sdk/delegate_relay.hpp"
+#include "sdk/prewarm_cache.hpp"
 #include "service/jwt_decoder.hpp"
 #include "service/key_chain_manager.hpp"
+#include "service/kiv_service.hpp"
 #include "telemetry/analytics_event.hpp"
+#include "telemetry/bff_analytics.hpp"
 #include "telemetry/context_collector.hpp"
 #include "telemetry/crash_handler.hpp"
-#include "telemetry/device_info.hpp"
+#include "telemetry/start_event.hpp"
 
 namespace kiv {
 namespace {
 
-void printDebugLine(std::string_view text) { platform()->console->writeLine(debugQuoted(text)); }
+constexpr std::string_view kSdkName = "KivFaceLivenessLite";
+constexpr std::string_view kSdkVersion = "3.2.1";
+constexpr std::string_view kStartBeforeSetupDescription =
+    "setup(mobileToken:personId:) must be called before startSDK(viewController:)";
+constexpr std::string_view kAlreadyStartedLine = "KivFaceLivenessLite SDK has already started.";
+constexpr std::string_view kPrewarmBeforeSetupLine = "KivFaceLivenessLite: prewarm() called before setup().";
+// The error a run ends with when the host releases the facade during it
+// (seen only in analytics).
+constexpr std::string_view kReleasedDuringRunDescription = "The SDK was released during the run";
 
-}  // namespace
+// The facade make() returns. Main thread only, no lock: the camera answer and
+// the prewarm's own callbacks reach it through the main queue, holding it
+// weakly. Background tasks (the start event, camera-permission events) take
+// copies of what they need and never touch it.
+class Facade final : public KivFaceLivenessLiteSDK, public std::enable_shared_from_this<Facade> {
+ public:
+  Facade() = default;
+  ~Facade() override;
 
-// --- The public surface: each call keeps the state alive for its duration,
-// so a delegate that releases the facade from inside a call is safe. ---------
+  std::shared_ptr<KivFaceLivenessLiteDelegate> delegate() const override { return delegate_.lock(); }
+  void setDelegate(std::weak_ptr<KivFaceLivenessLiteDelegate> delegate) override;
+  void setup(std::string mobileToken, std::string personId, std::optional<std::string> customLocalization,
+             ResourceBundleRef customLocalizationBundle, std::optional<DorvinUiCustomization> uiCustomization,
+             KivEnvironment environment, bool loading) override;
+  void prewarm() override;
+  void startSDK(std::shared_ptr<ViewController> viewController) override;
 
-std::shared_ptr<KivFaceLivenessLiteSDK> KivFaceLivenessLiteSDK::make() {
-  return std::shared_ptr<KivFaceLivenessLiteSDK>(new KivFaceLivenessLiteSDK());
-}
+ private:
+  // The arguments of the last setup().
+  struct Configuration {
+    std::string mobileToken;
+    std::string personId;
+    std::optional<std::string> customLocalization;
+    ResourceBundleRef customLocalizationBundle;
+    std::optional<DorvinUiCustomization> uiCustomization;
+    KivEnvironment environment = KivEnvironment::prod;
+    bool loading = false;
+  };
 
-KivFaceLivenessLiteSDK::KivFaceLivenessLiteSDK() : impl_(std::make_shared<Impl>()) {}
-KivFaceLivenessLiteSDK::~KivFaceLivenessLiteSDK() = default;
+  void prewarmOnMain();
+  // The id of the analytics session to report under, opening a new one (and
+  // configuring the shared analytics client for it) when there is none or
+  // the current one was used by a start. Empty without a configuration.
+  std::string ensureAnalyticsSession();
+  // Starts the model's attempt, or ends it for a refused camera.
+  void onCameraAnswer(bool granted);
+  // Sends the camera_permission event from a background task.
+  void logCameraPermission(KivAnalyticsResult result) const;
+  // A backend service as every start and prewarm builds it.
+  std::shared_ptr<KivService> makeService() const;
 
-std::shared_ptr<KivFaceLivenessLiteDelegate> KivFaceLivenessLiteSDK::delegate() const { return impl_->delegate.lock(); }
+  std::weak_ptr<KivFaceLivenessLiteDelegate> delegate_;
+  std::shared_ptr<KivFaceLivenessLiteViewModel> viewModel_;
+  std::shared_ptr<KivBFFAnalytics> analytics_;
+  std::optional<std::string> analyticsSessionId_;
+  bool analyticsSessionConsumed_ = false;
+  std::optional<Configuration> configuration_;
+  const std::shared_ptr<PrewarmCache> prewarm_ = PrewarmCache::make();
+  // What the last run reports through; released with the facade, so that a
+  // run outliving it calls no one.
+  std::shared_ptr<DelegateRelay> runDelegate_;
+};
 
-void KivFaceLivenessLiteSDK::setDelegate(std::weak_ptr<KivFaceLivenessLiteDelegate> delegate) {
-  KIV_ASSERT_MAIN_THREAD();
-  impl_->delegate = std::move(delegate);
-}
+// Each public call keeps the facade alive for its duration, so a delegate
+// that releases it from inside a call is safe.
 
-void KivFaceLivenessLiteSDK::setup(std::string mobileToken, std::string personId,
-                                   std::optional<std::string> customLocalization,
-                                   ResourceBundleRef customLocalizationBundle,
-                                   std::optional<DorvinUiCustomization> uiCustomization, KivEnvironment environment,
-                                   bool loading) {
-  const auto impl = impl_;
-  impl->setup(Configuration{.mobileToken = std::move(mobileToken),
-                            .personId = std::move(personId),
-                            .customLocalization = std::move(customLocalization),
-                            .customLocalizationBundle = std::move(customLocalizationBundle),
-                            .uiCustomization = std::move(uiCustomization),
-                            .environment = environment,
-                            .loading = loading});
-}
-
-void KivFaceLivenessLiteSDK::prewarm() {
-  const auto impl = impl_;
-  impl->prewarm();
-}
-
-void KivFaceLivenessLiteSDK::startSDK(std::shared_ptr<ViewController> viewController) {
-  const auto impl = impl_;
-  impl->startSDK(std::move(viewController));
-}
-
-// --- Lifecycle -----------------------------------------------------------------
-
-KivFaceLivenessLiteSDK::Impl::~Impl() {
-  // The handler holds the facade weakly; unregistering just frees it now.
-  if (backgroundObserver) platform()->notifications->removeObserver(*backgroundObserver);
-
+Facade::~Facade() {
   // A run the host abandons with the facade must still stop the capture,
   // delete the credentials and give the run guard back, or no later run
   // could start. Its delegate relay goes first, so nobody hears of it.
-  runDelegate.reset();
-  if (!viewModel || viewModel->didDeliverResult()) return;
-  auto end = [model = std::move(viewModel)] {
+  runDelegate_.reset();
+  if (!viewModel_ || viewModel_->didDeliverResult()) return;
+  auto end = [model = std::move(viewModel_)] {
     model->finishWithError(KivErrorType::unexpectedErrorException, std::string(kReleasedDuringRunDescription));
   };
   const auto queue = platform()->mainQueue;
@@ -91,59 +109,82 @@ KivFaceLivenessLiteSDK::Impl::~Impl() {
   }
 }
 
-void KivFaceLivenessLiteSDK::Impl::setup(Configuration newConfiguration) {
+void Facade::setDelegate(std::weak_ptr<KivFaceLivenessLiteDelegate> delegate) {
   KIV_ASSERT_MAIN_THREAD();
-  const auto previous = std::exchange(configuration, std::move(newConfiguration));
-  const Configuration& current = *configuration;
+  delegate_ = std::move(delegate);
+}
 
-  if (prewarmed && !matchesConfiguration(prewarmed->mobileToken, prewarmed->personId, prewarmed->environment)) {
-    removeBackgroundObserver();
-    discardPrewarm();
-  }
+void Facade::setup(std::string mobileToken, std::string personId, std::optional<std::string> customLocalization,
+                   ResourceBundleRef customLocalizationBundle, std::optional<DorvinUiCustomization> uiCustomization,
+                   KivEnvironment environment, bool loading) {
+  KIV_ASSERT_MAIN_THREAD();
+  const auto self = shared_from_this();
+  const auto previous =
+      std::exchange(configuration_, Configuration{
+                                        .mobileToken = std::move(mobileToken),
+                                        .personId = std::move(personId),
+                                        .customLocalization = std::move(customLocalization),
+                                        .customLocalizationBundle = std::move(customLocalizationBundle),
+                                        .uiCustomization = std::move(uiCustomization),
+                                        .environment = environment,
+                                        .loading = loading,
+                                    });
+  const Configuration& current = *configuration_;
+  prewarm_->setIdentity({current.mobileToken, current.personId, current.environment});
   setCurrentEnvironment(current.environment);
 
   // A running attempt keeps reporting under the session it started with.
   if (KivSDKStateManager::shared().isRunning()) return;
   if (!previous || previous->mobileToken != current.mobileToken || previous->personId != current.personId ||
       previous->environment != current.environment) {
-    analyticsSessionId.reset();
+    analyticsSessionId_.reset();
   }
   ensureAnalyticsSession();
 }
 
-bool KivFaceLivenessLiteSDK::Impl::matchesConfiguration(const std::string& mobileToken, const std::string& personId,
-                                                        KivEnvironment environment) const {
-  return configuration && configuration->mobileToken == mobileToken && configuration->personId == personId &&
-         configuration->environment == environment;
+void Facade::prewarm() { bindToMain(weak_from_this(), &Facade::prewarmOnMain, MainHop::inlineOnMain)(); }
+
+void Facade::prewarmOnMain() {
+  KIV_ASSERT_MAIN_THREAD();
+  if (!configuration_) {
+    printDebugLine(kPrewarmBeforeSetupLine);
+    return;
+  }
+  prewarm_->prewarm([this] {
+    setCurrentEnvironment(configuration_->environment);
+    ensureAnalyticsSession();
+    return makeService();
+  });
 }
 
-std::string KivFaceLivenessLiteSDK::Impl::ensureAnalyticsSession() {
-  if (!configuration) return "";
-  if (analyticsSessionId && analytics && !analyticsSessionConsumed) return *analyticsSessionId;
+std::string Facade::ensureAnalyticsSession() {
+  if (!configuration_) return "";
+  if (analyticsSessionId_ && analytics_ && !analyticsSessionConsumed_) return *analyticsSessionId_;
 
   std::string sessionId = randomUuidText();
   KivBFFAnalytics::configure({
       .sessionId = sessionId,
       .platform = KivAnalyticsPlatform::nativeIOS,
-      .stage = analyticsStage(configuration->environment),
-      .clientId = KivJWTDecoder::issuer(configuration->mobileToken).value_or(configuration->mobileToken),
-      .mobileToken = configuration->mobileToken,
-      .personId = configuration->personId,
+      .stage = analyticsStage(configuration_->environment),
+      .clientId = KivJWTDecoder::issuer(configuration_->mobileToken).value_or(configuration_->mobileToken),
+      .mobileToken = configuration_->mobileToken,
+      .personId = configuration_->personId,
       .sdk = {std::string(kSdkName), std::string(kSdkVersion)},
       .sessionConfiguration = std::nullopt,
       .entrypoint = std::nullopt,
       .entrypointVersion = std::nullopt,
   });
-  analytics = KivBFFAnalytics::shared();
-  analyticsSessionId = sessionId;
-  analyticsSessionConsumed = false;
+  analytics_ = KivBFFAnalytics::shared();
+  analyticsSessionId_ = sessionId;
+  analyticsSessionConsumed_ = false;
   return sessionId;
 }
 
-void KivFaceLivenessLiteSDK::Impl::startSDK(std::shared_ptr<ViewController> viewController) {
+void Facade::startSDK(std::shared_ptr<ViewController> viewController) {
   KIV_ASSERT_MAIN_THREAD();
-  if (!configuration) {
-    if (auto host = delegate.lock()) {
+  const auto self = shared_from_this();
+  if (!configuration_) {
+    if (auto host = delegate_.lock()) {
       host->didFinishWithError(KivErrorType::invalidOptionsException, std::string(kStartBeforeSetupDescription));
     }
     return;
@@ -152,38 +193,39 @@ void KivFaceLivenessLiteSDK::Impl::startSDK(std::shared_ptr<ViewController> view
     printDebugLine(kAlreadyStartedLine);
     return;
   }
-  setCurrentEnvironment(configuration->environment);
+  setCurrentEnvironment(configuration_->environment);
   const std::string sessionId = ensureAnalyticsSession();
-  analyticsSessionConsumed = true;
+  analyticsSessionConsumed_ = true;
 
   if (auto handler = KivCrashHandler::shared()) handler->install(std::string(kKivSDKService), true);
 
-  sendStartEvent(sessionId, hasUsablePrewarm());
+  platform()->taskPool->post([client = analytics_, facts = StartEventFacts{
+                                                       .sessionId = sessionId,
+                                                       .environment = configuration_->environment,
+                                                       .loading = configuration_->loading,
+                                                       .usedPrewarm = prewarm_->hasUsable(),
+                                                   }] { trackStartEvent(client, facts); });
 
-  runDelegate = std::make_shared<DelegateRelay>(delegate);
-  viewModel = KivFaceLivenessLiteViewModel::make({
+  runDelegate_ = std::make_shared<DelegateRelay>(delegate_);
+  viewModel_ = KivFaceLivenessLiteViewModel::make({
       .service = makeService(),
       .viewController = std::move(viewController),
-      .personId = configuration->personId,
-      .customLocalization = configuration->customLocalization,
-      .customLocalizationBundle = configuration->customLocalizationBundle,
-      .uiCustomization = configuration->uiCustomization,
-      .loading = configuration->loading,
-      .analytics = analytics,
+      .personId = configuration_->personId,
+      .customLocalization = configuration_->customLocalization,
+      .customLocalizationBundle = configuration_->customLocalizationBundle,
+      .uiCustomization = configuration_->uiCustomization,
+      .loading = configuration_->loading,
+      .analytics = analytics_,
       .launcher = std::make_unique<DefaultIProovLauncher>(),
-      .delegate = runDelegate,
+      .delegate = runDelegate_,
   });
-  if (!viewModel->storeCredentials(configuration->mobileToken, configuration->personId)) return;
+  if (!viewModel_->storeCredentials(configuration_->mobileToken, configuration_->personId)) return;
 
   const auto camera = platform()->camera;
   switch (camera->status()) {
     case CameraAuthorizationStatus::notDetermined:
       logCameraPermission(KivAnalyticsResult::requested);
-      camera->requestAccess([weak = weak_from_this(), queue = platform()->mainQueue](bool granted) {
-        queue->post([weak, granted] {
-          if (auto self = weak.lock()) self->onCameraAnswer(granted);
-        });
-      });
+      camera->requestAccess(bindToMain(weak_from_this(), &Facade::onCameraAnswer));
       break;
     case CameraAuthorizationStatus::authorized:
       onCameraAnswer(true);
@@ -195,55 +237,34 @@ void KivFaceLivenessLiteSDK::Impl::startSDK(std::shared_ptr<ViewController> view
   }
 }
 
-void KivFaceLivenessLiteSDK::Impl::onCameraAnswer(bool granted) {
+void Facade::onCameraAnswer(bool granted) {
   logCameraPermission(granted ? KivAnalyticsResult::granted : KivAnalyticsResult::denied);
-  if (!viewModel) return;
+  if (!viewModel_) return;
   // The model may be replaced by the time a late answer arrives; the one in
   // place is the one waiting for it, since no other run could start.
-  const auto model = viewModel;
+  const auto model = viewModel_;
   if (granted) {
-    model->start(takePrewarmState());
+    model->start(prewarm_->take());
   } else {
     model->finishWithError(KivErrorType::cameraPermission,
                            std::string(KivFaceLivenessLiteViewModel::kCameraPermissionDeniedDescription));
   }
 }
 
-std::shared_ptr<KivService> KivFaceLivenessLiteSDK::Impl::makeService() const {
-  return KivService::create(KivService::makeURLSession(), std::string(kMobileTokenKey), analytics);
+std::shared_ptr<KivService> Facade::makeService() const {
+  return KivService::create(KivService::makeURLSession(), std::string(kMobileTokenKey), analytics_);
 }
 
-void KivFaceLivenessLiteSDK::Impl::sendStartEvent(const std::string& sessionId, bool usedPrewarm) const {
-  platform()->taskPool->post([client = analytics, sessionId, environment = configuration->environment,
-                              loading = configuration->loading, usedPrewarm] {
-    const auto defaults = platform()->defaults;
-    const bool firstOpen = !defaults->string(kInstallGuidKey).has_value();
-    if (firstOpen) defaults->setString(kInstallGuidKey, sessionId);
-    if (!client) return;
-
-    Json properties = Json::object();
-    properties["firstOpen"] = firstOpen;
-    properties["stage"] = toString(environment);
-    properties["loading"] = loading;
-    properties["usedPrewarm"] = usedPrewarm;
-    properties["deviceIdentified"] = KivContextCollector::hashedAdvertisingIdentifier();
-    properties["deviceData"] = KivDeviceInfo::deviceData();
-    properties["model"] = KivDeviceInfo::modelName(KivDeviceInfo::modelIdentifier());
-    properties["osVersion"] = KivContextCollector::systemVersion();
-    properties["isJailbroken"] = false;
-    properties["appId"] = KivContextCollector::bundleIdentifier().value_or("");
-    properties["appName"] = KivDeviceInfo::appName().value_or("");
-    properties["appVersion"] = KivDeviceInfo::appVersion();
-    client->track(KivAnalyticsFixedEvent::startSdk, std::move(properties));
-  });
-}
-
-void KivFaceLivenessLiteSDK::Impl::logCameraPermission(KivAnalyticsResult result) const {
-  if (!analytics) return;
-  platform()->taskPool->post([client = analytics, result] {
+void Facade::logCameraPermission(KivAnalyticsResult result) const {
+  if (!analytics_) return;
+  platform()->taskPool->post([client = analytics_, result] {
     client->track(KivAnalyticsEvent::standard(KivAnalyticsEventName::cameraPermission, KivAnalyticsEventType::sdkStep),
-                  KivBFFAnalytics::TextParams{{"result", std::string(rawValue(result))}});
+                  KivBFFAnalytics::TextParams{resultParameter(result)});
   });
 }
+
+}  // namespace
+
+std::shared_ptr<KivFaceLivenessLiteSDK> KivFaceLivenessLiteSDK::make() { return std::make_shared<Facade>(); }
 
 }  // namespace kiv

@@ -1,175 +1,164 @@
-// The prewarm cache of the facade: see face_liveness_lite_sdk_impl.hpp.
+#include "sdk/prewarm_cache.hpp"
 
+#include <utility>
+
+#include "base/state_manager.hpp"
 #include "kiv/backend.hpp"
-#include "kiv/platform/console.hpp"
-#include "kiv/platform/notification_center.hpp"
 #include "kiv/platform/platform.hpp"
+#include "platform/dispatch/bind_to_main.hpp"
 #include "platform/dispatch/main_affinity.hpp"
-#include "sdk/current_environment.hpp"
-#include "sdk/face_liveness_lite_sdk_impl.hpp"
-#include "sdk/state_manager.hpp"
 #include "service/api_request.hpp"
 #include "service/key_chain_manager.hpp"
 
 namespace kiv {
+namespace {
 
-using Impl = KivFaceLivenessLiteSDK::Impl;
+bool isRunning() { return KivSDKStateManager::shared().isRunning(); }
 
-void Impl::prewarm() {
-  const auto queue = platform()->mainQueue;
-  if (queue->isCurrent()) {
-    prewarmOnMain();
-    return;
-  }
-  queue->post([weak = weak_from_this()] {
-    if (auto self = weak.lock()) self->prewarmOnMain();
-  });
-}
-
-void Impl::prewarmOnMain() {
-  KIV_ASSERT_MAIN_THREAD();
-  if (!configuration) {
-    platform()->console->writeLine(debugQuoted(kPrewarmBeforeSetupLine));
-    return;
-  }
-  if (inFlightPrewarm) return;
-  if (prewarmed) {
-    if (isFresh(prewarmed->fetchedAt)) return;
-    prewarmed.reset();
-  }
-  if (KivSDKStateManager::shared().isRunning()) return;
-
-  const Configuration configurationAtStart = *configuration;
-  inFlightPrewarm = InFlightPrewarm{configurationAtStart.mobileToken, configurationAtStart.personId,
-                                    configurationAtStart.environment};
-  prewarmAbandoned = false;
-  setCurrentEnvironment(configurationAtStart.environment);
-  ensureAnalyticsSession();
-
-  const std::string baseURL = backendRootURL(configurationAtStart.environment);
-  if (!persistCredentials(configurationAtStart)) {
-    inFlightPrewarm.reset();
-    discardPrewarm();
-    return;
-  }
-  installBackgroundObserver();
-
-  makeService()->fetchSession(FetchSessionRequest::forPerson(baseURL, configurationAtStart.personId),
-                              [weak = weak_from_this(), queue = platform()->mainQueue,
-                               configurationAtStart](APIResult<SessionResponse> result) {
-                                queue->post([weak, result = std::move(result), configurationAtStart] {
-                                  if (auto self = weak.lock()) self->completePrewarm(result, configurationAtStart);
-                                });
-                              });
-}
-
-bool Impl::persistCredentials(const Configuration& configuration) {
+// The fetch reads the credentials from the secure store; false when a save
+// failed (a failed first save skips the second).
+bool persistCredentials(const PrewarmCache::Identity& identity) {
   const auto keychain = KivKeyChainManager::shared();
   try {
-    keychain->save(kKivSDKService, kMobileTokenKey, asBytes(configuration.mobileToken), true);
-    keychain->save(kKivSDKService, kPersonIdKey, asBytes(configuration.personId), true);
+    keychain->save(kKivSDKService, kMobileTokenKey, asBytes(identity.mobileToken), true);
+    keychain->save(kKivSDKService, kPersonIdKey, asBytes(identity.personId), true);
   } catch (const KeychainError&) {
     return false;
   }
   return true;
 }
 
-void Impl::completePrewarm(const APIResult<SessionResponse>& result, const Configuration& configurationAtStart) {
+}  // namespace
+
+std::shared_ptr<PrewarmCache> PrewarmCache::make() { return std::shared_ptr<PrewarmCache>(new PrewarmCache()); }
+
+PrewarmCache::~PrewarmCache() {
+  // The handler holds the cache weakly; unregistering just frees it now.
+  if (backgroundObserver_) platform()->notifications->removeObserver(*backgroundObserver_);
+}
+
+void PrewarmCache::setIdentity(Identity identity) {
   KIV_ASSERT_MAIN_THREAD();
-  inFlightPrewarm.reset();
-  PrewarmWaiter waiter = std::exchange(prewarmWaiter, nullptr);
+  current_ = std::move(identity);
+  if (kept_ && !matches(kept_->identity)) {
+    removeBackgroundObserver();
+    discard();
+  }
+}
+
+void PrewarmCache::prewarm(const std::function<std::shared_ptr<KivServiceProtocol>()>& prepare) {
+  KIV_ASSERT_MAIN_THREAD();
+  if (!current_ || inFlight_) return;
+  if (kept_) {
+    // Age only: a session of other credentials went at setIdentity().
+    if (isFresh(kept_->fetchedAt)) return;
+    kept_.reset();
+  }
+  if (isRunning()) return;
+
+  const Identity identity = *current_;
+  inFlight_ = identity;
+  abandoned_ = false;
+  const auto service = prepare();
+  if (!persistCredentials(identity)) {
+    inFlight_.reset();
+    discard();
+    return;
+  }
+  installBackgroundObserver();
+  service->fetchSession(
+      FetchSessionRequest::forPerson(backendRootURL(identity.environment), identity.personId),
+      bindToMain(weak_from_this(), [identity](PrewarmCache& self, const APIResult<SessionResponse>& result) {
+        self.complete(result, identity);
+      }));
+}
+
+void PrewarmCache::complete(const APIResult<SessionResponse>& result, const Identity& fetchedFor) {
+  KIV_ASSERT_MAIN_THREAD();
+  inFlight_.reset();
+  PrewarmState::Completion waiter = std::exchange(waiter_, nullptr);
 
   std::optional<SessionResponse> response;
-  if (result && !prewarmAbandoned &&
-      matchesConfiguration(configurationAtStart.mobileToken, configurationAtStart.personId,
-                           configurationAtStart.environment)) {
-    response = *result;
-  }
+  if (result && !abandoned_ && matches(fetchedFor)) response = *result;
 
   if (!waiter) {
-    if (response && !KivSDKStateManager::shared().isRunning()) {
-      prewarmed = PrewarmedSession{*response, configurationAtStart.mobileToken, configurationAtStart.personId,
-                                   configurationAtStart.environment, platform()->clock->now()};
+    if (response && !isRunning()) {
+      kept_ = Kept{std::move(*response), fetchedFor, platform()->clock->now()};
     } else {
       removeBackgroundObserver();
-      discardPrewarm();
+      discard();
     }
     return;
   }
   removeBackgroundObserver();
-  if (!response) discardPrewarm();
+  if (!response) discard();
   waiter(std::move(response));
 }
 
-bool Impl::isFresh(TimePoint fetchedAt) const {
+bool PrewarmCache::isFresh(TimePoint fetchedAt) const {
   const double age = secondsBetween(fetchedAt, platform()->clock->now());
-  return age >= 0 && age < kPrewarmFreshnessSeconds;
+  return age >= 0 && age < kFreshnessSeconds;
 }
 
-bool Impl::isUsablePrewarm(const PrewarmedSession& session) const {
-  return matchesConfiguration(session.mobileToken, session.personId, session.environment) && isFresh(session.fetchedAt);
-}
+bool PrewarmCache::isUsable(const Kept& kept) const { return matches(kept.identity) && isFresh(kept.fetchedAt); }
 
-bool Impl::hasUsablePrewarm() const {
-  if (prewarmed && isUsablePrewarm(*prewarmed)) return true;
-  if (inFlightPrewarm && !prewarmAbandoned) {
-    return matchesConfiguration(inFlightPrewarm->mobileToken, inFlightPrewarm->personId, inFlightPrewarm->environment);
-  }
-  return false;
-}
+bool PrewarmCache::inFlightIsUsable() const { return inFlight_ && !abandoned_ && matches(*inFlight_); }
 
-PrewarmState Impl::takePrewarmState() {
+bool PrewarmCache::hasUsable() const { return (kept_ && isUsable(*kept_)) || inFlightIsUsable(); }
+
+PrewarmState PrewarmCache::take() {
   KIV_ASSERT_MAIN_THREAD();
-  // Consuming leaves the stored credentials: the run writes its own anyway.
-  if (prewarmed) {
-    const PrewarmedSession taken = *std::exchange(prewarmed, std::nullopt);
+  // Taking leaves the stored credentials: the run writes its own anyway.
+  if (kept_) {
+    const Kept taken = *std::exchange(kept_, std::nullopt);
     removeBackgroundObserver();
-    if (isUsablePrewarm(taken)) return PrewarmState::ready{taken.response};
+    if (isUsable(taken)) return PrewarmState::ready{taken.response};
   }
-  if (inFlightPrewarm && !prewarmAbandoned &&
-      matchesConfiguration(inFlightPrewarm->mobileToken, inFlightPrewarm->personId, inFlightPrewarm->environment)) {
-    return PrewarmState::pending{[weak = weak_from_this()](PrewarmWaiter callback) {
+  if (inFlightIsUsable()) {
+    return PrewarmState::pending{[weak = weak_from_this()](PrewarmState::Completion waiter) {
       if (auto self = weak.lock()) {
-        self->registerPrewarmWaiter(std::move(callback));
+        self->registerWaiter(std::move(waiter));
       } else {
-        callback(std::nullopt);
+        waiter(std::nullopt);
       }
     }};
   }
   return PrewarmState::none{};
 }
 
-void Impl::registerPrewarmWaiter(PrewarmWaiter callback) {
-  if (!inFlightPrewarm) {
-    callback(std::nullopt);
+void PrewarmCache::registerWaiter(PrewarmState::Completion waiter) {
+  if (!inFlight_) {
+    waiter(std::nullopt);
     return;
   }
-  prewarmWaiter = std::move(callback);
+  waiter_ = std::move(waiter);
 }
 
-void Impl::installBackgroundObserver() {
-  if (backgroundObserver) return;
-  backgroundObserver = platform()->notifications->addObserver(
-      std::string(kApplicationDidEnterBackgroundNotification), [weak = weak_from_this()] {
-        auto self = weak.lock();
-        if (!self) return;
-        // The fetch under way is not cancelled: its completion finds the
-        // flag and keeps nothing.
-        self->prewarmAbandoned = self->inFlightPrewarm.has_value();
-        self->removeBackgroundObserver();
-        self->discardPrewarm();
-      });
+void PrewarmCache::installBackgroundObserver() {
+  if (backgroundObserver_) return;
+  backgroundObserver_ = platform()->notifications->addObserver(std::string(kApplicationDidEnterBackgroundNotification),
+                                                               [weak = weak_from_this()] {
+                                                                 if (auto self = weak.lock()) self->onBackground();
+                                                               });
 }
 
-void Impl::removeBackgroundObserver() {
-  if (!backgroundObserver) return;
-  platform()->notifications->removeObserver(*std::exchange(backgroundObserver, std::nullopt));
+void PrewarmCache::onBackground() {
+  // The fetch under way is not cancelled: its completion finds the flag and
+  // keeps nothing.
+  abandoned_ = inFlight_.has_value();
+  removeBackgroundObserver();
+  discard();
 }
 
-void Impl::discardPrewarm() {
-  prewarmed.reset();
+void PrewarmCache::removeBackgroundObserver() {
+  if (!backgroundObserver_) return;
+  platform()->notifications->removeObserver(*std::exchange(backgroundObserver_, std::nullopt));
+}
+
+void PrewarmCache::discard() {
+  kept_.reset();
   // A running attempt reads these entries; it deletes them itself at its end.
-  if (KivSDKStateManager::shared().isRunning()) return;
+  if (isRunning()) return;
   const auto keychain = KivKeyChainManager::shared();
   keychain->deleteItem(kMobileTokenKey);
   keychain->deleteItem(kPersonIdKey);

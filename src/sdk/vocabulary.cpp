@@ -2,7 +2,7 @@
 
 #include "kiv/environment.hpp"
 #include "kiv/results.hpp"
-#include "platform/json/json.hpp"
+#include "base/json.hpp"
 
 namespace kiv {
 

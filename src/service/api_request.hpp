@@ -9,7 +9,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/json/json.hpp"
+#include "base/json.hpp"
 #include "service/session_format.hpp"
 #include "service/transactions_format.hpp"
 

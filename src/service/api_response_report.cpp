@@ -1,28 +1,17 @@
 #include "service/api_response_report.hpp"
-
-#include <sodium.h>
+#include "base/text.hpp"
 
 #include <vector>
 
+#include "base/timer.hpp"
 #include "kiv/platform/platform.hpp"
-#include "sdk/timer.hpp"
 
 namespace kiv {
 namespace {
 
-constexpr std::string_view kEncodingFailure = "Error encoding object to JSON string: ";
-
-constexpr std::string_view kApiEndpoint = "apiEndpoint";
-constexpr std::string_view kResponseCode = "responseCode";
-constexpr std::string_view kResponseTime = "responseTime";
-constexpr std::string_view kResponseData = "responseData";
-constexpr std::string_view kResult = "result";
-
 // Which backend call an endpoint belongs to, checked in this order.
 constexpr std::string_view kTransactionsMarker = "bff/transactions";
-constexpr std::string_view kTransactionResult = "transaction";
 constexpr std::string_view kSessionsMarker = "bff/sessions";
-constexpr std::string_view kSessionResult = "session";
 
 // How the transport error reads: the description of an optional error.
 std::string optionalDescription(const std::string& description) { return "Optional(" + description + ")"; }
@@ -30,40 +19,34 @@ std::string optionalDescription(const std::string& description) { return "Option
 }  // namespace
 
 std::optional<std::string> encodeToJSONString(std::string_view data) {
-  constexpr int kVariant = sodium_base64_VARIANT_ORIGINAL;
-  std::vector<char> base64(sodium_base64_encoded_len(data.size(), kVariant));
-  if (!sodium_bin2base64(base64.data(), base64.size(), reinterpret_cast<const unsigned char*>(data.data()), data.size(),
-                         kVariant)) {
-    platform()->console->writeLine(std::string(kEncodingFailure) + "base64 buffer too small");
-    return std::nullopt;
-  }
   std::string text = "\"";
-  for (const char* c = base64.data(); *c != '\0'; ++c) {
-    if (*c == '/') text += '\\';
-    text += *c;
+  for (const char c : base64Encoded(data)) {
+    if (c == '/') text += '\\';
+    text += c;
   }
   text += '"';
   return text;
 }
 
-ApiResponseProperties apiResponseProperties(const ApiResponseFacts& facts) {
-  ApiResponseProperties properties;
-  properties[std::string(kApiEndpoint)] = facts.endpoint;
-  properties[std::string(kResponseCode)] = facts.statusCode ? std::to_string(*facts.statusCode) : std::string();
-  properties[std::string(kResponseTime)] = KivSDKTimer::shared().elapsed(facts.endpoint).value_or(std::string());
+ApiResponseReport apiResponseReport(const ApiResponseFacts& facts) {
+  ApiResponseReport report;
+  auto& properties = report.properties;
+  properties[std::string(kApiEndpointKey)] = facts.endpoint;
+  properties[std::string(kResponseCodeKey)] = facts.statusCode ? std::to_string(*facts.statusCode) : std::string();
+  properties[std::string(kResponseTimeKey)] = KivSDKTimer::shared().elapsed(facts.endpoint).value_or(std::string());
   std::string data;
   if (facts.transportError) {
     data = optionalDescription(*facts.transportError);
   } else if (facts.data) {
     data = encodeToJSONString(*facts.data).value_or(std::string());
   }
-  properties[std::string(kResponseData)] = std::move(data);
+  properties[std::string(kResponseDataKey)] = std::move(data);
   if (facts.endpoint.find(kTransactionsMarker) != std::string::npos) {
-    properties[std::string(kResult)] = kTransactionResult;
+    report.call = BackendCall::transaction;
   } else if (facts.endpoint.find(kSessionsMarker) != std::string::npos) {
-    properties[std::string(kResult)] = kSessionResult;
+    report.call = BackendCall::session;
   }
-  return properties;
+  return report;
 }
 
 }  // namespace kiv

@@ -3,6 +3,7 @@
 // and every outcome, so that the maker's dashboards can line them up.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -26,9 +27,25 @@ struct ApiResponseFacts {
 
 using ApiResponseProperties = std::map<std::string, std::string>;
 
-// "apiEndpoint", "responseCode", "responseTime", "responseData" and, for the
-// two backend paths, "result". Reads the request timer named by the endpoint,
-// which removes it.
-ApiResponseProperties apiResponseProperties(const ApiResponseFacts& facts);
+// The keys of the properties, in the order analytics lifts them to the top
+// of an event.
+inline constexpr std::string_view kApiEndpointKey = "apiEndpoint";
+inline constexpr std::string_view kResponseCodeKey = "responseCode";
+inline constexpr std::string_view kResponseTimeKey = "responseTime";
+inline constexpr std::string_view kResponseDataKey = "responseData";
+inline constexpr std::array<std::string_view, 4> kApiResponseKeys{kApiEndpointKey, kResponseCodeKey, kResponseTimeKey,
+                                                                  kResponseDataKey};
+
+// Which of the two backend calls an answer belongs to, read from its
+// endpoint; analytics reports it as the event's result.
+enum class BackendCall { session, transaction };
+
+struct ApiResponseReport {
+  ApiResponseProperties properties;  // every key of kApiResponseKeys
+  std::optional<BackendCall> call;   // none for any other endpoint
+};
+
+// Reads the request timer named by the endpoint, which removes it.
+ApiResponseReport apiResponseReport(const ApiResponseFacts& facts);
 
 }  // namespace kiv

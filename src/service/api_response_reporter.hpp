@@ -3,7 +3,7 @@
 // on nothing above it.
 //
 //   class Recorder final : public ApiResponseReporting {
-//     void reportApiResponse(const ApiResponseProperties& p) override { seen.push_back(p); }
+//     void reportApiResponse(const ApiResponseReport& r) override { seen.push_back(r); }
 //   };
 #pragma once
 
@@ -18,7 +18,7 @@ class ApiResponseReporting {
   virtual ~ApiResponseReporting() = default;
   // One answered request. Called on a detached task of the service's queue,
   // never on the thread waiting for the answer; safe from any thread.
-  virtual void reportApiResponse(const ApiResponseProperties& properties) = 0;
+  virtual void reportApiResponse(const ApiResponseReport& report) = 0;
 };
 
 // The process's shared reporter, asked at every report by a service created

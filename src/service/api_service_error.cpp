@@ -1,6 +1,6 @@
 #include "service/api_service_error.hpp"
 
-#include "platform/json/json.hpp"
+#include "base/json.hpp"
 
 namespace kiv {
 namespace {

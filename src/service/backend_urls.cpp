@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "platform/http/url.hpp"
-#include "platform/process_state.hpp"
+#include "base/process_state.hpp"
 
 namespace kiv {
 namespace {

@@ -8,7 +8,7 @@
 #include <optional>
 #include <string_view>
 
-#include "platform/json/json.hpp"
+#include "base/json.hpp"
 
 namespace kiv {
 

@@ -1,15 +1,15 @@
 #include "service/jwt_decoder.hpp"
-
-#include <sodium.h>
+#include "base/text.hpp"
+#include "platform/console/debug_line.hpp"
 
 #include <array>
 #include <expected>
 #include <utility>
 
+#include "base/json.hpp"
+#include "base/unicode_text.hpp"
 #include "kiv/platform/console.hpp"
 #include "kiv/platform/platform.hpp"
-#include "platform/json/json.hpp"
-#include "service/unicode_text.hpp"
 
 namespace kiv {
 namespace {
@@ -105,17 +105,9 @@ std::optional<std::string_view> payloadSegment(std::string_view token) {
 // never copied through a recursive conversion.
 std::optional<Json> parsePayload(std::string_view bytes) { return json::parse(bytes); }
 
-void writeDebugLine(std::string_view line) {
-  if (auto bundle = platform(); bundle->console) bundle->console->writeLine(debugQuoted(line));
-}
-
 }  // namespace
 
 std::optional<std::string> KivJWTDecoder::base64UrlDecode(std::string_view segment) {
-  // Only the decoder is used, but the library wants initialising once per
-  // process; sodium_init is itself safe to race, the static keeps it cheap.
-  [[maybe_unused]] static const int sodiumReady = sodium_init();
-
   std::string base64(segment);
   for (char& c : base64) {
     if (c == '-') c = '+';
@@ -125,37 +117,28 @@ std::optional<std::string> KivJWTDecoder::base64UrlDecode(std::string_view segme
   }
   if (const std::size_t remainder = base64.size() % 4; remainder != 0) base64.append(4 - remainder, '=');
 
-  // A padded quantum of four characters yields at most three bytes; one
-  // spare byte keeps the buffer non-empty for an empty segment.
-  std::string bytes(base64.size() / 4 * 3 + 1, '\0');
-  std::size_t length = 0;
-  if (sodium_base642bin(reinterpret_cast<unsigned char*>(bytes.data()), bytes.size(), base64.data(), base64.size(),
-                        /*ignore=*/nullptr, &length, /*b64_end=*/nullptr, sodium_base64_VARIANT_ORIGINAL) != 0) {
-    return std::nullopt;
-  }
-  bytes.resize(length);
-  return bytes;
+  return base64Decoded(base64);
 }
 
 std::optional<std::string> KivJWTDecoder::issuer(std::string_view token) {
   const auto segment = payloadSegment(token);
   if (!segment) {
-    writeDebugLine(kInvalidTokenLine);
+    printDebugLine(kInvalidTokenLine);
     return std::nullopt;
   }
   const auto bytes = base64UrlDecode(*segment);
   if (!bytes || !unicode::isValidUtf8(*bytes)) {
-    writeDebugLine(kUndecodablePayloadLine);
+    printDebugLine(kUndecodablePayloadLine);
     return std::nullopt;
   }
   const auto payload = parsePayload(*bytes);
   if (!payload || !payload->is_object()) {
-    writeDebugLine(kUnparsablePayloadLine);
+    printDebugLine(kUnparsablePayloadLine);
     return std::nullopt;
   }
   auto issuer = json::optionalString(*payload, kIssuerKey);
   if (!issuer || !*issuer) {
-    writeDebugLine(kIssuerMissingLine);
+    printDebugLine(kIssuerMissingLine);
     return std::nullopt;
   }
   return std::move(**issuer);

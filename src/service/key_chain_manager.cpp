@@ -1,7 +1,7 @@
 #include "service/key_chain_manager.hpp"
 
 #include "kiv/platform/platform.hpp"
-#include "service/lossy_utf8.hpp"
+#include "base/unicode_text.hpp"
 
 namespace kiv {
 namespace {
@@ -53,7 +53,7 @@ std::optional<Bytes> KivKeyChainManager::readData(std::string_view service, std:
 std::optional<std::string> KivKeyChainManager::readString(std::string_view service, std::string_view key) {
   const auto data = readData(service, key);
   if (!data) return std::nullopt;
-  return decodeUtf8Lossy(*data);
+  return unicode::decodeUtf8Lossy(*data);
 }
 
 bool KivKeyChainManager::writeTogether(const std::function<void()>& operations) {

@@ -3,11 +3,12 @@
 #include <utility>
 #include <vector>
 
+#include "base/process_state.hpp"
+#include "base/timer.hpp"
 #include "kiv/platform/platform.hpp"
 #include "platform/http/url.hpp"
-#include "platform/process_state.hpp"
-#include "sdk/timer.hpp"
 #include "service/key_chain_manager.hpp"
+#include "service/request_headers.hpp"
 
 namespace kiv {
 namespace {
@@ -20,16 +21,8 @@ constexpr std::string_view kErrorURL = "file:///error";
 constexpr double kErrorTimeoutSeconds = 60.0;
 constexpr double kTimeoutSeconds = 20.0;
 
-constexpr std::string_view kCacheControl = "Cache-Control";
-constexpr std::string_view kCacheControlValue = "no-cache, no-store, must-revalidate";
-constexpr std::string_view kPragma = "Pragma";
-constexpr std::string_view kPragmaValue = "no-cache";
-constexpr std::string_view kExpires = "Expires";
-constexpr std::string_view kExpiresValue = "0";
-constexpr std::string_view kAuthorization = "Authorization";
 // Lower case on purpose: the backend's gateway matches it as written.
 constexpr std::string_view kContentType = "content-type";
-constexpr std::string_view kJsonContentType = "application/json";
 
 // The process-wide token key. Written when a service is created and read by
 // every request; guarded because those may be on different threads.
@@ -89,12 +82,10 @@ HttpRequest KivService::makeURLRequest(const std::string& urlText, const std::st
                       .method = method,
                       .timeoutSeconds = kTimeoutSeconds,
                       .cachePolicy = HttpCachePolicy::useProtocolCachePolicy};
-  request.setValue(std::string(kCacheControlValue), std::string(kCacheControl));
-  request.setValue(std::string(kPragmaValue), std::string(kPragma));
-  request.setValue(std::string(kExpiresValue), std::string(kExpires));
+  setNoCacheHeaders(request);
   // The bare mobile token, as stored: the backend expects no scheme word.
   if (auto token = KivKeyChainManager::shared()->readString(kKivSDKService, tokenKeychainKey())) {
-    request.setValue(std::move(*token), std::string(kAuthorization));
+    request.setValue(std::move(*token), std::string(kAuthorizationHeader));
   }
   if (method != kGet) {
     request.setValue(std::string(kJsonContentType), std::string(kContentType));
@@ -142,13 +133,11 @@ void KivService::trackApiResponse(const std::string& endpoint, const DataTaskRes
   if (const auto* http = result.httpResponse()) facts.statusCode = http->statusCode;
   facts.data = result.data;
   if (result.error) facts.transportError = transportErrorText(*result.error);
-  auto properties = apiResponseProperties(facts);
+  auto report = apiResponseReport(facts);
 
   auto reporter = analytics_ ? analytics_ : sharedApiResponseReporter();
   if (!reporter) return;
-  queue_->post([reporter = std::move(reporter), properties = std::move(properties)] {
-    reporter->reportApiResponse(properties);
-  });
+  queue_->post([reporter = std::move(reporter), report = std::move(report)] { reporter->reportApiResponse(report); });
 }
 
 }  // namespace kiv

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "service/unicode_text.hpp"
+#include "base/unicode_text.hpp"
 
 namespace kiv {
 namespace {

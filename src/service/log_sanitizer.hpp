@@ -21,7 +21,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/json/json.hpp"
+#include "base/json.hpp"
 
 namespace kiv {
 

@@ -13,7 +13,7 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/json/json.hpp"
+#include "base/json.hpp"
 #include "service/session_format.hpp"
 
 namespace kiv::record_coding {

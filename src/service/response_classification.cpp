@@ -1,7 +1,7 @@
 #include "service/response_classification.hpp"
 
 #include "service/body_json.hpp"
-#include "service/unicode_text.hpp"
+#include "base/unicode_text.hpp"
 
 namespace kiv {
 namespace {

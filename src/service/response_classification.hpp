@@ -18,7 +18,7 @@
 #include <string_view>
 #include <type_traits>
 
-#include "platform/json/json.hpp"
+#include "base/json.hpp"
 #include "service/api_request.hpp"
 #include "service/api_service_error.hpp"
 

@@ -19,7 +19,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/json/json.hpp"
+#include "base/json.hpp"
 
 namespace kiv {
 

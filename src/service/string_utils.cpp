@@ -5,8 +5,8 @@
 #include <array>
 #include <cstddef>
 
+#include "base/unicode_text.hpp"
 #include "service/body_json.hpp"
-#include "service/unicode_text.hpp"
 
 namespace kiv::KivStringUtils {
 namespace {
@@ -20,21 +20,10 @@ constexpr char kSlash = '/';
 
 // --- Unicode: user-perceived characters ---------------------------------------
 
-struct Scalar {
-  utf8proc_int32_t codePoint = -1;  // -1 for a byte that starts no valid scalar
-  std::size_t length = 1;
-};
-
-Scalar scalarAt(std::string_view text, std::size_t at) {
-  Scalar scalar;
-  const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(text.data() + at);
-  auto read = utf8proc_iterate(bytes, static_cast<utf8proc_ssize_t>(text.size() - at), &scalar.codePoint);
-  if (read > 0) {
-    scalar.length = static_cast<std::size_t>(read);
-  } else {
-    scalar.codePoint = -1;
-  }
-  return scalar;
+// An invalid byte (-1) breaks on both sides.
+utf8proc_int32_t codePointAt(std::string_view text, std::size_t at) {
+  const auto scalar = unicode::scalarAt(text, at);
+  return scalar.valid ? static_cast<utf8proc_int32_t>(scalar.value) : -1;
 }
 
 bool graphemeBreakBetween(utf8proc_int32_t before, utf8proc_int32_t after) {
@@ -47,7 +36,7 @@ bool graphemeBreakBetween(utf8proc_int32_t before, utf8proc_int32_t after) {
 // quote: a quote carrying a combining mark is another character.
 bool startsWithQuoteCharacter(std::string_view text) {
   if (text.empty() || text.front() != kQuote) return false;
-  return text.size() == 1 || graphemeBreakBetween(kQuote, scalarAt(text, 1).codePoint);
+  return text.size() == 1 || graphemeBreakBetween(kQuote, codePointAt(text, 1));
 }
 
 bool endsWithQuoteCharacter(std::string_view text) {
@@ -55,9 +44,9 @@ bool endsWithQuoteCharacter(std::string_view text) {
   if (text.size() == 1) return true;
   std::size_t lead = text.size() - 2;
   while (lead > 0 && text.size() - 1 - lead < 4 && (static_cast<unsigned char>(text[lead]) & 0xC0) == 0x80) --lead;
-  auto previous = scalarAt(text, lead);
-  if (lead + previous.length != text.size() - 1) previous.codePoint = -1;
-  return graphemeBreakBetween(previous.codePoint, kQuote);
+  const auto previous = unicode::scalarAt(text, lead);
+  const bool endsBeforeQuote = previous.valid && lead + previous.length == text.size() - 1;
+  return graphemeBreakBetween(endsBeforeQuote ? static_cast<utf8proc_int32_t>(previous.value) : -1, kQuote);
 }
 
 // --- The message shapes ------------------------------------------------------

@@ -13,7 +13,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/json/json.hpp"
+#include "base/json.hpp"
 
 namespace kiv::KivStringUtils {
 

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/json/json.hpp"
+#include "base/json.hpp"
 #include "service/session_format.hpp"
 
 namespace kiv {

@@ -1,6 +1,6 @@
 #include "telemetry/analytics_event.hpp"
 
-#include "platform/overloaded.hpp"
+#include "base/overloaded.hpp"
 
 namespace kiv {
 
@@ -8,7 +8,7 @@ std::string KivAnalyticsEvent::name() const {
   return std::visit(Overloaded{
                         [](const Standard& standard) { return std::string(rawValue(standard.name)); },
                         [](const Custom& custom) { return custom.name; },
-                        [](KivAnalyticsFixedEvent fixed) { return std::string(rawValue(fixed)); },
+                        [](KivAnalyticsFixedEvent fixed) { return std::string(rawValue(fixedEventForm(fixed).name)); },
                     },
                     form_);
 }
@@ -17,7 +17,7 @@ KivAnalyticsEventType KivAnalyticsEvent::type() const {
   return std::visit(Overloaded{
                         [](const Standard& standard) { return standard.type; },
                         [](const Custom& custom) { return custom.type; },
-                        [](KivAnalyticsFixedEvent fixed) { return fixedEventType(fixed); },
+                        [](KivAnalyticsFixedEvent fixed) { return fixedEventForm(fixed).type; },
                     },
                     form_);
 }

@@ -6,12 +6,21 @@
 //   track(KivAnalyticsFixedEvent::startSdk, ...);   // a fixed event is an event
 #pragma once
 
+#include <map>
 #include <string>
 #include <variant>
 
 #include "telemetry/analytics_vocabulary.hpp"
 
 namespace kiv {
+
+// Parameters whose values are all texts.
+using AnalyticsTextParams = std::map<std::string, std::string>;
+
+// The result entry of an event's parameters: {"result": raw value}.
+inline AnalyticsTextParams::value_type resultParameter(KivAnalyticsResult result) {
+  return {std::string(kAnalyticsResultKey), std::string(rawValue(result))};
+}
 
 class KivAnalyticsEvent {
  public:

@@ -118,6 +118,9 @@ struct RawValueTraits<KivAnalyticsResult> {
   }};
 };
 
+// The parameter a caller puts a result's raw value under.
+inline constexpr std::string_view kAnalyticsResultKey = "result";
+
 // Event categories, sent as the `eventType` field.
 enum class KivAnalyticsEventType {
   userInteraction,
@@ -236,8 +239,8 @@ struct RawValueTraits<KivAnalyticsEventName> {
   }};
 };
 
-// Events with a fixed name and type. The raw value is the `event` field;
-// fixedEventType() gives the `eventType`.
+// Events with a fixed name and type. Each is one of the standard names
+// with the kind it is always sent as.
 enum class KivAnalyticsFixedEvent {
   identify,
   startSdk,
@@ -264,67 +267,57 @@ enum class KivAnalyticsFixedEvent {
   noConnection,
 };
 
-template <>
-struct RawValueTraits<KivAnalyticsFixedEvent> {
-  using Raw = std::string_view;
-  static constexpr std::array<std::pair<KivAnalyticsFixedEvent, std::string_view>, 23> table{{
-      {KivAnalyticsFixedEvent::identify, "identify"},
-      {KivAnalyticsFixedEvent::startSdk, "start_sdk"},
-      {KivAnalyticsFixedEvent::firstOpen, "first_open"},
-      {KivAnalyticsFixedEvent::crash, "crash"},
-      {KivAnalyticsFixedEvent::captureScreenOpened, "capture_screen_opened"},
-      {KivAnalyticsFixedEvent::documentBackCaptureStarted, "document_back_capture_started"},
-      {KivAnalyticsFixedEvent::documentFrontCaptureStarted, "document_front_capture_started"},
-      {KivAnalyticsFixedEvent::previewScreenOpened, "preview_screen_opened"},
-      {KivAnalyticsFixedEvent::previewAccepted, "preview_accepted"},
-      {KivAnalyticsFixedEvent::previewScreenRetryClicked, "preview_screen_retry_clicked"},
-      {KivAnalyticsFixedEvent::documentCapturedValidated, "document_captured_validated"},
-      {KivAnalyticsFixedEvent::uploadRouteCalled, "upload_route_called"},
-      {KivAnalyticsFixedEvent::validationRouteCalled, "validation_route_called"},
-      {KivAnalyticsFixedEvent::documentValidated, "document_validated"},
-      {KivAnalyticsFixedEvent::documentCaptureCompleted, "document_capture_completed"},
-      {KivAnalyticsFixedEvent::captureFinished, "capture_finished"},
-      {KivAnalyticsFixedEvent::sdkError, "sdk_error"},
-      {KivAnalyticsFixedEvent::internalError, "internal_error"},
-      {KivAnalyticsFixedEvent::attestationRouteCalled, "attestation_route_called"},
-      {KivAnalyticsFixedEvent::permissionRequested, "permission_requested"},
-      {KivAnalyticsFixedEvent::permissionGranted, "permission_granted"},
-      {KivAnalyticsFixedEvent::permissionDenied, "permission_denied"},
-      {KivAnalyticsFixedEvent::noConnection, "no_connection"},
-  }};
+struct KivAnalyticsFixedEventForm {
+  KivAnalyticsFixedEvent event;
+  KivAnalyticsEventName name;
+  KivAnalyticsEventType type;
 };
 
-// The `eventType` of each fixed event, in declaration order.
-inline constexpr std::array<std::pair<KivAnalyticsFixedEvent, KivAnalyticsEventType>, 23> kFixedEventTypes{{
-    {KivAnalyticsFixedEvent::identify, KivAnalyticsEventType::identify},
-    {KivAnalyticsFixedEvent::startSdk, KivAnalyticsEventType::userInteraction},
-    {KivAnalyticsFixedEvent::firstOpen, KivAnalyticsEventType::userInteraction},
-    {KivAnalyticsFixedEvent::crash, KivAnalyticsEventType::crash},
-    {KivAnalyticsFixedEvent::captureScreenOpened, KivAnalyticsEventType::userInteraction},
-    {KivAnalyticsFixedEvent::documentBackCaptureStarted, KivAnalyticsEventType::userInteraction},
-    {KivAnalyticsFixedEvent::documentFrontCaptureStarted, KivAnalyticsEventType::userInteraction},
-    {KivAnalyticsFixedEvent::previewScreenOpened, KivAnalyticsEventType::userInteraction},
-    {KivAnalyticsFixedEvent::previewAccepted, KivAnalyticsEventType::userInteraction},
-    {KivAnalyticsFixedEvent::previewScreenRetryClicked, KivAnalyticsEventType::userInteraction},
-    {KivAnalyticsFixedEvent::documentCapturedValidated, KivAnalyticsEventType::sdkStep},
-    {KivAnalyticsFixedEvent::uploadRouteCalled, KivAnalyticsEventType::apiCall},
-    {KivAnalyticsFixedEvent::validationRouteCalled, KivAnalyticsEventType::apiCall},
-    {KivAnalyticsFixedEvent::documentValidated, KivAnalyticsEventType::sdkStep},
-    {KivAnalyticsFixedEvent::documentCaptureCompleted, KivAnalyticsEventType::sdkStep},
-    {KivAnalyticsFixedEvent::captureFinished, KivAnalyticsEventType::sdkStep},
-    {KivAnalyticsFixedEvent::sdkError, KivAnalyticsEventType::sdkError},
-    {KivAnalyticsFixedEvent::internalError, KivAnalyticsEventType::sdkError},
-    {KivAnalyticsFixedEvent::attestationRouteCalled, KivAnalyticsEventType::apiCall},
-    {KivAnalyticsFixedEvent::permissionRequested, KivAnalyticsEventType::sdkStep},
-    {KivAnalyticsFixedEvent::permissionGranted, KivAnalyticsEventType::sdkStep},
-    {KivAnalyticsFixedEvent::permissionDenied, KivAnalyticsEventType::sdkStep},
-    {KivAnalyticsFixedEvent::noConnection, KivAnalyticsEventType::sdkError},
+inline constexpr std::array<KivAnalyticsFixedEventForm, 23> kFixedEvents{{
+    {KivAnalyticsFixedEvent::identify, KivAnalyticsEventName::identify, KivAnalyticsEventType::identify},
+    {KivAnalyticsFixedEvent::startSdk, KivAnalyticsEventName::startSdk, KivAnalyticsEventType::userInteraction},
+    {KivAnalyticsFixedEvent::firstOpen, KivAnalyticsEventName::firstOpen, KivAnalyticsEventType::userInteraction},
+    {KivAnalyticsFixedEvent::crash, KivAnalyticsEventName::crash, KivAnalyticsEventType::crash},
+    {KivAnalyticsFixedEvent::captureScreenOpened, KivAnalyticsEventName::captureScreenOpened,
+     KivAnalyticsEventType::userInteraction},
+    {KivAnalyticsFixedEvent::documentBackCaptureStarted, KivAnalyticsEventName::documentBackCaptureStarted,
+     KivAnalyticsEventType::userInteraction},
+    {KivAnalyticsFixedEvent::documentFrontCaptureStarted, KivAnalyticsEventName::documentFrontCaptureStarted,
+     KivAnalyticsEventType::userInteraction},
+    {KivAnalyticsFixedEvent::previewScreenOpened, KivAnalyticsEventName::previewScreenOpened,
+     KivAnalyticsEventType::userInteraction},
+    {KivAnalyticsFixedEvent::previewAccepted, KivAnalyticsEventName::previewAccepted,
+     KivAnalyticsEventType::userInteraction},
+    {KivAnalyticsFixedEvent::previewScreenRetryClicked, KivAnalyticsEventName::previewScreenRetryClicked,
+     KivAnalyticsEventType::userInteraction},
+    {KivAnalyticsFixedEvent::documentCapturedValidated, KivAnalyticsEventName::documentCapturedValidated,
+     KivAnalyticsEventType::sdkStep},
+    {KivAnalyticsFixedEvent::uploadRouteCalled, KivAnalyticsEventName::uploadRouteCalled,
+     KivAnalyticsEventType::apiCall},
+    {KivAnalyticsFixedEvent::validationRouteCalled, KivAnalyticsEventName::validationRouteCalled,
+     KivAnalyticsEventType::apiCall},
+    {KivAnalyticsFixedEvent::documentValidated, KivAnalyticsEventName::documentValidated,
+     KivAnalyticsEventType::sdkStep},
+    {KivAnalyticsFixedEvent::documentCaptureCompleted, KivAnalyticsEventName::documentCaptureCompleted,
+     KivAnalyticsEventType::sdkStep},
+    {KivAnalyticsFixedEvent::captureFinished, KivAnalyticsEventName::captureFinished, KivAnalyticsEventType::sdkStep},
+    {KivAnalyticsFixedEvent::sdkError, KivAnalyticsEventName::sdkError, KivAnalyticsEventType::sdkError},
+    {KivAnalyticsFixedEvent::internalError, KivAnalyticsEventName::internalError, KivAnalyticsEventType::sdkError},
+    {KivAnalyticsFixedEvent::attestationRouteCalled, KivAnalyticsEventName::attestationRouteCalled,
+     KivAnalyticsEventType::apiCall},
+    {KivAnalyticsFixedEvent::permissionRequested, KivAnalyticsEventName::permissionRequested,
+     KivAnalyticsEventType::sdkStep},
+    {KivAnalyticsFixedEvent::permissionGranted, KivAnalyticsEventName::permissionGranted,
+     KivAnalyticsEventType::sdkStep},
+    {KivAnalyticsFixedEvent::permissionDenied, KivAnalyticsEventName::permissionDenied, KivAnalyticsEventType::sdkStep},
+    {KivAnalyticsFixedEvent::noConnection, KivAnalyticsEventName::noConnection, KivAnalyticsEventType::sdkError},
 }};
-constexpr KivAnalyticsEventType fixedEventType(KivAnalyticsFixedEvent event) {
-  for (const auto& [item, type] : kFixedEventTypes) {
-    if (item == event) return type;
+
+constexpr const KivAnalyticsFixedEventForm& fixedEventForm(KivAnalyticsFixedEvent event) {
+  for (const auto& form : kFixedEvents) {
+    if (form.event == event) return form;
   }
-  return KivAnalyticsEventType::sdkStep;  // unreachable for a valid case
+  return kFixedEvents.front();  // unreachable for a valid case
 }
 
 // The stage of the same name as a public environment, and back.

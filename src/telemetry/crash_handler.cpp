@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "kiv/platform/platform.hpp"
-#include "platform/process_state.hpp"
+#include "base/process_state.hpp"
 #include "service/key_chain_manager.hpp"
 #include "telemetry/crash_recorder.hpp"
 #include "telemetry/crash_report_sender.hpp"

@@ -1,10 +1,11 @@
 #include "telemetry/crash_logs_manager.hpp"
+#include "platform/console/debug_line.hpp"
 
 #include <array>
 
 #include "kiv/platform/console.hpp"
 #include "kiv/platform/platform.hpp"
-#include "platform/process_state.hpp"
+#include "base/process_state.hpp"
 #include "service/key_chain_manager.hpp"
 #include "telemetry/context_collector.hpp"
 
@@ -22,7 +23,6 @@ ProcessSlot<std::string>& serviceNameSlot() {
   return slot;
 }
 
-void print(std::string_view line) { platform()->console->writeLine(debugQuoted(line)); }
 
 std::optional<std::string> stringField(const CrashRecord& record, std::string_view key) {
   if (!record.is_object()) return std::nullopt;
@@ -49,7 +49,7 @@ std::optional<std::vector<CrashRecord>> KivCrashLogsManager::getCrashLogs() {
   try {
     parsed = Json::parse(data->begin(), data->end());
   } catch (const Json::exception& error) {
-    print(std::string(kRetrieveFailed) + error.what());
+    printDebugLine(std::string(kRetrieveFailed) + error.what());
     return std::nullopt;
   }
   if (!parsed.is_array()) return std::nullopt;
@@ -77,7 +77,7 @@ void KivCrashLogsManager::saveCrashLog(CrashRecord record) {
     records.push_back(std::move(record));
     bytes = json::dumpCompact(Json(records));
   } catch (const Json::exception& error) {
-    print(std::string(kSaveFailed) + error.what());
+    printDebugLine(std::string(kSaveFailed) + error.what());
     return;
   }
   try {
@@ -108,7 +108,7 @@ void KivCrashLogsManager::deleteCrashLog(std::string_view id) {
   auto found = std::find_if(records.begin(), records.end(),
                             [&](const CrashRecord& record) { return stringField(record, crash_keys::id) == id; });
   if (found == records.end()) {
-    print(std::string(kNotFoundPrefix) + std::string(id) + std::string(kNotFoundSuffix));
+    printDebugLine(std::string(kNotFoundPrefix) + std::string(id) + std::string(kNotFoundSuffix));
     return;
   }
   records.erase(found);
@@ -116,7 +116,7 @@ void KivCrashLogsManager::deleteCrashLog(std::string_view id) {
   try {
     bytes = json::dumpCompact(Json(records));
   } catch (const Json::exception& error) {
-    print(std::string(kUpdateFailed) + error.what());
+    printDebugLine(std::string(kUpdateFailed) + error.what());
     return;
   }
   try {

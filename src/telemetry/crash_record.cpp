@@ -2,40 +2,11 @@
 
 #include <chrono>
 
+#include "base/unicode_text.hpp"
 #include "platform/crash/fixed_text.hpp"
 
 namespace kiv {
 namespace {
-
-// Length of the UTF-8 sequence starting at `text[i]`, 0 when it is not well
-// formed (overlong forms, surrogates and values past U+10FFFF included).
-std::size_t utf8SequenceLength(std::string_view text, std::size_t i) noexcept {
-  const auto byte = [&](std::size_t k) { return static_cast<unsigned char>(text[k]); };
-  const unsigned char lead = byte(i);
-  std::size_t length = 0;
-  unsigned char low = 0x80;
-  unsigned char high = 0xBF;
-  if (lead < 0x80) return 1;
-  if (lead >= 0xC2 && lead <= 0xDF) {
-    length = 2;
-  } else if (lead >= 0xE0 && lead <= 0xEF) {
-    length = 3;
-    if (lead == 0xE0) low = 0xA0;
-    if (lead == 0xED) high = 0x9F;
-  } else if (lead >= 0xF0 && lead <= 0xF4) {
-    length = 4;
-    if (lead == 0xF0) low = 0x90;
-    if (lead == 0xF4) high = 0x8F;
-  } else {
-    return 0;
-  }
-  if (i + length > text.size()) return 0;
-  if (byte(i + 1) < low || byte(i + 1) > high) return 0;
-  for (std::size_t k = 2; k < length; ++k) {
-    if (byte(i + k) < 0x80 || byte(i + k) > 0xBF) return 0;
-  }
-  return length;
-}
 
 void appendJsonString(FixedText& out, std::string_view text) noexcept {
   out.append("\"");
@@ -43,7 +14,7 @@ void appendJsonString(FixedText& out, std::string_view text) noexcept {
     const char c = text[i];
     const auto u = static_cast<unsigned char>(c);
     if (u >= 0x80) {
-      const std::size_t length = utf8SequenceLength(text, i);
+      const std::size_t length = unicode::sequenceLengthAt(text, i);
       if (length == 0) {
         out.append("\\ufffd");
         ++i;

@@ -18,7 +18,7 @@
 
 #include "kiv/platform/clock.hpp"
 #include "kiv/platform/crash.hpp"
-#include "platform/json/json.hpp"
+#include "base/json.hpp"
 
 namespace kiv {
 

@@ -1,7 +1,7 @@
 #include "telemetry/crash_report_sender.hpp"
 
 #include "kiv/platform/platform.hpp"
-#include "platform/process_state.hpp"
+#include "base/process_state.hpp"
 #include "telemetry/bff_analytics.hpp"
 
 namespace kiv {

@@ -6,8 +6,8 @@
 #include <mutex>
 #include <utility>
 
-#include "platform/process_state.hpp"
-#include "sdk/seconds_text.hpp"
+#include "base/process_state.hpp"
+#include "base/seconds_text.hpp"
 #include "telemetry/installed_device.hpp"
 
 namespace kiv {

@@ -5,7 +5,7 @@
 
 #include <csignal>
 
-#include "platform/json/json.hpp"
+#include "base/json.hpp"
 #include "sandbox/request_log.hpp"
 #include "sandbox/sandbox_server.hpp"
 #include "service/jwt_decoder.hpp"

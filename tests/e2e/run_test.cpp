@@ -4,7 +4,7 @@
 
 #include <csignal>
 
-#include "platform/json/json.hpp"
+#include "base/json.hpp"
 #include "sandbox/sandbox_server.hpp"
 #include "support/child_process.hpp"
 

@@ -21,7 +21,7 @@
 #include "kiv/platform/ui/view_toolkit.hpp"
 #include "platform/integrity/fake_device_integrity.hpp"
 #include "platform/secure_store/memory_secure_store.hpp"
-#include "sdk/state_manager.hpp"
+#include "base/state_manager.hpp"
 #include "support/recording_delegate.hpp"
 #include "support/test_platform.hpp"
 

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "kiv/platform/console.hpp"
-#include "platform/json/json.hpp"
+#include "base/json.hpp"
 
 namespace kiv {
 namespace {

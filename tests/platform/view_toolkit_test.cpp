@@ -11,59 +11,32 @@
 #include "platform/ui/fontconfig_font_lookup.hpp"
 #include "platform/ui/headless_view_controller.hpp"
 #include "platform/ui/headless_view_toolkit.hpp"
+#include "platform/view_toolkit_contract.hpp"
 #include "support/test_platform.hpp"
 
 namespace kiv {
 namespace {
+
+using testing::ViewToolkitContract;
 
 class ViewToolkitTest : public testing::PlatformTest {
  protected:
   ViewToolkit& ui() { return *platform()->ui; }
 };
 
-// --- Views
+// --- Views: the contract every toolkit passes (view_toolkit_contract.cpp)
 
-TEST_F(ViewToolkitTest, SubviewsMoveBetweenSuperviewsAndCyclesAreRefused) {
-  auto a = ui().makeView(Rect{});
-  auto b = ui().makeView(Rect{});
-  auto child = ui().makeView(Rect{});
-  a->addSubview(child);
-  b->addSubview(child);
-  EXPECT_TRUE(a->subviews().empty());
-  EXPECT_EQ(b->subviews(), std::vector<std::shared_ptr<View>>{child});
-  EXPECT_EQ(child->superview(), b);
+class HeadlessHarness final : public testing::ToolkitHarness {
+ public:
+  ViewToolkit& ui() override { return *platform()->ui; }
 
-  child->addSubview(b);  // b is child's ancestor
-  child->addSubview(child);
-  EXPECT_TRUE(child->subviews().empty());
-  EXPECT_EQ(b->superview(), nullptr);
+ private:
+  testing::TestPlatform platform_;
+};
 
-  std::weak_ptr<View> weakChild = child;
-  child->removeFromSuperview();
-  EXPECT_TRUE(b->subviews().empty());
-  EXPECT_EQ(child->superview(), nullptr);
-  child.reset();
-  EXPECT_TRUE(weakChild.expired());  // superviews own their subviews; nothing else kept it
-}
-
-// Following the superview is pinned by the loading and overlay views' tests.
-TEST_F(ViewToolkitTest, CentredViewsTakeTheGivenSizeOnceAddedOrTheirContentsSize) {
-  auto root = ui().makeView(Rect::make(10, 20, 200, 100));
-  auto fixed = ui().makeView(Rect{});
-  fixed->centerInSuperview(Size{50, 40});  // before it has a superview: applies once added
-  root->addSubview(fixed);
-  EXPECT_EQ(fixed->frame(), Rect::make(75, 30, 50, 40));
-  auto indicator = ui().makeActivityIndicator(ActivityIndicatorStyle::medium);
-  auto image = ui().makeImageView(nullptr);
-  root->addSubview(indicator);
-  root->addSubview(image);
-  indicator->centerInSuperview(std::nullopt);
-  image->centerInSuperview(std::nullopt);
-  EXPECT_EQ(indicator->frame(), Rect::make(90, 40, 20, 20));
-  EXPECT_EQ(image->frame(), Rect::make(100, 50, 0, 0));
-  image->setImage(Image::still(20, 10, std::vector<std::uint8_t>(20 * 10 * 4), 2.0));  // 10 x 5 points
-  EXPECT_EQ(image->frame(), Rect::make(95, 47.5, 10, 5));
-}
+INSTANTIATE_TEST_SUITE_P(Headless, ViewToolkitContract,
+                         ::testing::Values(testing::ToolkitUnderTest{
+                             "headless", [] { return std::make_unique<HeadlessHarness>(); }}));
 
 // --- Presentation
 

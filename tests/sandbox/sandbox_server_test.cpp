@@ -5,7 +5,7 @@
 
 #include <future>
 
-#include "platform/json/json.hpp"
+#include "base/json.hpp"
 #include "sandbox/signing.hpp"
 #include "service/session_format.hpp"
 

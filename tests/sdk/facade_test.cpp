@@ -1,17 +1,99 @@
+// The facade as a host and the backend see it: a facade over the manual loop,
+// with the backend (sessions, transactions, analytics) played by a recording
+// server, the simulated capture vendor, and a recording delegate whose log
+// outlives it.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
 
+#include "base/current_environment.hpp"
+#include "base/state_manager.hpp"
+#include "kiv/backend.hpp"
+#include "kiv/face_liveness_lite_sdk.hpp"
+#include "kiv/platform/capture/simulated_capture_vendor.hpp"
+#include "kiv/platform/ui/view_toolkit.hpp"
 #include "kiv/platform/user_defaults.hpp"
-#include "sdk/current_environment.hpp"
-#include "sdk/facade_fixture.hpp"
+#include "platform/camera/fake_camera_authorization.hpp"
+#include "service/key_chain_manager.hpp"
+#include "support/recording_delegate.hpp"
+#include "support/recording_http_server.hpp"
+#include "support/test_platform.hpp"
+#include "telemetry/bff_analytics.hpp"
 
 namespace kiv::testing {
 namespace {
 
-const std::string kAlreadyStartedLine = R"("KivFaceLivenessLite SDK has already started.")";
-const std::string kPrewarmBeforeSetupLine = R"("KivFaceLivenessLite: prewarm() called before setup().")";
+// A token whose payload names the issuer "acme".
+const std::string kToken = "eyJhbGciOiJIUzI1NiIsInR5cCI6IkpXVCJ9.eyJpc3MiOiJhY21lIn0.sig";
+const std::string kSessionJson =
+    R"({"id":"s-1","livenessAttemptId":"a-1","signedResponse":"signed-1","supplier":{"type":"iproov","token":"t-1"}})";
 const std::string kSuccess = "success signed-1";
+
+using CallLog = std::vector<std::string>;
+
+class FacadeTest : public PlatformTest {
+ protected:
+  FacadeTest() {
+    EXPECT_TRUE(setBackendRootURL(KivEnvironment::dev, server.url()));
+    EXPECT_TRUE(setBackendRootURL(KivEnvironment::beta, server.url()));
+    server.setAnswer("/bff/sessions", Answer::json(200, kSessionJson));
+    sdk->setDelegate(delegate);
+  }
+  ~FacadeTest() override {
+    sdk.reset();
+    resetBackendRootURL(KivEnvironment::dev);
+    resetBackendRootURL(KivEnvironment::beta);
+  }
+
+  void setup(const std::string& personId = "person-1", KivEnvironment environment = KivEnvironment::dev,
+             bool loading = true) {
+    sdk->setup(kToken, personId, std::nullopt, nullptr, std::nullopt, environment, loading);
+  }
+  void start() { sdk->startSDK(platform()->ui->makeViewController()); }
+
+  static FakeCameraAuthorization& camera() { return static_cast<FakeCameraAuthorization&>(*platform()->camera); }
+  static SimulatedCaptureVendor& vendor() { return static_cast<SimulatedCaptureVendor&>(*platform()->capture); }
+  static bool running() { return KivSDKStateManager::shared().isRunning(); }
+  std::size_t sessionRequests() const { return server.requests("/bff/sessions").size(); }
+
+  // Runs the loop until the run has ended.
+  void finishRun() {
+    ASSERT_TRUE(loop().runUntil([&] { return !running(); }));
+  }
+  // The bodies of the analytics events named `event` posted so far, in
+  // arrival order; their bodies are built on the pool and they end on the
+  // HTTP session's thread.
+  std::vector<Json> events(std::string_view event) {
+    testPlatform().pool->waitIdle();
+    if (auto analytics = KivBFFAnalytics::shared()) analytics->waitForPendingPosts();
+    std::vector<Json> out;
+    for (const auto& request : server.requests("/bff/track-analytics")) {
+      auto body = request.bodyJson().value_or(Json::object());
+      if (body.value("event", "") == event) out.push_back(std::move(body));
+    }
+    return out;
+  }
+  std::vector<std::string> sessionsOf(std::string_view event) {
+    std::vector<std::string> ids;
+    for (const auto& body : events(event)) {
+      // A run's transaction may still be on its way: only session fetches count.
+      if (event != "api_response" || body["properties"].value("apiEndpoint", "").contains("sessions")) {
+        ids.push_back(body["properties"].value("sessionId", ""));
+      }
+    }
+    return ids;
+  }
+
+  RecordingHttpServer server;
+  std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
+  std::shared_ptr<const CallLog> log = delegate->log();
+  std::shared_ptr<KivFaceLivenessLiteSDK> sdk = KivFaceLivenessLiteSDK::make();
+};
 
 TEST_F(FacadeTest, StartBeforeSetupReportsAtOnceOnlyToADelegate) {
   auto silent = KivFaceLivenessLiteSDK::make();
@@ -22,7 +104,7 @@ TEST_F(FacadeTest, StartBeforeSetupReportsAtOnceOnlyToADelegate) {
   start();
   EXPECT_EQ(*log, CallLog{"error invalidOptionsException setup(mobileToken:personId:) must be called before "
                           "startSDK(viewController:)"});  // before startSDK returned
-  EXPECT_EQ(consoleLines(), std::vector<std::string>{kPrewarmBeforeSetupLine});
+  EXPECT_EQ(consoleLines(), CallLog{R"("KivFaceLivenessLite: prewarm() called before setup().")"});
   EXPECT_FALSE(running());
   loop().runUntilIdle();
   EXPECT_EQ(log->size(), 1u);
@@ -32,14 +114,13 @@ TEST_F(FacadeTest, StartBeforeSetupReportsAtOnceOnlyToADelegate) {
 TEST_F(FacadeTest, SecondStartPrintsALineAndLeavesTheRunAlone) {
   setup("person-1", KivEnvironment::dev, /*loading=*/false);
   start();
-  const auto model = facade().viewModel;
   start();
 
-  EXPECT_EQ(facade().viewModel, model);
-  EXPECT_EQ(std::ranges::count(consoleLines(), kAlreadyStartedLine), 1);
+  EXPECT_EQ(std::ranges::count(consoleLines(), R"("KivFaceLivenessLite SDK has already started.")"), 1);
   finishRun();
   EXPECT_EQ(*log, (CallLog{"loading", "loaded", kSuccess, "loaded"}));
   EXPECT_EQ(sessionRequests(), 1u);
+  EXPECT_EQ(vendor().launches().size(), 1u);
 
   const auto starts = events("start_sdk");
   ASSERT_EQ(starts.size(), 1u);
@@ -70,8 +151,6 @@ TEST_P(CameraTest, RunWaitsForTheAnswerAndEndsOnARefusal) {
   setup();
   start();
   loop().runUntilIdle();
-  ASSERT_TRUE(facade().viewModel);
-
   if (c.answer) {
     EXPECT_TRUE(running());
     EXPECT_TRUE(log->empty());  // built, not started
@@ -82,12 +161,9 @@ TEST_P(CameraTest, RunWaitsForTheAnswerAndEndsOnARefusal) {
   EXPECT_EQ(camera().requestCount(), c.answer ? 1u : 0u);
   EXPECT_EQ(sessionRequests(), c.runs ? 1u : 0u);
   EXPECT_EQ(log->at(log->size() - 2), c.runs ? kSuccess : "error cameraPermission Camera permission denied");
-  std::vector<std::string> results;
+  std::vector<std::string> results;  // detached posts arrive in any order
   for (const auto& body : events("camera_permission")) results.push_back(body["properties"].value("result", ""));
-  std::ranges::sort(results);  // detached posts arrive in any order
-  auto expected = c.permissionEvents;
-  std::ranges::sort(expected);
-  EXPECT_EQ(results, expected);
+  EXPECT_THAT(results, ::testing::UnorderedElementsAreArray(c.permissionEvents));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -104,53 +180,74 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(FacadeTest, AnalyticsSessionsFollowSetupsAndStarts) {
   setup();
   sdk->prewarm();
-  settlePrewarm();
   setup();
   setup("person-1", KivEnvironment::dev, /*loading=*/false);
   camera().setStatus(CameraAuthorizationStatus::notDetermined);
   start();
   loop().runUntilIdle();
-  const auto first = facade().analyticsSessionId;
-  setup("person-2");  // during the run
-  EXPECT_EQ(facade().analyticsSessionId, first);
+  setup("person-2");  // during the run: the prewarm is no longer the run's
   EXPECT_EQ(currentEnvironment(), KivEnvironment::dev);
   camera().answer(true);
   finishRun();
-
   setup("person-2");  // the same values, but the session was used
-  const auto second = facade().analyticsSessionId;
   start();
   finishRun();
   setup("person-2", KivEnvironment::beta);
   EXPECT_EQ(currentEnvironment(), KivEnvironment::beta);
-  const auto third = facade().analyticsSessionId;
-  EXPECT_EQ(KivBFFAnalytics::shared()->sessionId(), third);
 
-  ASSERT_TRUE(first && second && third);
-  EXPECT_NE(*first, *second);
-  EXPECT_NE(*second, *third);
-  std::vector<std::string> starts;
+  const auto starts = sessionsOf("start_sdk");
+  ASSERT_EQ(starts.size(), 2u);
+  const auto &first = starts[0], &second = starts[1];
+  const auto third = KivBFFAnalytics::shared()->sessionId();
+  EXPECT_TRUE(first != second && second != third && first != third);
   std::vector<bool> firstOpens;
-  for (const auto& body : events("start_sdk")) {
-    starts.push_back(sessionIdOf(body));
-    firstOpens.push_back(body["properties"]["requestParams"].value("firstOpen", false));
-  }
-  EXPECT_EQ(starts, (std::vector<std::string>{*first, *second}));
+  for (const auto& body : events("start_sdk"))
+    firstOpens.push_back(body["properties"]["requestParams"]["firstOpen"].get<bool>());
   EXPECT_EQ(firstOpens, (std::vector<bool>{true, false}));
   EXPECT_EQ(platform()->defaults->string("install_guid"), first);
-  std::vector<std::string> fetches;  // the prewarm's and each run's, in no set order
-  for (const auto& body : events("api_response")) {
-    if (body["properties"].value("apiEndpoint", "").find("sessions") != std::string::npos) {
-      fetches.push_back(sessionIdOf(body));
-    }
-  }
-  EXPECT_EQ(std::ranges::count(fetches, *first), 2);
-  EXPECT_EQ(std::ranges::count(fetches, *second), 1);
-  std::vector<std::string> permissions;  // requested and granted, then granted
-  for (const auto& body : events("camera_permission")) permissions.push_back(sessionIdOf(body));
-  EXPECT_EQ(std::ranges::count(permissions, *first), 2);
-  EXPECT_EQ(std::ranges::count(permissions, *second), 1);
+  // The prewarm's fetch and the first run's own; requested and granted, then granted.
+  EXPECT_THAT(sessionsOf("api_response"), ::testing::UnorderedElementsAre(first, first, second));
+  EXPECT_THAT(sessionsOf("camera_permission"), ::testing::UnorderedElementsAre(first, first, second));
 }
+
+// A prewarm (asked for from any thread, as often as the host likes) fetches
+// once; a run that starts during the fetch waits for it, unless the host set
+// up other credentials meanwhile.
+struct PrewarmCase {
+  const char* name;
+  std::string personAtStart;
+  std::size_t sessionRequests;
+  bool usedPrewarm;
+};
+
+class PrewarmTest : public FacadeTest, public ::testing::WithParamInterface<PrewarmCase> {};
+
+TEST_P(PrewarmTest, RunStartingDuringTheFetchWaitsForItsSession) {
+  const auto& c = GetParam();
+  setup();
+  server.holdAnswers();
+  sdk->prewarm();
+  std::thread([&] { sdk->prewarm(); }).join();  // queued to the main loop
+  sdk->prewarm();
+  loop().runUntilIdle();
+  ASSERT_TRUE(server.waitForRequests(1));
+  setup(c.personAtStart);
+  start();
+  loop().runUntilIdle();
+  server.releaseAnswers();
+  finishRun();
+
+  EXPECT_EQ(sessionRequests(), c.sessionRequests);
+  EXPECT_EQ(*log, (CallLog{"loading", "loaded", kSuccess, "loaded"}));
+  const auto starts = events("start_sdk");
+  ASSERT_EQ(starts.size(), 1u);
+  EXPECT_EQ(starts[0]["properties"]["requestParams"]["usedPrewarm"], c.usedPrewarm);
+}
+
+INSTANTIATE_TEST_SUITE_P(Setups, PrewarmTest,
+                         ::testing::Values(PrewarmCase{"SameCredentials", "person-1", 1, true},
+                                           PrewarmCase{"OtherPerson", "person-2", 2, false}),
+                         [](const auto& testInfo) { return std::string(testInfo.param.name); });
 
 struct ReleaseCase {
   const char* name;
@@ -180,14 +277,14 @@ TEST_P(ReleaseTest, HostReleasingFacadeAndDelegateMidRunEndsTheRunSilently) {
 
   EXPECT_EQ(log->size(), callsBefore);
   EXPECT_FALSE(running());
-  EXPECT_FALSE(storedToken());
+  EXPECT_FALSE(KivKeyChainManager::shared()->readString(kKivSDKService, kMobileTokenKey));
 }
 
 INSTANTIATE_TEST_SUITE_P(Moments, ReleaseTest,
                          ::testing::Values(ReleaseCase{"AtThePrompt", CameraAuthorizationStatus::notDetermined,
                                                        "connected; success"},
                                            ReleaseCase{"DuringCapture", std::nullopt, "connected; wait 5; success"}),
-                         CaseName());
+                         [](const auto& testInfo) { return std::string(testInfo.param.name); });
 
 }  // namespace
 }  // namespace kiv::testing

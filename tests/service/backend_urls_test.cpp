@@ -4,7 +4,7 @@
 
 #include "kiv/backend.hpp"
 #include "platform/http/url.hpp"
-#include "platform/process_state.hpp"
+#include "base/process_state.hpp"
 #include "support/test_platform.hpp"
 
 namespace kiv {

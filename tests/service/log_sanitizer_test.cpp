@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "service/unicode_text.hpp"
+#include "base/unicode_text.hpp"
 
 namespace kiv {
 namespace {

@@ -36,17 +36,11 @@
 #include <set>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <vector>
 
+#include "base/json.hpp"
 #include "kiv/platform/http.hpp"
-#include "platform/json/json.hpp"
-
-namespace httplib {
-class Server;
-struct Request;
-struct Response;
-}  // namespace httplib
+#include "loopback/loopback_server.hpp"
 
 namespace kiv::testing {
 
@@ -149,14 +143,9 @@ class RecordingHttpServer {
   void listen(int port);
   void handle(const httplib::Request& request, httplib::Response& response);
   Answer answerFor(const RecordedRequest& request);
-  // Shuts down the accepted sockets of this server; `remotePort` 0 means all.
-  void shutDownConnections(int remotePort) const;
-  void shutDownConnections(const std::function<bool(int remotePort)>& which) const;
-
-  // Guards server_, listener_ and portHolder_: up, down and destruction.
+  // Guards server_ and portHolder_: up, down and destruction.
   std::mutex lifecycle_;
-  std::unique_ptr<httplib::Server> server_;  // null while down
-  std::thread listener_;
+  std::unique_ptr<loopback::LoopbackServer> server_;  // null while down
   int port_ = 0;
   int portHolder_ = -1;  // a socket bound to the port, not listening, while down
 
@@ -166,7 +155,8 @@ class RecordingHttpServer {
   bool down_ = false;
 
   mutable std::mutex mutex_;
-  mutable std::condition_variable changed_;
+  mutable std::condition_variable changed_;  // holds released, stopping
+  loopback::Arrivals arrivals_;
   std::vector<RecordedRequest> requests_;
   std::map<std::string, Answer> standing_;
   Answer default_;

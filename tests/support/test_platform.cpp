@@ -11,7 +11,7 @@
 #include "platform/http/curl_http_session.hpp"
 #include "platform/integrity/fake_device_integrity.hpp"
 #include "platform/path_monitor/fake_path_monitor.hpp"
-#include "platform/process_state.hpp"
+#include "base/process_state.hpp"
 #include "platform/secure_store/memory_secure_store.hpp"
 #include "platform/ui/fake_font_lookup.hpp"
 #include "platform/ui/headless_view_toolkit.hpp"

@@ -106,11 +106,11 @@ class CrashMatrixSlowTest : public ::testing::TestWithParam<MatrixCase> {
       // An emptied slot is what a crash leaves once its record is safe elsewhere.
       if (auto record = json::parse(slot->read()); record && record->is_object()) ++reports.slots;
     }
-    if (auto queue = store->copyMatching(queueService, KivBFFAnalytics::queueKey).data) {
+    if (auto queue = store->copyMatching(queueService, queue_format::queueKey).data) {
       const auto events =
-          KivBFFAnalytics::decodeQueue(std::string_view(reinterpret_cast<const char*>(queue->data()), queue->size()));
+          queue_format::decodeQueue(std::string_view(reinterpret_cast<const char*>(queue->data()), queue->size()));
       EXPECT_TRUE(events.has_value()) << "the offline queue cannot be read";
-      for (const auto& event : events.value_or(std::vector<KivBFFAnalytics::QueuedEvent>{})) {
+      for (const auto& event : events.value_or(std::vector<QueuedEvent>{})) {
         if (event.endpoint == KivAnalyticsEndpoint::crashlytics) ++reports.queued;
       }
     }

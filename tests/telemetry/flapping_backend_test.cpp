@@ -70,7 +70,7 @@ std::optional<std::string> seqOf(const Json& body) {
 }
 
 // The real store, noting the order in which bodies enter the offline queue:
-// every enqueue rewrites the stored array with the new entry last.
+// every write of the stored array has the newly queued entries last.
 class QueueOrderStore final : public SecureItemStore {
  public:
   explicit QueueOrderStore(std::shared_ptr<SecureItemStore> store) : store_(std::move(store)) {}
@@ -96,20 +96,18 @@ class QueueOrderStore final : public SecureItemStore {
 
  private:
   void note(std::string_view account, std::span<const std::uint8_t> value) {
-    if (account != KivBFFAnalytics::queueKey) return;
-    const std::string_view array(reinterpret_cast<const char*>(value.data()), value.size());
-    // Entries start with their endpoint; bodies are base64, so the last
-    // occurrence starts the last entry.
-    const auto last = array.rfind(R"({"endpoint")");
-    if (last == std::string_view::npos) return;  // an emptied queue
-    const auto entry =
-        KivBFFAnalytics::decodeQueue("[" + std::string(array.substr(last, array.size() - 1 - last)) + "]");
-    ASSERT_TRUE(entry && entry->size() == 1) << "the stored queue cannot be read";
-    const auto seq = seqOf(entry->front().jsonBody);
-    ASSERT_TRUE(seq) << "a queued body without its sequence id";
+    if (account != queue_format::queueKey) return;
+    const auto queue =
+        queue_format::decodeQueue(std::string_view(reinterpret_cast<const char*>(value.data()), value.size()));
+    ASSERT_TRUE(queue) << "the stored queue cannot be read";
     std::lock_guard lock(mutex_);
-    // A rewrite after a flush ends with an entry seen before.
-    if (seen_.insert(*seq).second) order_.push_back(*seq);
+    // One write may add several entries, always at the end; a rewrite after
+    // a flush holds entries seen before.
+    for (const auto& event : *queue) {
+      const auto seq = seqOf(event.jsonBody);
+      ASSERT_TRUE(seq) << "a queued body without its sequence id";
+      if (seen_.insert(*seq).second) order_.push_back(*seq);
+    }
   }
 
   std::shared_ptr<SecureItemStore> store_;

@@ -1,4 +1,5 @@
 #include "kiv/platform/capture/capture_script.hpp"
+#include "base/text.hpp"
 
 #include <charconv>
 #include <cmath>
@@ -23,13 +24,8 @@ struct RawStep {
 };
 
 bool isSeparator(char c) { return c == ';' || c == '\n'; }
-bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
-
-std::string_view trimmed(std::string_view text) {
-  while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
-  while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
-  return text;
-}
+constexpr std::string_view kBlanks = " \t\r";
+bool isBlank(char c) { return kBlanks.find(c) != std::string_view::npos; }
 
 // Steps and words in messages are in the quoted debug form, so a text
 // inside them stays readable.
@@ -46,7 +42,7 @@ std::expected<std::vector<RawStep>, std::string> tokenize(std::string_view text)
   std::size_t start = 0;
   auto close = [&](std::size_t end) {
     if (!current.tokens.empty()) {
-      current.source = trimmed(text.substr(start, end - start));
+      current.source = trimmed(text.substr(start, end - start), kBlanks);
       steps.push_back(std::move(current));
     }
     current = RawStep{};
@@ -54,7 +50,7 @@ std::expected<std::vector<RawStep>, std::string> tokenize(std::string_view text)
   auto failHere = [&](std::string_view message) {
     auto end = start;
     while (end < text.size() && text[end] != '\n') ++end;
-    return std::unexpected(stepError(steps.size() + 1, trimmed(text.substr(start, end - start)), message));
+    return std::unexpected(stepError(steps.size() + 1, trimmed(text.substr(start, end - start), kBlanks), message));
   };
 
   std::size_t i = 0;

@@ -1,6 +1,6 @@
 #include "kiv/platform/capture/status.hpp"
 
-#include "platform/overloaded.hpp"
+#include "base/overloaded.hpp"
 
 namespace kiv {
 

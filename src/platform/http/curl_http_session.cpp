@@ -1,4 +1,5 @@
 #include "platform/http/curl_http_session.hpp"
+#include "base/text.hpp"
 
 #include <curl/curl.h>
 #include <pthread.h>
@@ -320,9 +321,9 @@ class Engine : public std::enable_shared_from_this<Engine> {
     } else if (line.starts_with("HTTP/")) {
       headers.clear();  // a new response: after a redirect or an interim 1xx answer
     } else if (line.front() == ' ' || line.front() == '\t') {
-      if (!headers.empty()) headers.back().value += " " + std::string(trimmed(line));  // folded line
+      if (!headers.empty()) headers.back().value += " " + std::string(trimmed(line, " \t"));  // folded line
     } else if (const auto colon = line.find(':'); colon != std::string_view::npos) {
-      headers.push_back({std::string(line.substr(0, colon)), std::string(trimmed(line.substr(colon + 1)))});
+      headers.push_back({std::string(line.substr(0, colon)), std::string(trimmed(line.substr(colon + 1), " \t"))});
     }
     return size * count;
   }
@@ -341,12 +342,6 @@ class Engine : public std::enable_shared_from_this<Engine> {
     auto location = headerValue(task.receivedHeaders, "Location");
     if (!location || !url::downgradesToHttp(current, *location)) return std::nullopt;
     return location;
-  }
-
-  static std::string_view trimmed(std::string_view text) {
-    while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
-    while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) text.remove_suffix(1);
-    return text;
   }
 
   bool configure(CurlDataTask& task) const {

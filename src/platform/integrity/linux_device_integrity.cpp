@@ -1,4 +1,5 @@
 #include "platform/integrity/linux_device_integrity.hpp"
+#include "base/text.hpp"
 
 #include <algorithm>
 #include <array>
@@ -16,13 +17,8 @@ constexpr std::string_view kTracerField = "TracerPid:";
 constexpr std::array<std::string_view, 2> kInstrumentationMarks{"frida", "gum-js"};
 constexpr std::size_t kMaxNameBytes = 120;
 
-bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\r'; }
-
-std::string_view trimmed(std::string_view text) {
-  while (!text.empty() && isSpace(text.front())) text.remove_prefix(1);
-  while (!text.empty() && isSpace(text.back())) text.remove_suffix(1);
-  return text;
-}
+constexpr std::string_view kBlanks = " \t\r";
+bool isSpace(char c) { return kBlanks.find(c) != std::string_view::npos; }
 
 // Calls `visit(line)` for each line until it returns true.
 template <typename Visit>
@@ -53,7 +49,7 @@ std::string_view mappedPath(std::string_view line) {
     if (i == line.size()) return {};
     while (i < line.size() && !isSpace(line[i])) ++i;
   }
-  return trimmed(line.substr(i));
+  return trimmed(line.substr(i), kBlanks);
 }
 
 // Up to `limit` bytes of the file, or nothing when it cannot be opened.
@@ -159,7 +155,7 @@ std::optional<std::string> tracerViolation(std::string_view status) {
   std::optional<std::string> violation;
   forEachLine(status, [&](std::string_view line) {
     if (!line.starts_with(kTracerField)) return false;
-    auto value = trimmed(line.substr(kTracerField.size()));
+    auto value = trimmed(line.substr(kTracerField.size()), kBlanks);
     long long pid = 0;
     auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), pid);
     if (error == std::errc() && end == value.data() + value.size() && pid != 0) {

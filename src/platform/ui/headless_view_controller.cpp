@@ -64,6 +64,7 @@ void HeadlessViewController::present(std::shared_ptr<ViewController> controller,
   presented_ = next;
   next->presenting_ = std::static_pointer_cast<HeadlessViewController>(shared_from_this());
   if (coversScreen(next->style_)) next->view_->setFrame(view_->bounds());
+  next->didPresent(*this);
   complete(std::move(completion), animated);
 }
 
@@ -108,6 +109,7 @@ void HeadlessViewController::unlinkPresented() {
   while (leaving) {
     leaving->presenting_.reset();
     leaving->beingDismissed_ = false;
+    leaving->didDismiss();
     for (auto& completion : leaving->dismissCompletions_) complete(std::move(completion), false);
     leaving->dismissCompletions_.clear();
     leaving = std::move(leaving->presented_);

@@ -1,5 +1,7 @@
 // The headless toolkit's view controllers: the presentation graph in memory.
 // An animated transition lasts kTransitionSeconds on the main queue's clock.
+// A toolkit that draws (the GTK one) derives from it and shows or hides a
+// controller's view when the graph links or unlinks it.
 #pragma once
 
 #include <memory>
@@ -9,7 +11,7 @@
 
 namespace kiv {
 
-class HeadlessViewController final : public ViewController {
+class HeadlessViewController : public ViewController {
  public:
   static constexpr double kTransitionSeconds = 0.3;
 
@@ -23,6 +25,12 @@ class HeadlessViewController final : public ViewController {
   void setModalPresentationStyle(ModalPresentationStyle style) override;
   void present(std::shared_ptr<ViewController> controller, bool animated, Task completion) override;
   void dismiss(bool animated, Task completion) override;
+
+ protected:
+  // Called on a controller right after `presenter` presented it, and once
+  // its dismissal unlinked it. Nothing to do in memory.
+  virtual void didPresent(HeadlessViewController& /*presenter*/) {}
+  virtual void didDismiss() {}
 
  private:
   // Dismisses presented_ (this controller is its presenter).
