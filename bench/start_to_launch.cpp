@@ -28,6 +28,7 @@
 #include "kiv/platform/crash.hpp"
 #include "kiv/platform/secure_store.hpp"
 #include "kiv/platform/traffic_counter.hpp"
+#include "kiv/testing/face_liveness_lite_testing.hpp"
 #include "platform/secure_store/memory_secure_store.hpp"
 #include "raw_post.hpp"
 #include "sandbox/sandbox_server.hpp"

@@ -1,7 +1,8 @@
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
-install(TARGETS kivfll EXPORT kivfllTargets
+# kivfll_testing (the test doubles) installs beside it, for hosts' own tests.
+install(TARGETS kivfll kivfll_testing EXPORT kivfllTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
@@ -29,4 +30,6 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kivfllConfig.cmake
 # bridges: the C interface needs nothing else).
 file(RELATIVE_PATH KIV_PC_TO_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 configure_file(cmake/kivfll.pc.in ${CMAKE_CURRENT_BINARY_DIR}/kivfll.pc @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kivfll.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+configure_file(cmake/kivfll_testing.pc.in ${CMAKE_CURRENT_BINARY_DIR}/kivfll_testing.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/kivfll.pc ${CMAKE_CURRENT_BINARY_DIR}/kivfll_testing.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -7,9 +7,8 @@
 #include <string_view>
 
 #include "base/json.hpp"
+#include "base/unicode_text.hpp"
 #include "service/log_sanitizer.hpp"
-#include "base/unicode_text.hpp"
-#include "base/unicode_text.hpp"
 
 namespace {
 

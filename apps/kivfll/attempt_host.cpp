@@ -11,6 +11,7 @@
 #include "kiv/platform/crash.hpp"
 #include "kiv/platform/secure_store.hpp"
 #include "kiv/platform/traffic_counter.hpp"
+#include "kiv/testing/face_liveness_lite_testing.hpp"
 #include "observed_capture_vendor.hpp"
 
 namespace kiv::cli {

@@ -19,7 +19,7 @@
 #include "attempt_printer.hpp"
 #include "kiv/environment.hpp"
 #include "kiv/platform/camera_authorization.hpp"
-#include "kiv/platform/capture/capture_script.hpp"
+#include "kiv/testing/capture_script.hpp"
 #include "kiv/platform/capture/capture_vendor.hpp"
 #include "kiv/platform/platform.hpp"
 #include "kiv/platform/ui/view_controller.hpp"

@@ -2,7 +2,8 @@
 // phone. One attempt runs in a window against an in-process sandbox with the
 // customization given to setup, as a host would give it, and each screen is
 // written to the output folder: the host's page, the SDK's loading view, the
-// capture vendor's screen at each status, and the outcome. Animations are
+// capture vendor's screen at each status, the outcome, and with --gif the
+// SDK's GIF overlay showing that GIF. Animations are
 // frozen, so the same customization always gives the same pixels.
 #include <unistd.h>
 
@@ -17,6 +18,7 @@
 #include "attempt_host.hpp"
 #include "commands.hpp"
 #include "kiv/backend.hpp"
+#include "kiv/image_helpers.hpp"
 #include "kiv/platform/ui/view_toolkit.hpp"
 #include "sandbox/sandbox_server.hpp"
 #include "window_stage.hpp"
@@ -24,16 +26,24 @@
 namespace kiv::cli {
 namespace {
 
-// Every status the capture screen draws differently on the way to success;
-// the first wait lets the screen be laid out before it is written.
+// Every status the capture screen draws differently on the way to success.
+// Each screen is written after the next frame; the pauses leave that frame
+// ample time on a busy machine, the first one the time to lay the screen out.
 constexpr std::string_view kPreviewScript =
-    "wait 0.3; connecting; wait 0.3; connected; wait 0.3; processing 0.5; wait 0.3; success";
-constexpr std::int64_t kPreviewSessionDelayMs = 600;  // time for the loading view's frame
+    "wait 0.5; connecting; wait 0.5; connected; wait 0.5; processing 0.5; wait 0.5; success";
+constexpr std::int64_t kPreviewSessionDelayMs = 800;  // time for the loading view's frame
 
 struct PreviewArguments {
   std::filesystem::path customization;
   std::filesystem::path out;
+  std::optional<std::filesystem::path> gif;
 };
+
+std::optional<std::string> readFile(const std::filesystem::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) return std::nullopt;
+  return std::string((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+}
 
 ExitStatus usage(const std::string& problem) {
   std::cerr << "kivfll preview: " << problem << "\n";
@@ -42,10 +52,9 @@ ExitStatus usage(const std::string& problem) {
 
 ExitStatus runPreview(const PreviewArguments& arguments) {
   // Everything is checked before anything is written.
-  std::ifstream file(arguments.customization);
-  if (!file) return usage("--customization: cannot read " + arguments.customization.string());
-  const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-  auto look = uiCustomizationFromJson(text);
+  const auto text = readFile(arguments.customization);
+  if (!text) return usage("--customization: cannot read " + arguments.customization.string());
+  auto look = uiCustomizationFromJson(*text);
   if (!look) {
     return usage("--customization: " + arguments.customization.string() +
                  " is not a customization in the C interface's JSON form (see kiv_sdk_setup)");
@@ -53,7 +62,13 @@ ExitStatus runPreview(const PreviewArguments& arguments) {
   if (look->fontName && !makeLinuxPlatform().ui->font(*look->fontName, 14)) {
     return usage("--customization: no installed font is named \"" + *look->fontName + "\"");
   }
-  auto stage = openWindowStage({.screens = arguments.out, .everyStatus = true});
+  ImageRef gif;
+  if (arguments.gif) {
+    const auto bytes = readFile(*arguments.gif);
+    if (bytes) gif = gifImage(std::span(reinterpret_cast<const std::uint8_t*>(bytes->data()), bytes->size()));
+    if (!gif) return usage("--gif: " + arguments.gif->string() + " is not a GIF that decodes");
+  }
+  auto stage = openWindowStage({.screens = arguments.out, .gif = gif, .everyStatus = true});
   if (!stage) {
     std::cerr << "kivfll preview: " << stage.error() << "\n";
     return ExitStatus::error;
@@ -117,6 +132,7 @@ void addPreviewCommand(CLI::App& app, Action& action) {
   command->add_option("--customization", arguments->customization, "The look, in the C interface's JSON form")
       ->required();
   command->add_option("--out", arguments->out, "The folder for the PNGs")->required();
+  command->add_option("--gif", arguments->gif, "A GIF for the SDK's GIF overlay, shown over the outcome");
   command->callback([&action, arguments] { action = [arguments] { return runPreview(*arguments); }; });
 }
 

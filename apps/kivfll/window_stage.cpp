@@ -7,6 +7,7 @@
 #include <functional>
 #include <iostream>
 
+#include "kiv/gif_overlay_view.hpp"
 #include "kiv/platform/gtk/capture_screen.hpp"
 #include "kiv/platform/gtk/glib_main_queue.hpp"
 #include "kiv/platform/gtk/gtk_view_toolkit.hpp"
@@ -21,6 +22,8 @@ constexpr double kAutoStartSeconds = 1.0;
 constexpr double kHostShotSeconds = 0.4;
 // Once the vendor's screen went down (it shows its last status half a second).
 constexpr double kOutcomeShotSeconds = 1.0;
+// A frame after that one.
+constexpr double kOverlayShotSeconds = 1.3;
 
 class WindowStage final : public AttemptStage {
  public:
@@ -81,10 +84,11 @@ class WindowStage final : public AttemptStage {
     gtk_widget_set_sensitive(button_, FALSE);
     // After the vendor's screen went down.
     queue_->postAfter(kOutcomeShotSeconds, [this] { shoot("outcome"); });
+    if (settings_.gif) queue_->postAfter(kOverlayShotSeconds, [this] { showGifOverlay(); });
   }
 
   double lingerSeconds() const override {
-    return settings_.screens ? kOutcomeShotSeconds + 0.3 : settings_.lingerSeconds;  // the outcome shot first
+    return settings_.screens ? kOverlayShotSeconds + 0.3 : settings_.lingerSeconds;  // the last shot first
   }
 
   const std::vector<std::filesystem::path>& written() const { return written_; }
@@ -142,6 +146,14 @@ class WindowStage final : public AttemptStage {
     return page;
   }
 
+  // The host's own animation in the SDK's GIF overlay, over its page.
+  void showGifOverlay() {
+    overlay_ = KivGifOverlayView::make(host_->view()->bounds());
+    overlay_->imageView()->setImage(settings_.gif);
+    host_->view()->addSubview(overlay_->view());
+    shoot("gif-overlay");
+  }
+
   void startAttempt() {
     if (started_) return;
     started_ = true;
@@ -192,6 +204,7 @@ class WindowStage final : public AttemptStage {
   std::function<void()> start_;
   GtkWindow* window_ = nullptr;
   std::shared_ptr<ViewController> host_;
+  std::shared_ptr<KivGifOverlayView> overlay_;
   GtkWidget* button_ = nullptr;
   GtkLabel* result_ = nullptr;
   bool started_ = false;

@@ -19,11 +19,13 @@
 #include <vector>
 
 #include "attempt_host.hpp"
+#include "kiv/platform/ui/image.hpp"
 
 namespace kiv::cli {
 
 struct WindowSettings {
   std::optional<std::filesystem::path> screens{};
+  ImageRef gif{};            // shown in the SDK's GIF overlay over the outcome, as gif-overlay.png
   bool everyStatus = false;  // capture-<status>.png for every status, not capture.png at 50 %
   bool autoStart = true;
   double lingerSeconds = 1.5;  // how long the outcome stays up

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "kiv/face_liveness_lite.hpp"
+#include "kiv/testing/face_liveness_lite_testing.hpp"
 
 namespace {
 

@@ -45,8 +45,6 @@
 #include "kiv/platform/main_queue.hpp"
 #include "kiv/platform/notification_center.hpp"
 #include "kiv/platform/platform.hpp"
-#include "kiv/platform/capture/capture_script.hpp"
-#include "kiv/platform/capture/simulated_capture_vendor.hpp"
 #include "kiv/platform/task_pool.hpp"
 #include "kiv/platform/traffic_counter.hpp"
 #include "kiv/platform/ui/view_controller.hpp"

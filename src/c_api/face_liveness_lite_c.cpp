@@ -14,13 +14,17 @@
 #include <string_view>
 #include <utility>
 
+#include "base/unicode_text.hpp"
 #include "c_api/c_delegate.hpp"
 #include "c_api/c_ui_customization.hpp"
+#include "c_api/host_services.hpp"
 #include "kiv/face_liveness_lite.hpp"
 #include "kiv/platform/crash.hpp"
 #include "kiv/platform/secure_store.hpp"
 #include "kiv/platform/traffic_counter.hpp"
-#include "base/unicode_text.hpp"
+#include "platform/defaults/sqlite_user_defaults.hpp"
+#include "platform/secure_store/sqlite_secure_store.hpp"
+#include "platform/secure_store/store_database.hpp"
 
 struct kiv_sdk {
   std::shared_ptr<kiv::KivFaceLivenessLiteSDK> facade;
@@ -29,29 +33,6 @@ struct kiv_sdk {
 
 namespace kiv::c_api {
 namespace {
-
-// The camera answer a C host may fix at any time; the Linux answer until it
-// does.
-class AdjustableCamera final : public CameraAuthorization {
- public:
-  explicit AdjustableCamera(std::shared_ptr<CameraAuthorization> fallback) : fallback_(std::move(fallback)) {}
-
-  void fix(CameraAuthorizationStatus status, bool grantWhenAsked) {
-    std::lock_guard lock(mutex_);
-    fixed_ = std::make_shared<FixedCameraAuthorization>(status, grantWhenAsked);
-  }
-  CameraAuthorizationStatus status() override { return current()->status(); }
-  void requestAccess(Completion completion) override { current()->requestAccess(std::move(completion)); }
-
- private:
-  std::shared_ptr<CameraAuthorization> current() {
-    std::lock_guard lock(mutex_);
-    return fixed_ ? fixed_ : fallback_;
-  }
-  std::mutex mutex_;
-  std::shared_ptr<CameraAuthorization> fallback_;
-  std::shared_ptr<CameraAuthorization> fixed_;
-};
 
 // The SDK's lines, to the standard output until the host hands them
 // elsewhere.
@@ -83,16 +64,24 @@ class HandlerConsole final : public Console {
 
 // What the C layer keeps of the platform it installed.
 struct CPlatform {
-  std::shared_ptr<MainLoop> loop;
-  std::shared_ptr<SimulatedCaptureVendor> vendor;
-  std::shared_ptr<AdjustableCamera> camera;
+  std::shared_ptr<MainLoop> loop;  // null when the main queue is not one the SDK runs
   std::shared_ptr<HandlerConsole> console;
   std::shared_ptr<TrafficCounter> traffic;
+};
+
+// What a host lent before the platform was made.
+struct HostServices {
+  std::optional<kiv_main_queue> mainQueue;
+  std::optional<kiv_capture_vendor> vendor;
+  std::optional<kiv_camera> camera;
+  std::optional<ItemKey> storeKey;
 };
 
 struct ProcessState {
   std::mutex mutex;
   std::optional<std::filesystem::path> dataDirectory;
+  HostServices lent;
+  kiv_presentation presentation{};  // all NULL until lent
   std::optional<CPlatform> installed;
   std::atomic<bool> loopRunning{false};
 };
@@ -102,32 +91,44 @@ ProcessState& state() {
   return instance;
 }
 
-// Installs the platform on first use: the Linux bundle with the vendor and
-// camera the C calls adjust.
+// Installs the platform on first use: the bundle installed so far (the
+// Linux one unless a C++ caller or the testing library installed another),
+// with the storage of the data directory, the log handler's console and the
+// traffic counter that tells when background work is done.
 CPlatform ensurePlatform() {
   auto& s = state();
   std::lock_guard lock(s.mutex);
   if (s.installed) return *s.installed;
-  auto bundle = makeLinuxPlatform();
-  if (s.dataDirectory) {
+  Platform bundle = *platform();
+  if (s.lent.storeKey) {
+    bundle.secureStore =
+        std::make_shared<SqliteSecureStore>(std::make_shared<StoreDatabase>(s.dataDirectory, s.lent.storeKey));
+    bundle.defaults =
+        std::make_shared<SqliteUserDefaults>(std::make_shared<StoreDatabase>(s.dataDirectory, s.lent.storeKey));
+  } else if (s.dataDirectory) {
     bundle.secureStore = makeLinuxSecureStore(s.dataDirectory);
     bundle.defaults = makeLinuxUserDefaults(s.dataDirectory);
-    bundle.crash = makeLinuxCrashPrimitives(s.dataDirectory);
   }
-  CPlatform made{std::static_pointer_cast<MainLoop>(bundle.mainQueue), std::make_shared<SimulatedCaptureVendor>(),
-                 std::make_shared<AdjustableCamera>(bundle.camera), std::make_shared<HandlerConsole>(bundle.console),
-                 std::make_shared<TrafficCounter>()};
+  if (s.dataDirectory) bundle.crash = makeLinuxCrashPrimitives(s.dataDirectory);
+  if (s.lent.mainQueue) bundle.mainQueue = makeHostMainQueue(*s.lent.mainQueue);
+  if (s.lent.vendor) bundle.capture = makeHostCaptureVendor(*s.lent.vendor);
+  if (s.lent.camera) bundle.camera = makeHostCamera(*s.lent.camera);
+  CPlatform made{std::dynamic_pointer_cast<MainLoop>(bundle.mainQueue),
+                 std::make_shared<HandlerConsole>(bundle.console), std::make_shared<TrafficCounter>()};
   bundle.http = made.traffic->wrap(bundle.http);
   bundle.taskPool = made.traffic->wrap(bundle.taskPool);
   bundle.console = made.console;
-  bundle.capture = made.vendor;
-  bundle.camera = made.camera;
   installPlatform(std::move(bundle));
   s.installed = made;
   return made;
 }
 
-bool onMainThread() { return ensurePlatform().loop->isCurrent(); }
+std::shared_ptr<MainQueue> mainQueue() {
+  ensurePlatform();
+  return platform()->mainQueue;
+}
+
+bool onMainThread() { return mainQueue()->isCurrent(); }
 
 // Runs `body` with every exception turned into a status.
 template <typename Body>
@@ -160,13 +161,27 @@ using SteadyClock = std::chrono::steady_clock;
 constexpr double kSettlePoll = 0.02;  // seconds between two looks at the traffic
 constexpr auto kSettleBound = std::chrono::seconds(2);
 
-// Looks at the traffic every kSettlePoll seconds and stops the loop once it
-// was idle twice in a row (a chain of work never reads idle twice across a
-// poll) or the bound passed.
-void settle(const CPlatform& p, SteadyClock::time_point deadline, bool wasIdle) {
+// Looks at the traffic every kSettlePoll seconds on the main queue and runs
+// `done` there once it was idle twice in a row (a chain of work never reads
+// idle twice across a poll) or the bound passed.
+void settle(const CPlatform& p, SteadyClock::time_point deadline, bool wasIdle, Task done) {
   const bool idle = p.traffic->idle();
-  if ((idle && wasIdle) || SteadyClock::now() >= deadline) return p.loop->stop();
-  p.loop->postAfter(kSettlePoll, [p, deadline, idle] { settle(p, deadline, idle); });
+  if ((idle && wasIdle) || SteadyClock::now() >= deadline) return done();
+  platform()->mainQueue->postAfter(kSettlePoll, [p, deadline, idle, done = std::move(done)]() mutable {
+    settle(p, deadline, idle, std::move(done));
+  });
+}
+
+// Records a service lent by the host, unless the platform exists already.
+template <typename Change>
+kiv_status lend(Change&& change) {
+  return guarded([&] {
+    auto& s = state();
+    std::lock_guard lock(s.mutex);
+    if (s.installed) return KIV_ERROR_INVALID_STATE;
+    change(s);
+    return KIV_OK;
+  });
 }
 
 struct TaskBox {
@@ -205,6 +220,7 @@ const char* kiv_status_name(kiv_status status) {
 kiv_status kiv_run_main_loop(void) {
   return guarded([] {
     auto loop = ensurePlatform().loop;
+    if (!loop) return KIV_ERROR_INVALID_STATE;
     bool expected = false;
     if (!state().loopRunning.compare_exchange_strong(expected, true)) return KIV_ERROR_INVALID_STATE;
     struct Reset {
@@ -217,7 +233,9 @@ kiv_status kiv_run_main_loop(void) {
 
 kiv_status kiv_stop_main_loop(void) {
   return guarded([] {
-    ensurePlatform().loop->stop();
+    auto loop = ensurePlatform().loop;
+    if (!loop) return KIV_ERROR_INVALID_STATE;
+    loop->stop();
     return KIV_OK;
   });
 }
@@ -225,7 +243,7 @@ kiv_status kiv_stop_main_loop(void) {
 kiv_status kiv_post_to_main_loop(kiv_task task, void* user_data) {
   if (task == nullptr) return KIV_ERROR_NULL_ARGUMENT;
   return guarded([&] {
-    ensurePlatform().loop->post([box = TaskBox{task, user_data}] { box.task(box.userData); });
+    mainQueue()->post([box = TaskBox{task, user_data}] { box.task(box.userData); });
     return KIV_OK;
   });
 }
@@ -233,6 +251,7 @@ kiv_status kiv_post_to_main_loop(kiv_task task, void* user_data) {
 kiv_status kiv_wait_for_background_work(void) {
   return guarded([] {
     auto p = ensurePlatform();
+    if (!p.loop) return KIV_ERROR_INVALID_STATE;
     if (p.loop->isCurrent()) return KIV_ERROR_WRONG_THREAD;
     bool expected = false;
     if (!state().loopRunning.compare_exchange_strong(expected, true)) return KIV_ERROR_INVALID_STATE;
@@ -241,9 +260,52 @@ kiv_status kiv_wait_for_background_work(void) {
     } reset;
     // Completions hand their follow-up work to the main loop, so it runs
     // while the traffic settles.
-    p.loop->post([p] { settle(p, SteadyClock::now() + kSettleBound, false); });
+    p.loop->post([p] { settle(p, SteadyClock::now() + kSettleBound, false, [p] { p.loop->stop(); }); });
     p.loop->run();
     return KIV_OK;
+  });
+}
+
+kiv_status kiv_on_background_work_done(kiv_task task, void* user_data) {
+  if (task == nullptr) return KIV_ERROR_NULL_ARGUMENT;
+  return guarded([&] {
+    auto p = ensurePlatform();
+    platform()->mainQueue->post([p, box = TaskBox{task, user_data}] {
+      settle(p, SteadyClock::now() + kSettleBound, false, [box] { box.task(box.userData); });
+    });
+    return KIV_OK;
+  });
+}
+
+kiv_status kiv_use_host_main_queue(const kiv_main_queue* queue) {
+  if (queue == nullptr || queue->post == nullptr || queue->post_after == nullptr || queue->is_current == nullptr) {
+    return KIV_ERROR_NULL_ARGUMENT;
+  }
+  return lend([&](ProcessState& s) { s.lent.mainQueue = *queue; });
+}
+
+kiv_status kiv_use_host_capture_vendor(const kiv_capture_vendor* vendor) {
+  if (vendor == nullptr || vendor->launch == nullptr) return KIV_ERROR_NULL_ARGUMENT;
+  return lend([&](ProcessState& s) { s.lent.vendor = *vendor; });
+}
+
+kiv_status kiv_use_host_camera(const kiv_camera* camera) {
+  if (camera == nullptr || camera->status == nullptr || camera->request_access == nullptr) {
+    return KIV_ERROR_NULL_ARGUMENT;
+  }
+  return lend([&](ProcessState& s) { s.lent.camera = *camera; });
+}
+
+kiv_status kiv_use_host_presentation(const kiv_presentation* presentation) {
+  if (presentation == nullptr) return KIV_ERROR_NULL_ARGUMENT;
+  return lend([&](ProcessState& s) { s.presentation = *presentation; });
+}
+
+kiv_status kiv_set_secure_store_key(const unsigned char* key, size_t length) {
+  if (key == nullptr) return KIV_ERROR_NULL_ARGUMENT;
+  if (length != kItemKeySize) return KIV_ERROR_INVALID_ARGUMENT;
+  return lend([&](ProcessState& s) {
+    s.lent.storeKey = ItemKey(std::span<const std::uint8_t, kItemKeySize>(key, kItemKeySize));
   });
 }
 
@@ -270,39 +332,6 @@ kiv_status kiv_post_application_did_enter_background(void) {
   return guarded([] {
     ensurePlatform();
     platform()->notifications->post(kApplicationDidEnterBackgroundNotification);
-    return KIV_OK;
-  });
-}
-
-kiv_status kiv_use_simulated_capture(const char* script) {
-  if (auto status = checkText(script); status != KIV_OK) return status;
-  return guarded([&] {
-    auto parsed = CaptureScript::parse(script);
-    if (!parsed) return KIV_ERROR_INVALID_ARGUMENT;
-    ensurePlatform().vendor->setScript(std::move(*parsed));
-    return KIV_OK;
-  });
-}
-
-kiv_status kiv_set_camera_status(kiv_camera_status status, int grant_when_asked) {
-  std::optional<CameraAuthorizationStatus> camera;
-  switch (status) {
-    case KIV_CAMERA_NOT_DETERMINED:
-      camera = CameraAuthorizationStatus::notDetermined;
-      break;
-    case KIV_CAMERA_RESTRICTED:
-      camera = CameraAuthorizationStatus::restricted;
-      break;
-    case KIV_CAMERA_DENIED:
-      camera = CameraAuthorizationStatus::denied;
-      break;
-    case KIV_CAMERA_AUTHORIZED:
-      camera = CameraAuthorizationStatus::authorized;
-      break;
-  }
-  if (!camera) return KIV_ERROR_INVALID_ARGUMENT;
-  return guarded([&] {
-    ensurePlatform().camera->fix(*camera, grant_when_asked != 0);
     return KIV_OK;
   });
 }
@@ -334,7 +363,7 @@ kiv_status kiv_sdk_destroy(kiv_sdk* sdk) {
     if (CDelegate::insideCall()) {
       // The facade is the caller of this delegate call: it is released once
       // the call has unwound, never under its own feet.
-      ensurePlatform().loop->post([facade = std::move(handle->facade), delegate = std::move(handle->delegate)] {});
+      mainQueue()->post([facade = std::move(handle->facade), delegate = std::move(handle->delegate)] {});
     }
     return KIV_OK;
   });
@@ -392,6 +421,20 @@ kiv_status kiv_sdk_start(kiv_sdk* sdk) {
   return guarded([&] {
     if (!onMainThread()) return KIV_ERROR_WRONG_THREAD;
     sdk->facade->startSDK(platform()->ui->makeViewController());
+    return KIV_OK;
+  });
+}
+
+kiv_status kiv_sdk_start_over(kiv_sdk* sdk, void* host_view) {
+  if (sdk == nullptr || host_view == nullptr) return KIV_ERROR_NULL_ARGUMENT;
+  return guarded([&] {
+    if (!onMainThread()) return KIV_ERROR_WRONG_THREAD;
+    kiv_presentation presentation;
+    {
+      std::lock_guard lock(state().mutex);
+      presentation = state().presentation;
+    }
+    sdk->facade->startSDK(makeHostViewController(presentation, host_view));
     return KIV_OK;
   });
 }

@@ -6,7 +6,6 @@
 #include "kiv/platform/notification_center.hpp"
 #include "kiv/platform/secure_store.hpp"
 #include "kiv/platform/user_defaults.hpp"
-#include "kiv/platform/capture/simulated_capture_vendor.hpp"
 #include "platform/http/curl_http_session.hpp"
 #include "platform/integrity/linux_device_integrity.hpp"
 #include "platform/path_monitor/netlink_path_monitor.hpp"
@@ -15,7 +14,9 @@
 
 namespace kiv {
 
-// Each service adds its Linux implementation here, one line each.
+// Each service adds its Linux implementation here, one line each. There is
+// no capture vendor on Linux: a host lends one (or a test installs the
+// simulated one); without it a capture ends in error notSupported.
 void addLinuxServices(Platform& bundle) {
   bundle.secureStore = makeLinuxSecureStore();
   bundle.defaults = makeLinuxUserDefaults();
@@ -23,7 +24,6 @@ void addLinuxServices(Platform& bundle) {
   bundle.http = std::make_shared<CurlHttpSessionFactory>();
   bundle.pathMonitor = std::make_shared<NetlinkPathMonitorFactory>();
   bundle.ui = std::make_shared<HeadlessViewToolkit>(std::make_shared<FontconfigFontLookup>());
-  bundle.capture = std::make_shared<SimulatedCaptureVendor>();
   bundle.crash = makeLinuxCrashPrimitives();
   bundle.integrity = std::make_shared<LinuxDeviceIntegrity>();
   bundle.camera = makeLinuxCameraAuthorization();

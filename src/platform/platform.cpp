@@ -1,5 +1,7 @@
 #include "kiv/platform/platform.hpp"
 
+#include <utility>
+
 #include "kiv/platform/main_loop.hpp"
 #include "platform/console/stdout_console.hpp"
 #include "platform/dispatch/thread_task_pool.hpp"
@@ -29,6 +31,15 @@ Platform makeLinuxPlatform() {
 }
 
 void installPlatform(Platform bundle) { slot().set(std::make_shared<const Platform>(std::move(bundle))); }
+
+void updatePlatform(const std::function<void(Platform&)>& change) {
+  // The replaced bundle is released after the lock is let go.
+  auto replaced = slot().update([&](std::shared_ptr<const Platform>& installed) {
+    Platform copy = installed ? *installed : makeLinuxPlatform();
+    change(copy);
+    return std::exchange(installed, std::make_shared<const Platform>(std::move(copy)));
+  });
+}
 
 std::shared_ptr<const Platform> platform() {
   return slot().update([](std::shared_ptr<const Platform>& installed) {

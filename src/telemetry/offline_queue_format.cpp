@@ -1,5 +1,7 @@
 #include "telemetry/offline_queue_format.hpp"
 
+#include <sodium.h>
+
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -38,13 +40,26 @@ std::string replacingUnsafeCharacters(std::string_view text) {
   return replaced;
 }
 
+// "t" and the hexadecimal BLAKE2b-128 digest of the token: the same token
+// names the same queue in every process, and the name tells nothing of it.
+std::string tokenDigestName(std::string_view token) {
+  [[maybe_unused]] static const int ready = sodium_init();  // once per process; safe to race
+  std::array<unsigned char, 16> digest{};
+  crypto_generichash(digest.data(), digest.size(), reinterpret_cast<const unsigned char*>(token.data()), token.size(),
+                     nullptr, 0);
+  std::array<char, 2 * 16 + 1> hex{};
+  sodium_bin2hex(hex.data(), hex.size(), digest.data(), digest.size());
+  return "t" + std::string(hex.data());
+}
+
 }  // namespace
 
 std::string storageNamespace(KivAnalyticsStage stage, std::string_view clientId, std::string_view mobileToken,
                              std::string_view sdkName) {
-  static_cast<void>(mobileToken);
-  return std::string(kNamespacePrefix) + std::string(rawValue(stage)) + "_" + replacingUnsafeCharacters(clientId) +
-         "_" + replacingUnsafeCharacters(sdkName);
+  const bool clientIsToken = !mobileToken.empty() && clientId == mobileToken;
+  return std::string(kNamespacePrefix) + std::string(rawValue(stage)) + "_" +
+         (clientIsToken ? tokenDigestName(mobileToken) : replacingUnsafeCharacters(clientId)) + "_" +
+         replacingUnsafeCharacters(sdkName);
 }
 
 std::string storedForm(const QueuedEvent& event) {

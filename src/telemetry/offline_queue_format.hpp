@@ -38,7 +38,10 @@ inline constexpr std::string_view queueSessionKey = "kiv_analytics_queue_session
 
 // "kiv_analytics_queue_<stage>_<client>_<sdk>", with every character outside
 // [A-Za-z0-9_.-] of the client id and the SDK name replaced by "_", so that
-// queues of different stages, clients and SDKs never mix.
+// queues of different stages, clients and SDKs never mix. Service names are
+// stored in clear, so a client id that is the mobile token itself (a token
+// without an issuer) is never written: "t" and 32 hexadecimal digits of a
+// digest of the token stand in for it.
 std::string storageNamespace(KivAnalyticsStage stage, std::string_view clientId, std::string_view mobileToken,
                              std::string_view sdkName);
 

@@ -8,7 +8,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include "kiv/face_liveness_lite.h"
+#include "kiv/testing/face_liveness_lite_testing.h"
 #include "test_sandbox.h"
 
 static int failures = 0;

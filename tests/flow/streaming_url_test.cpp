@@ -5,9 +5,6 @@
 #include <optional>
 #include <string>
 
-#include "support/mobile_token.hpp"
-#include "support/test_platform.hpp"
-
 namespace kiv {
 namespace {
 
@@ -36,16 +33,6 @@ INSTANTIATE_TEST_SUITE_P(
                       // Only a blank counts; other inner white space is left for the URL check.
                       LocationCase{"InnerTab", "eu\twest", "wss://eu\twest/ws"}),
     [](const auto& testInfo) { return testInfo.param.name; });
-
-class MobileTokenLocation : public testing::PlatformTest {};
-
-TEST_F(MobileTokenLocation, ComesFromTheTokensSupplierServiceLocation) {
-  const std::string token =
-      testing::mobileToken(R"({"extraSettings":{"liveness":{"supplier":{"name":"iproov","product":"liveness",)"
-                           R"("serviceLocation":" eu.capture.example "}}}})");
-  EXPECT_EQ(streamingURLForMobileToken(token), "wss://eu.capture.example/ws");
-  EXPECT_EQ(streamingURLForMobileToken("not-a-token"), kDefault);
-}
 
 }  // namespace
 }  // namespace kiv

@@ -1,19 +1,22 @@
 #include <gtest/gtest.h>
 #include <gtk/gtk.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "gtk/gtk_support.hpp"
-#include "kiv/platform/capture/simulated_capture_vendor.hpp"
+#include "kiv/testing/simulated_capture_vendor.hpp"
 #include "kiv/platform/gtk/capture_screen.hpp"
 #include "kiv/platform/gtk/glib_main_queue.hpp"
 #include "kiv/platform/gtk/gtk_view_toolkit.hpp"
+#include "kiv/platform/gtk/portal_camera_authorization.hpp"
 #include "kiv/platform/platform.hpp"
 #include "platform/gtk/gtk_view.hpp"
 #include "platform/view_toolkit_contract.hpp"
+#include "support/child_process.hpp"
 
 namespace kiv::testing {
 
@@ -149,6 +152,7 @@ class RootPresenter final : public IProovPresentationDelegate {
  public:
   explicit RootPresenter(std::shared_ptr<ViewController> root) : root_(std::move(root)) {}
   void present(std::shared_ptr<ViewController> controller, Task completion) override {
+    controller->setModalPresentationStyle(ModalPresentationStyle::fullScreen);
     root_->present(std::move(controller), false, std::move(completion));
   }
   void dismiss(std::shared_ptr<ViewController> controller, Task completion) override {
@@ -196,6 +200,24 @@ TEST(CaptureScreenTest, CloseCancelsAsThePersonOnceAndTakesTheScreenDown) {
   ASSERT_TRUE(runUntil([&] { return gtk.root()->presentedViewController() == nullptr; }));
   EXPECT_EQ(presenter->dismissals, 1);
   EXPECT_EQ(heard.size(), 2u) << "the script's success never comes after the person closed";
+}
+
+// --- The desktop camera prompt
+
+// A kiosk has no session bus or portal: the video devices decide, as they do
+// for the headless bundle.
+TEST(PortalCameraTest, WithoutAPortalTheVideoDevicesDecide) {
+  TestPlatform platform;
+  TemporaryDirectory devices;
+  auto camera = gtk::makePortalCameraAuthorization(nullptr, devices.path());
+  EXPECT_EQ(camera->status(), CameraAuthorizationStatus::restricted);
+  std::atomic<int> answer{-1};
+  camera->requestAccess([&](bool granted) {
+    answer = granted;
+    g_main_context_wakeup(nullptr);
+  });
+  ASSERT_TRUE(runUntil([&] { return answer >= 0; }));
+  EXPECT_EQ(answer, 0);
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 // The screens a person looks at, compared with PNGs under tests/gtk/screens
-// that were checked by eye: `kivfll preview` of two looks, and the capture
-// screen in the vendor's default look (the line-drawing filter). Drawing is
+// that were checked by eye: `kivfll preview` of two looks (tests/gtk/looks,
+// with tick.gif, a tick in a green disc in three frames, in the GIF
+// overlay), and the capture screen in the vendor's default look (the
+// line-drawing filter). Drawing is
 // Cairo's, so pixels agree up to a small tolerance for antialiasing.
 //
 // After a change to what is drawn, KIV_UPDATE_SCREENS=1 writes the new PNGs
@@ -12,6 +14,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "platform/gtk/capture_screen.hpp"
 #include "support/child_process.hpp"
@@ -59,11 +62,11 @@ void expectReviewed(const std::filesystem::path& made, const std::string& review
 
 TEST(ScreensTest, PreviewsOfTwoLooksDifferOnlyOnTheCaptureScreen) {
   TemporaryDirectory out;
-  for (const char* look : {"bank", "studio"}) {
-    const auto end = runToEnd(KIVFLL_PROGRAM,
-                              {"preview", "--customization", (kData / "looks" / (std::string(look) + ".json")).string(),
-                               "--out", (out.path() / look).string()},
-                              60);
+  for (const std::string look : {"bank", "studio"}) {
+    std::vector<std::string> arguments{"preview", "--customization", (kData / "looks" / (look + ".json")).string(),
+                                       "--out", (out.path() / look).string()};
+    if (look == "bank") arguments.insert(arguments.end(), {"--gif", (kData / "looks" / "tick.gif").string()});
+    const auto end = runToEnd(KIVFLL_PROGRAM, arguments, 60);
     ASSERT_EQ(end.exitCode, 0) << look << ": " << end.errors;
     for (const char* screen : {"capture-connected", "capture-processing"}) {
       expectReviewed(out.path() / look / (std::string(screen) + ".png"), std::string(look) + "-" + screen + ".png");
@@ -72,6 +75,7 @@ TEST(ScreensTest, PreviewsOfTwoLooksDifferOnlyOnTheCaptureScreen) {
   EXPECT_LE(differingPixels(out.path() / "bank" / "loading.png", out.path() / "studio" / "loading.png"), kTolerance)
       << "the loading view is the SDK's own, whatever the look";
   expectReviewed(out.path() / "bank" / "loading.png", "loading.png");
+  expectReviewed(out.path() / "bank" / "gif-overlay.png", "bank-gif-overlay.png");
   EXPECT_GT(
       differingPixels(out.path() / "bank" / "capture-connected.png", out.path() / "studio" / "capture-connected.png"),
       0.3);

@@ -6,14 +6,8 @@
 //
 // KIV_RELIABILITY_RUNS=n kills 10 n times (default n = 5); KIV_RELIABILITY_SEED
 // replays the kill moments of an earlier run.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <spawn.h>
 #include <sqlite3.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
@@ -26,11 +20,9 @@
 
 #include "kiv/platform/secure_store.hpp"
 #include "platform/secure_store/store_database.hpp"
-#include "support/child_process.hpp"
 #include "support/programs.hpp"
+#include "support/running_child.hpp"
 #include "support/written_values.hpp"
-
-extern char** environ;
 
 namespace kiv {
 namespace {
@@ -53,73 +45,28 @@ std::uint32_t reliabilitySeed() {
 
 // What one writer did before it was killed.
 struct KilledWriter {
-  bool started = false;     // its first write began within the bound
-  bool endedAlone = false;  // it ended before the kill (it never should)
-  int status = 0;
+  bool started = false;  // its first write began within the bound
+  int exitSignal = 0;    // SIGKILL, unless it ended by itself (it never should)
   std::uint64_t writesBegun = 0;
 };
 
-// Starts the writer, lets it begin its first write, waits `killAfter` more
-// (reading its progress all along) and kills it with SIGKILL.
+// Starts the writer, lets it begin its first write, lets it go on `killAfter`
+// milliseconds more and kills it with SIGKILL. It prints a line as each
+// write begins.
 KilledWriter runAndKill(const fs::path& directory, std::uint64_t firstGeneration, int killAfter) {
+  testing::RunningChild child(testing::programPath("store_writer"),
+                              {directory.string(), std::to_string(firstGeneration), std::to_string(kKeys)});
   KilledWriter writer;
-  int out[2] = {-1, -1};
-  if (pipe2(out, O_CLOEXEC) != 0) return writer;
-  const std::string program = testing::programPath("store_writer");
-  const std::string dir = directory.string(), first = std::to_string(firstGeneration), keys = std::to_string(kKeys);
-  char* argv[] = {const_cast<char*>(program.c_str()), const_cast<char*>(dir.c_str()), const_cast<char*>(first.c_str()),
-                  const_cast<char*>(keys.c_str()), nullptr};
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-  pid_t pid = 0;
-  const bool spawned = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv, environ) == 0;
-  posix_spawn_file_actions_destroy(&actions);
-  close(out[1]);
-  if (!spawned) {
-    close(out[0]);
-    return writer;
+  writer.started = child.readLine(kStartBound).has_value();
+  writer.writesBegun = writer.started ? 1 : 0;
+  const double deadline = testing::monotonicSeconds() + killAfter / 1000.0;
+  for (double left; writer.started && (left = deadline - testing::monotonicSeconds()) > 0;) {
+    if (child.readLine(left)) ++writer.writesBegun;
   }
-
-  const int process = static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
-  auto readProgress = [&](double boundSeconds) {
-    // Returns once the bound passed or the child ended; counts progress bytes.
-    const double deadline = testing::monotonicSeconds() + boundSeconds;
-    pollfd waits[2] = {{out[0], POLLIN, 0}, {process, POLLIN, 0}};
-    for (;;) {
-      const double left = deadline - testing::monotonicSeconds();
-      if (left <= 0 || (waits[0].fd < 0 && waits[1].fd < 0)) return;
-      if (writer.started == false && writer.writesBegun > 0) {
-        writer.started = true;
-        return;
-      }
-      if (poll(waits, 2, static_cast<int>(left * 1000)) <= 0) continue;
-      if (waits[1].revents) {
-        writer.endedAlone = true;
-        waits[1].fd = -1;
-      }
-      if (waits[0].revents) {
-        char chunk[4096];
-        const ssize_t n = read(out[0], chunk, sizeof chunk);
-        if (n > 0) {
-          writer.writesBegun += static_cast<std::uint64_t>(n);
-        } else {
-          waits[0].fd = -1;
-        }
-      }
-    }
-  };
-  readProgress(kStartBound);
-  if (writer.started) readProgress(killAfter / 1000.0);
-  kill(pid, SIGKILL);
-  int status = 0;
-  waitpid(pid, &status, 0);
-  writer.status = status;
-  // Bytes written just before the kill are still in the pipe.
-  char chunk[4096];
-  for (ssize_t n; (n = read(out[0], chunk, sizeof chunk)) > 0;) writer.writesBegun += static_cast<std::uint64_t>(n);
-  close(out[0]);
-  close(process);
+  child.signal(SIGKILL);
+  const auto end = child.wait();
+  writer.exitSignal = end.exitSignal;
+  writer.writesBegun += static_cast<std::uint64_t>(std::ranges::count(end.output, '\n'));  // still in the pipe
   return writer;
 }
 
@@ -162,8 +109,7 @@ TEST(SecureStoreKillSlowTest, KilledWritesLeaveEachItemWholeOldOrNew) {
     const std::uint64_t first = static_cast<std::uint64_t>(run + 1) << 32;
     const KilledWriter writer = runAndKill(scratch.path(), first, killAfter(random));
     ASSERT_TRUE(writer.started) << "the writer never began a write";
-    ASSERT_FALSE(writer.endedAlone && !(WIFSIGNALED(writer.status) && WTERMSIG(writer.status) == SIGKILL))
-        << "the writer ended by itself, status " << writer.status;
+    ASSERT_EQ(writer.exitSignal, SIGKILL) << "the writer ended by itself";
     totalWrites += writer.writesBegun;
 
     // The store opens on its first operation: a writer killed before its

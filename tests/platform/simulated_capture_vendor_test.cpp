@@ -1,4 +1,4 @@
-#include "kiv/platform/capture/simulated_capture_vendor.hpp"
+#include "kiv/testing/simulated_capture_vendor.hpp"
 
 #include <gtest/gtest.h>
 

@@ -4,8 +4,8 @@
 //
 // Write i (from 0) puts writtenValue(i % keys, first generation + i) under
 // the account writtenAccount(i % keys), adding the item when it is missing.
-// Just before write i starts it writes one byte to standard output, so the
-// one who kills it knows how many writes had begun. Exits 1 when the store
+// Just before write i starts it writes a line break to standard output, so
+// the one who kills it knows how many writes had begun. Exits 1 when the store
 // refuses a write, 2 on bad arguments; otherwise it never ends by itself.
 #include <unistd.h>
 
@@ -21,7 +21,7 @@ int main(int argc, char** argv) {
   const std::uint64_t first = std::stoull(argv[2]);
   const int keys = std::stoi(argv[3]);
   if (keys <= 0) return 2;
-  const char started = 'w';
+  const char started = '\n';
   for (std::uint64_t i = 0;; ++i) {
     const int key = static_cast<int>(i % static_cast<std::uint64_t>(keys));
     const std::string account = kiv::testing::writtenAccount(key);

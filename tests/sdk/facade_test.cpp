@@ -15,7 +15,7 @@
 #include "base/state_manager.hpp"
 #include "kiv/backend.hpp"
 #include "kiv/face_liveness_lite_sdk.hpp"
-#include "kiv/platform/capture/simulated_capture_vendor.hpp"
+#include "kiv/testing/simulated_capture_vendor.hpp"
 #include "kiv/platform/ui/view_toolkit.hpp"
 #include "kiv/platform/user_defaults.hpp"
 #include "platform/camera/fake_camera_authorization.hpp"

@@ -5,14 +5,43 @@
 
 #include "kiv/environment.hpp"
 #include "kiv/error_types.hpp"
+#include "kiv/log_level.hpp"
+#include "kiv/platform/camera_authorization.hpp"
+#include "kiv/platform/capture/options.hpp"
+#include "kiv/platform/capture/status.hpp"
 #include "kiv/results.hpp"
 #include "support/wire_values.hpp"
+#include "telemetry/analytics_vocabulary.hpp"
+#include "telemetry/crash_report_sender.hpp"
 
 namespace kiv {
 namespace {
 
 using testing::rawValues;
 using testing::words;
+
+// Each case of each raw-representable enumeration has a raw value of its own
+// that reads back as that case: a repeated row or raw value fails the build.
+template <typename... E>
+constexpr bool eachCaseRoundTrips() {
+  return ([] {
+    const auto cases = allCases<E>();
+    for (std::size_t i = 0; i < cases.size(); ++i) {
+      if (fromRawValue<E>(rawValue(cases[i])) != cases[i]) return false;
+      for (std::size_t j = 0; j < i; ++j) {
+        if (cases[j] == cases[i]) return false;
+      }
+    }
+    return true;
+  }() && ...);
+}
+static_assert(
+    eachCaseRoundTrips<KivErrorType, KivFailureType, KivEnvironment, KivSdkPlatform, KivLogLevel,
+                       CameraAuthorizationStatus, Options::NaturalFilter::Style, Options::LineDrawingFilter::Style,
+                       Canceler, IProovError::Code, KivAnalyticsPlatform, KivAnalyticsStage, KivAnalyticsEndpoint,
+                       KivAnalyticsResult, KivAnalyticsEventType, KivAnalyticsEventName, CrashReportResult>());
+
+// What a host switches on.
 
 TEST(Vocabulary, ErrorAndFailureTypesHaveTheirWireValuesInDeclarationOrder) {
   EXPECT_EQ(rawValues<KivErrorType>(),

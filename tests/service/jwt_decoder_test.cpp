@@ -68,18 +68,14 @@ TEST(JWTDecoderBase64, PadsSegmentsToAQuantumAndMapsTheUrlAlphabet) {
 }
 
 // The supplier is read strictly (both names, text values) and silently; the
-// token needs exactly three pieces once empty ones are dropped.
+// token's pieces are found as for the issuer.
 TEST_F(JWTDecoderTest, ServiceLocationReadsTheSupplierStrictlyAndSilently) {
   using namespace std::string_literals;
   const std::string supplier = R"({"extraSettings":{"liveness":{"supplier":{"name":"iproov","product":"liveness")";
-  const std::string payload = base64Url(supplier + R"(,"serviceLocation":"h"}}}})");
   EXPECT_EQ(
       KivJWTDecoder::serviceLocation(token(R"({"x":1,"extraSettings":{"liveness":{"supplier":{"name":"iproov",)"
                                            R"("product":"liveness","serviceLocation":"eu.rp.example"},"y":2}}})")),
       "eu.rp.example");
-  EXPECT_EQ(KivJWTDecoder::serviceLocation(".h.." + payload + ".s."), "h");
-  EXPECT_EQ(KivJWTDecoder::serviceLocation("h." + payload), std::nullopt);
-  EXPECT_EQ(KivJWTDecoder::serviceLocation("h." + payload + ".s.x"), std::nullopt);
   for (const std::string& bad :
        {supplier + "}}}}", supplier + R"(,"serviceLocation":7}}}})",
         R"({"extraSettings":{"liveness":{"supplier":{"name":"iproov","serviceLocation":"h"}}}})"s,
@@ -90,17 +86,6 @@ TEST_F(JWTDecoderTest, ServiceLocationReadsTheSupplierStrictlyAndSilently) {
     EXPECT_EQ(KivJWTDecoder::serviceLocation(token(bad)), std::nullopt) << bad;
   }
   EXPECT_TRUE(consoleLines().empty());
-}
-
-// A token is host input: a payload nested far beyond the parse bound (27 KB,
-// 10,000 levels) reads as unparsable instead of exhausting the stack.
-TEST_F(JWTDecoderTest, DeeplyNestedPayloadIsUnparsableNotACrash) {
-  std::string nested;
-  for (int i = 0; i < 10'000; ++i) nested += R"({"a":)";
-  const std::string deep = token(R"({"iss":"c","extraSettings":)" + nested + "1" + std::string(10'001, '}'));
-  EXPECT_EQ(KivJWTDecoder::serviceLocation(deep), std::nullopt);
-  EXPECT_EQ(KivJWTDecoder::issuer(deep), std::nullopt);
-  EXPECT_EQ(consoleLines(), std::vector<std::string>{R"("Failed to parse JSON payload")"});
 }
 
 }  // namespace

@@ -1,18 +1,11 @@
 #include "support/test_platform.hpp"
 
-#include "kiv/platform/capture/simulated_capture_vendor.hpp"
+#include "base/process_state.hpp"
 #include "kiv/platform/notification_center.hpp"
-#include "platform/camera/fake_camera_authorization.hpp"
-#include "platform/crash/fake_crash_primitives.hpp"
 #include "platform/defaults/memory_user_defaults.hpp"
-#include "platform/device/fixed_device_identity.hpp"
 #include "platform/dispatch/manual_task_pool.hpp"
 #include "platform/dispatch/thread_task_pool.hpp"
 #include "platform/http/curl_http_session.hpp"
-#include "platform/integrity/fake_device_integrity.hpp"
-#include "platform/path_monitor/fake_path_monitor.hpp"
-#include "base/process_state.hpp"
-#include "platform/secure_store/memory_secure_store.hpp"
 #include "platform/ui/fake_font_lookup.hpp"
 #include "platform/ui/headless_view_toolkit.hpp"
 #include "telemetry/bff_analytics.hpp"
@@ -34,17 +27,17 @@ TestPlatform::TestPlatform(Pool kind)
   bundle_.taskPool = pool;
   bundle_.console = console;
   // The deterministic fake of every other service, one line each.
-  bundle_.secureStore = std::make_shared<MemorySecureStore>();
+  bundle_.secureStore = store;
   bundle_.defaults = std::make_shared<MemoryUserDefaults>();
-  bundle_.device = std::make_shared<FixedDeviceIdentity>();
-  bundle_.http = std::make_shared<CurlHttpSessionFactory>();         // wire tests talk to a RecordingHttpServer
-  bundle_.pathMonitor = std::make_shared<FakePathMonitorFactory>();  // offline until a test flips it
+  bundle_.device = device;
+  bundle_.http = std::make_shared<CurlHttpSessionFactory>();  // wire tests talk to a RecordingHttpServer
+  bundle_.pathMonitor = network;                              // offline until a test flips it
   bundle_.ui =
       std::make_shared<HeadlessViewToolkit>(std::make_shared<FakeFontLookup>(FakeFontLookup::Families{"Avenir Next"}));
-  bundle_.capture = std::make_shared<SimulatedCaptureVendor>();
-  bundle_.crash = std::make_shared<FakeCrashPrimitives>();
-  bundle_.integrity = std::make_shared<FakeDeviceIntegrity>();   // clean until a test says otherwise
-  bundle_.camera = std::make_shared<FakeCameraAuthorization>();  // authorized until a test says otherwise
+  bundle_.capture = capture;
+  bundle_.crash = crash;
+  bundle_.integrity = integrity;  // clean until a test says otherwise
+  bundle_.camera = camera;        // authorized until a test says otherwise
   bundle_.notifications = makeMainQueueNotificationCenter();
   install();
 }

@@ -7,6 +7,8 @@
 //   class MyTest : public kiv::testing::PlatformTest {};
 //   TEST_F(MyTest, Something) { loop().advance(3.0); EXPECT_EQ(consoleLines(), ...); }
 //
+// The fakes are reached typed: fakeCapture().setScript(...), fakeStore().items().
+//
 // The pool is a real one of four threads unless the test asks for the
 // manual pool (ManualPoolPlatformTest, or TestPlatform(Pool::manual)): its
 // tasks and serial queues then run on the manual loop, in posting order,
@@ -25,10 +27,17 @@
 #include <string>
 #include <vector>
 
+#include "kiv/testing/simulated_capture_vendor.hpp"
 #include "kiv/platform/platform.hpp"
+#include "platform/camera/fake_camera_authorization.hpp"
 #include "platform/console/capturing_console.hpp"
+#include "platform/crash/fake_crash_primitives.hpp"
+#include "platform/device/fixed_device_identity.hpp"
 #include "platform/dispatch/fake_clock.hpp"
 #include "platform/dispatch/manual_main_loop.hpp"
+#include "platform/integrity/fake_device_integrity.hpp"
+#include "platform/path_monitor/fake_path_monitor.hpp"
+#include "platform/secure_store/memory_secure_store.hpp"
 
 namespace kiv::testing {
 
@@ -52,6 +61,15 @@ class TestPlatform {
   std::shared_ptr<ManualMainLoop> loop;
   std::shared_ptr<CapturingConsole> console;
   std::shared_ptr<TaskPool> pool;
+  // The fakes installed with the bundle, typed; a test that puts another
+  // service in bundle() holds that one itself.
+  std::shared_ptr<MemorySecureStore> store = std::make_shared<MemorySecureStore>();
+  std::shared_ptr<FixedDeviceIdentity> device = std::make_shared<FixedDeviceIdentity>();
+  std::shared_ptr<FakePathMonitorFactory> network = std::make_shared<FakePathMonitorFactory>();
+  std::shared_ptr<SimulatedCaptureVendor> capture = std::make_shared<SimulatedCaptureVendor>();
+  std::shared_ptr<FakeCrashPrimitives> crash = std::make_shared<FakeCrashPrimitives>();
+  std::shared_ptr<FakeDeviceIntegrity> integrity = std::make_shared<FakeDeviceIntegrity>();
+  std::shared_ptr<FakeCameraAuthorization> camera = std::make_shared<FakeCameraAuthorization>();
 
  private:
   Platform bundle_;
@@ -66,6 +84,13 @@ class PlatformTest : public ::testing::Test {
   FakeClock& clock() { return *platform_.clock; }
   std::vector<std::string> consoleLines() { return platform_.console->lines(); }
   TestPlatform& testPlatform() { return platform_; }
+  MemorySecureStore& fakeStore() { return *platform_.store; }
+  FixedDeviceIdentity& fakeDevice() { return *platform_.device; }
+  FakePathMonitorFactory& fakeNetwork() { return *platform_.network; }
+  SimulatedCaptureVendor& fakeCapture() { return *platform_.capture; }
+  FakeCrashPrimitives& fakeCrash() { return *platform_.crash; }
+  FakeDeviceIntegrity& fakeIntegrity() { return *platform_.integrity; }
+  FakeCameraAuthorization& fakeCamera() { return *platform_.camera; }
 
  private:
   TestPlatform platform_;

@@ -336,6 +336,26 @@ TEST_F(BFFAnalyticsTest, QueueLeftByAnEarlierProcessIsLoadedAndResentByTheNext) 
   EXPECT_EQ(storedItem(*analytics, queue_format::queueKey), "[]");
 }
 
+// The facade passes a token without an issuer as the client id. The store
+// seals values but keeps service names in clear: no byte of its files may
+// hold the token.
+TEST_F(BFFAnalyticsTest, AnOpaqueTokenNeverReachesTheStoreInClear) {
+  testing::TemporaryDirectory directory;
+  useStore(makeLinuxSecureStore(directory.path()));
+  server.setAnswer(kTrackPath, Answer::http(500));
+  auto opaque = configuration();
+  opaque.clientId = opaque.mobileToken = "opaque-mobile-token-7f3a";
+  auto analytics = configure(opaque);
+  trackStep(*analytics, "1");
+  ASSERT_EQ(storedSteps(*analytics), Steps{"1"});
+
+  for (const auto& file : std::filesystem::directory_iterator(directory.path())) {
+    std::ifstream in(file.path(), std::ios::binary);
+    const std::string bytes{std::istreambuf_iterator<char>(in), {}};
+    EXPECT_EQ(bytes.find(opaque.mobileToken), std::string::npos) << file.path();
+  }
+}
+
 // Configuring again hands the stored queue to the new client alone: the
 // replaced one, still held elsewhere, neither resends it nor writes over it.
 TEST_F(BFFAnalyticsTest, AReplacedClientNeitherFlushesNorWritesTheQueue) {

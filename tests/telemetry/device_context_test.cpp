@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include "platform/device/fixed_device_identity.hpp"
 #include "support/test_platform.hpp"
 #include "telemetry/context_collector.hpp"
 #include "telemetry/device_info.hpp"
@@ -10,9 +9,7 @@ namespace {
 
 class DeviceContextTest : public testing::PlatformTest {
  protected:
-  void change(const std::function<void(FixedDeviceIdentity::Values&)>& edit) {
-    dynamic_cast<FixedDeviceIdentity&>(*platform()->device).update(edit);
-  }
+  void change(const std::function<void(FixedDeviceIdentity::Values&)>& edit) { fakeDevice().update(edit); }
 };
 
 struct ScreenCase {

@@ -74,15 +74,19 @@ INSTANTIATE_TEST_SUITE_P(Entries, QueueDecodingTest, ::testing::ValuesIn(decodeC
                          [](const auto& test) { return std::string(test.param.name); });
 
 // One "_" per code point outside the safe set, however many bytes it takes.
-TEST(OfflineQueueFormat, NamespaceReplacesEachCharacterOutsideTheSafeSetOnce) {
+// A client id that is the token itself (one without an issuer) is a
+// credential, and service names are stored in clear: its digest names the
+// queue, the same in every version so that a queue left by one is found.
+TEST(OfflineQueueFormat, NamespaceKeepsSafeCharactersAndNeverTheToken) {
   const std::vector<std::pair<std::string, std::string>> cases{{"acme corp/1", "acme_corp_1"},
                                                                {"cafe\u0301", "cafe_"},
                                                                {"a\U0001F600b", "a_b"},
                                                                {"a\xff\xfe"
                                                                 "b",
-                                                                "a__b"}};
+                                                                "a__b"},
+                                                               {"opaque-token", "t7f4861e3c69a56f2c44c612ab2f11cb6"}};
   for (const auto& [clientId, expected] : cases) {
-    EXPECT_EQ(queue_format::storageNamespace(KivAnalyticsStage::prod, clientId, "token", "Sdk 1"),
+    EXPECT_EQ(queue_format::storageNamespace(KivAnalyticsStage::prod, clientId, "opaque-token", "Sdk 1"),
               "kiv_analytics_queue_prod_" + expected + "_Sdk_1");
   }
 }

@@ -11,10 +11,8 @@
 #include <vector>
 
 #include "gif_writer.hpp"
-#include "kiv/gif_overlay_view.hpp"
 #include "kiv/image_helpers.hpp"
 #include "support/child_process.hpp"
-#include "support/test_platform.hpp"
 #include "ui/still_image_decoder.hpp"
 
 namespace kiv {
@@ -228,18 +226,6 @@ TEST_F(BundleTest, NamedGifIsTheBundlesGifResource) {
   EXPECT_DOUBLE_EQ(image->duration(), 0.15);
   EXPECT_FALSE(gifImage("missing", *bundle_));
   EXPECT_FALSE(gifImage("other", *bundle_));
-}
-
-class GifOverlayViewTest : public testing::PlatformTest {};
-
-TEST_F(GifOverlayViewTest, ClearOverlayKeepsAnAspectFitImageViewCentredAt100Points) {
-  const auto overlay = KivGifOverlayView::make(Rect::make(0, 0, 300, 500));
-  ASSERT_TRUE(overlay->view()->backgroundColor());
-  EXPECT_EQ(*overlay->view()->backgroundColor(), *Color::clear());
-  EXPECT_EQ(overlay->imageView()->contentMode(), ContentMode::scaleAspectFit);
-  EXPECT_EQ(overlay->imageView()->frame(), Rect::make(100, 200, 100, 100));
-  overlay->view()->setFrame(Rect::make(0, 0, 200, 200));
-  EXPECT_EQ(overlay->imageView()->frame(), Rect::make(50, 50, 100, 100));
 }
 
 }  // namespace

@@ -6,10 +6,9 @@
 //     camera->requestAccess([](bool granted) { /* on any thread */ });
 //   }
 //
-// A host that decides itself (the command-line host, a kiosk) installs a
-// fixed answer:
-//
-//   bundle.camera = std::make_shared<kiv::FixedCameraAuthorization>(kiv::CameraAuthorizationStatus::authorized);
+// A host bridges its own prompt by implementing this interface; a host's
+// tests (and the command-line host) install the fixed answer of
+// kiv/testing/fixed_camera_authorization.hpp.
 #pragma once
 
 #include <array>
@@ -46,21 +45,6 @@ class CameraAuthorization {
   // Asks for access; `completion` runs once, later, on a thread of the
   // implementation's choosing (never inline). Safe from any thread.
   virtual void requestAccess(Completion completion) = 0;
-};
-
-// Always the same status; a request is answered `answerToRequest` from the
-// task pool.
-class FixedCameraAuthorization final : public CameraAuthorization {
- public:
-  explicit FixedCameraAuthorization(CameraAuthorizationStatus status, bool answerToRequest = true)
-      : status_(status), answerToRequest_(answerToRequest) {}
-
-  CameraAuthorizationStatus status() override { return status_; }
-  void requestAccess(Completion completion) override;
-
- private:
-  const CameraAuthorizationStatus status_;
-  const bool answerToRequest_;
 };
 
 // The Linux answer, from the video devices in `deviceDirectory`: authorized

@@ -12,6 +12,7 @@
 // holder has dropped it.
 #pragma once
 
+#include <functional>
 #include <memory>
 
 #include "kiv/platform/clock.hpp"
@@ -58,6 +59,13 @@ Platform makeLinuxPlatform();
 
 // Replaces the installed bundle. Safe from any thread.
 void installPlatform(Platform bundle);
+
+// Installs a copy of the installed bundle (the Linux one if nothing was
+// installed yet) with `change` applied, in one step against other installs:
+// for a service that may change after the SDK started (a test's camera
+// answer). `change` runs under the install lock and must not reach the
+// platform itself. Safe from any thread.
+void updatePlatform(const std::function<void(Platform&)>& change);
 
 // The installed bundle (the Linux one if nothing was installed yet).
 std::shared_ptr<const Platform> platform();

@@ -1,4 +1,4 @@
-#include "kiv/platform/camera_authorization.hpp"
+#include "kiv/testing/fixed_camera_authorization.hpp"
 #include "kiv/platform/platform.hpp"
 
 namespace kiv {

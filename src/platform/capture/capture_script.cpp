@@ -1,4 +1,4 @@
-#include "kiv/platform/capture/capture_script.hpp"
+#include "kiv/testing/capture_script.hpp"
 #include "base/text.hpp"
 
 #include <charconv>

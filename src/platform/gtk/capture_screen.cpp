@@ -72,8 +72,10 @@ class Screen final : public std::enable_shared_from_this<Screen> {
   // handed on where the vendor gave it.
   void report(const Status& status) {
     {
+      // After the person closed the screen nothing more; otherwise the
+      // vendor's statuses pass as they come, late ones included.
       std::lock_guard lock(mutex_);
-      if (ended_) return;  // after the person closed the screen, nothing more
+      if (closed_) return;
       if (status.isFinal()) ended_ = true;
     }
     show(stateAfter(status));
@@ -153,8 +155,8 @@ class Screen final : public std::enable_shared_from_this<Screen> {
   void closeAsThePerson() {
     {
       std::lock_guard lock(mutex_);
-      if (ended_) return;
-      ended_ = true;
+      if (ended_ || closed_) return;
+      closed_ = true;
     }
     if (auto run = run_.lock()) run->cancel();
     show(CaptureScreenState{Phase::canceled, 0, {}});
@@ -164,7 +166,8 @@ class Screen final : public std::enable_shared_from_this<Screen> {
   const LookRef look_;  // touched on the main thread only
   const StatusCallback callback_;
   std::mutex mutex_;
-  bool ended_ = false;  // guarded by mutex_
+  bool ended_ = false;   // a final status came; guarded by mutex_
+  bool closed_ = false;  // the person closed the screen; guarded by mutex_
   // Main thread.
   std::weak_ptr<CaptureRun> run_;
   bool attached_ = false;

@@ -167,6 +167,21 @@ void GtkLayer::removeAnimation(std::string_view key) {
 
 std::vector<std::string> GtkLayer::animationKeys() const { return stored_.animationKeys(); }
 
+bool GtkLayer::removeFinished() {
+  std::vector<std::string> finished;
+  for (const auto& [key, begin] : begins_) {
+    auto animation = stored_.animation(key);
+    if (!animation || !animation->isRemovedOnCompletion || animation->duration <= 0) continue;
+    const double repeats = animation->repeatCount > 0 ? animation->repeatCount : 1;
+    if (clock_->now() - begin >= animation->duration * repeats) finished.push_back(key);
+  }
+  for (const auto& key : finished) {
+    stored_.removeAnimation(key);
+    begins_.erase(key);
+  }
+  return !finished.empty();
+}
+
 std::optional<double> GtkLayer::value(std::string_view keyPath) const {
   // The animation added last wins, as the later one would on a phone.
   std::optional<double> value;
@@ -270,6 +285,7 @@ void GtkViewPart::startTicking() {
       widget_,
       [](GtkWidget*, GdkFrameClock*, gpointer data) -> gboolean {
         auto* self = static_cast<GtkViewPart*>(data);
+        self->gtkLayer_.removeFinished();
         if (!self->moving()) {
           self->tick_ = 0;
           return G_SOURCE_REMOVE;

@@ -67,6 +67,9 @@ class GtkLayer final : public Layer {
   // The animated value of `keyPath` now, when an animation drives it.
   std::optional<double> value(std::string_view keyPath) const;
   bool animating() const { return !begins_.empty(); }
+  // Removes the animations that ended and asked to be removed then, as a
+  // phone's layer does. True when one was.
+  bool removeFinished();
 
  private:
   HeadlessLayer& stored_;

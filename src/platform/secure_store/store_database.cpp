@@ -170,7 +170,8 @@ std::optional<fs::path> defaultStoreDirectory() {
   return fs::path(home) / ".local" / "share" / kStoreFolderName;
 }
 
-StoreDatabase::StoreDatabase(std::optional<fs::path> directory) : directory_(std::move(directory)) {}
+StoreDatabase::StoreDatabase(std::optional<fs::path> directory, std::optional<ItemKey> sealingKey)
+    : directory_(std::move(directory)), sealingKey_(std::move(sealingKey)) {}
 
 StoreDatabase::~StoreDatabase() { closeLocked(); }
 
@@ -211,7 +212,7 @@ bool StoreDatabase::openLocked() {
   if (sodium_init() < 0) return false;
   const auto directory = directory_ ? directory_ : defaultStoreDirectory();
   if (!directory || !makeDirectories(*directory)) return false;
-  key_ = loadOrCreateStoreKey(*directory);
+  key_ = sealingKey_ ? sealingKey_ : loadOrCreateStoreKey(*directory);
   if (!key_) return false;
   const fs::path path = *directory / kStoreDatabaseFileName;
   if (!prepareDatabaseFile(path)) return false;

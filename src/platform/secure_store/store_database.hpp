@@ -38,7 +38,10 @@ std::optional<ItemKey> loadOrCreateStoreKey(const std::filesystem::path& directo
 class StoreDatabase {
  public:
   // The default location when `directory` is absent (resolved at opening).
-  explicit StoreDatabase(std::optional<std::filesystem::path> directory);
+  // Items are sealed under `sealingKey` when one is given (a host's keystore
+  // key); the key file beside the database is then neither read nor written.
+  explicit StoreDatabase(std::optional<std::filesystem::path> directory,
+                         std::optional<ItemKey> sealingKey = std::nullopt);
   ~StoreDatabase();
   StoreDatabase(const StoreDatabase&) = delete;
   StoreDatabase& operator=(const StoreDatabase&) = delete;
@@ -64,6 +67,7 @@ class StoreDatabase {
   std::recursive_mutex mutex_;
   bool inTransaction_ = false;
   const std::optional<std::filesystem::path> directory_;
+  const std::optional<ItemKey> sealingKey_;
   sqlite3* db_ = nullptr;
   std::optional<ItemKey> key_;
 };

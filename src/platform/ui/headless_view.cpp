@@ -70,6 +70,7 @@ void HeadlessViewTree::addSubview(View& self, std::shared_ptr<View> subview) {
   child->superview_ = self.weak_from_this();
   state(&self)->subviews_.push_back(subview);
   layout(*subview);
+  state(&self)->subviewsChanged();
 }
 
 void HeadlessViewTree::removeFromSuperview(View& self) {
@@ -77,6 +78,11 @@ void HeadlessViewTree::removeFromSuperview(View& self) {
   state(&self)->superview_.reset();
   if (!parent) return;
   std::erase_if(state(parent.get())->subviews_, [&](const auto& v) { return v.get() == &self; });
+  state(parent.get())->subviewsChanged();
+}
+
+void HeadlessViewTree::tellSuperview(View& view) {
+  if (auto parent = superview(view)) state(parent.get())->subviewsChanged();
 }
 
 std::shared_ptr<View> HeadlessViewTree::superview(const View& self) {
@@ -165,7 +171,9 @@ bool HeadlessViewBase<I>::isHidden() const {
 template <class I>
 void HeadlessViewBase<I>::setHidden(bool hidden) {
   KIV_ASSERT_MAIN_THREAD();
+  if (hidden_ == hidden) return;
   hidden_ = hidden;
+  HeadlessViewTree::tellSuperview(*this);
 }
 
 template <class I>

@@ -29,6 +29,11 @@ class HeadlessViewState {
  public:
   virtual ~HeadlessViewState() = default;
 
+  // Called after a subview was added or removed, or hid or showed itself:
+  // a view that stands for something outside the tree (a host's own
+  // screen) learns what covers it. Nothing to do in memory.
+  virtual void subviewsChanged() {}
+
  protected:
   friend class HeadlessViewTree;
   Rect frame_;
@@ -54,6 +59,8 @@ class HeadlessViewTree {
   static void centerInSuperview(View& self, std::optional<Size> size);
   // Places `view` in its superview when it is centred there.
   static void layout(View& view);
+  // Tells the superview of `view`, if any, that its subviews changed.
+  static void tellSuperview(View& view);
 };
 
 // The View operations over HeadlessViewState, for any View interface.

@@ -1,8 +1,9 @@
 // The runtime behind IProov::launch: the platform service Platform::capture.
 //
-// On a phone a host installs one that drives the vendor's real framework;
-// the Linux bundle and the tests install a simulated vendor that plays a
-// script (src/platform/capture/simulated_capture_vendor.hpp).
+// On a phone a host installs one that drives the vendor's real framework
+// (from C, through the vendor hooks of kiv/face_liveness_lite.h); the Linux
+// bundle has none, and tests install the simulated vendor that plays a
+// script (kiv/testing/simulated_capture_vendor.hpp).
 //
 // What every runtime promises, as the vendor's framework does:
 // - launch() returns at once; the capture runs on the runtime's own threads.

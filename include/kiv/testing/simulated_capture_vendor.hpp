@@ -1,6 +1,6 @@
 // A capture vendor that plays a script instead of running a camera: the
-// vendor of the Linux bundle (the command-line host scripts it) and of the
-// tests.
+// vendor of the command-line host (which scripts it) and of tests, a host's
+// own among them. Part of kivfll_testing, never of the shipped library.
 //
 // Each launch plays the script set at that moment (see capture_script.hpp),
 // the way the vendor's framework would run one capture:
@@ -34,7 +34,7 @@
 #include <vector>
 
 #include "kiv/platform/capture/capture_vendor.hpp"
-#include "kiv/platform/capture/capture_script.hpp"
+#include "kiv/testing/capture_script.hpp"
 
 namespace kiv {
 
