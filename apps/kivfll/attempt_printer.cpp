@@ -7,6 +7,8 @@
 #include <cmath>
 #include <string_view>
 
+#include "terminal_text.hpp"
+
 namespace kiv::cli {
 namespace {
 
@@ -61,9 +63,9 @@ std::string Outcome::summary() const {
     case Kind::success:
       return "success";
     case Kind::failure:
-      return "failure " + type + ": " + description;
+      return "failure " + terminalSafe(type) + ": " + terminalSafe(description);
     case Kind::error:
-      return "error " + type + ": " + description;
+      return "error " + terminalSafe(type) + ": " + terminalSafe(description);
     case Kind::cancelled:
       return "cancelled";
   }
@@ -167,7 +169,9 @@ void AttemptPrinter::finish(Outcome outcome, const nlohmann::ordered_json& call)
 
 void AttemptPrinter::line(const std::string& text) {
   endRedraw();
-  std::fputs(text.c_str(), out_);
+  // The JSON form escapes by itself; a human line carries the backend's and
+  // the vendor's texts as they came.
+  std::fputs((form_ == Form::json ? text : terminalSafe(text)).c_str(), out_);
   std::fputc('\n', out_);
   std::fflush(out_);
 }

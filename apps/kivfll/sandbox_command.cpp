@@ -13,6 +13,7 @@
 #include <string>
 
 #include "commands.hpp"
+#include "terminal_text.hpp"
 #include "sandbox/sandbox_server.hpp"
 
 namespace kiv::cli {
@@ -38,12 +39,13 @@ class LineWriter {
   std::mutex mutex_;
 };
 
+// Method, path and query are the client's own bytes.
 std::string describe(const sandbox::SandboxRequest& request) {
   std::string line = "[" + std::to_string(request.id) + "] " + request.method + " " + request.path;
   if (!request.query.empty()) line += "?" + request.query;
   line += " -> " + (request.status ? std::to_string(*request.status) : std::string("no answer"));
   if (!request.outcome.empty()) line += " (" + request.outcome + ")";
-  return line;
+  return terminalSafe(line);
 }
 
 ExitStatus runSandbox(const SandboxArguments& arguments) {
@@ -59,7 +61,13 @@ ExitStatus runSandbox(const SandboxArguments& arguments) {
   sandbox::SandboxOptions options{
       .port = arguments.port,
       .onRequest = [&writer](const sandbox::SandboxRequest& request) { writer.write(describe(request)); }};
-  if (arguments.database) options.database = *arguments.database;
+  if (arguments.database) {
+    if (arguments.database->empty()) {
+      std::cerr << "kivfll sandbox: --db: the file name is empty\n";
+      return ExitStatus::usage;
+    }
+    options.database = *arguments.database;
+  }
   auto sandbox = sandbox::SandboxServer::start(std::move(options));
   if (!sandbox) {
     std::cerr << "kivfll sandbox: " << sandbox.error() << "\n";

@@ -82,7 +82,8 @@ class Statement {
 std::string headersJson(const std::vector<std::pair<std::string, std::string>>& headers) {
   auto list = nlohmann::json::array();
   for (const auto& [name, value] : headers) list.push_back({name, value});
-  return list.dump();
+  // A Latin-1 header value is stored with its odd bytes replaced.
+  return list.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
 std::vector<std::pair<std::string, std::string>> headersFrom(const std::string& text) {
@@ -121,7 +122,10 @@ std::optional<std::string> SandboxRequest::header(std::string_view name) const {
 std::expected<std::unique_ptr<RequestLog>, std::string> RequestLog::open(
     const std::optional<std::filesystem::path>& file) {
   sqlite3* db = nullptr;
-  const std::string name = file ? file->string() : ":memory:";
+  if (file && file->empty()) return std::unexpected(std::string("cannot open the request log: no file name"));
+  // Absolute, the name is always a file's: never ":memory:" nor an SQLite
+  // URI such as "file:log?mode=memory".
+  const std::string name = file ? std::filesystem::absolute(*file).string() : ":memory:";
   // The server's workers share the one connection behind the log's mutex.
   const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX;
   if (sqlite3_open_v2(name.c_str(), &db, flags, nullptr) != SQLITE_OK) {

@@ -57,8 +57,9 @@ struct SessionRecord {
 
 class RequestLog {
  public:
-  // `file` absent: an in-memory database. Otherwise the file is created when
-  // missing and its earlier records are kept.
+  // `file` absent: an in-memory database. Otherwise the file of that name
+  // (never read as an SQLite URI) is created when missing and its earlier
+  // records are kept; an empty name is refused.
   static std::expected<std::unique_ptr<RequestLog>, std::string> open(const std::optional<std::filesystem::path>& file);
   ~RequestLog();
   RequestLog(const RequestLog&) = delete;

@@ -33,7 +33,12 @@ struct Answer {
   std::string outcome;
 };
 
-std::string messageBody(std::string_view message) { return Json{{"message", message}}.dump(); }
+// A client's bytes (a path, a header, a body) need not be UTF-8; what the
+// sandbox writes back of them has the invalid bytes replaced, so that one odd
+// request never stops the answers or the listing.
+std::string dumped(const Json& value) { return value.dump(-1, ' ', false, Json::error_handler_t::replace); }
+
+std::string messageBody(std::string_view message) { return dumped(Json{{"message", message}}); }
 
 Answer refusal(int status, std::string_view message, std::string outcome) {
   return {.status = status, .body = messageBody(message), .outcome = std::move(outcome)};
@@ -240,7 +245,7 @@ void SandboxServer::serveControl(const httplib::Request& request, httplib::Respo
   const std::string_view what = std::string_view(request.path).substr(kControlPrefix.size());
   const auto reply = [&](int status, const Json& body) {
     response.status = status;
-    response.set_content(body.dump(), kJsonType);
+    response.set_content(dumped(body), kJsonType);
   };
 
   if (what == "requests" && request.method == "GET") {

@@ -89,12 +89,17 @@ bool KivFaceLivenessLiteViewModel::storeCredentials(const std::string& mobileTok
   mobileToken_ = mobileToken;
   try {
     auto keychain = KivKeyChainManager::shared();
-    // One synced commit instead of four: this is on the way to the capture.
-    const bool committed = keychain->writeTogether([&] {
-      clearCredentials();
-      keychain->save(kKivSDKService, kMobileTokenKey, asBytes(mobileToken), /*update=*/true);
-      keychain->save(kKivSDKService, kPersonIdKey, asBytes(personId), /*update=*/true);
-    });
+    // One commit instead of four, and no wait for the disk: this is on the
+    // main thread on the way to the capture, and the items are deleted when
+    // the run ends, so a power cut can take nothing from them that matters.
+    // A failed write still fails the commit.
+    const bool committed = keychain->writeTogether(
+        [&] {
+          clearCredentials();
+          keychain->save(kKivSDKService, kMobileTokenKey, asBytes(mobileToken), /*update=*/true);
+          keychain->save(kKivSDKService, kPersonIdKey, asBytes(personId), /*update=*/true);
+        },
+        CommitDurability::written);
     if (!committed) throw KeychainError::unknown(SecureStoreStatus::ioError);
   } catch (const std::exception&) {
     finishWithError(KivErrorType::unsupportedDevice, std::string(kKeyChainErrorDescription));

@@ -40,7 +40,8 @@ TEST_P(UsageError, Exits64WithAMessageOnStandardError) {
 INSTANTIATE_TEST_SUITE_P(Table, UsageError,
                          ::testing::Values(std::vector<std::string>{}, std::vector<std::string>{"frobnicate"},
                                            std::vector<std::string>{"token"},
-                                           std::vector<std::string>{"sandbox", "--port", "70000"}));
+                                           std::vector<std::string>{"sandbox", "--port", "70000"},
+                                           std::vector<std::string>{"sandbox", "--port", "0", "--db", ""}));
 
 TEST(Kivfll, SandboxServesRecordsAndSignsUntilSigterm) {
   TemporaryDirectory scratch;

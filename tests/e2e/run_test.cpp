@@ -168,6 +168,18 @@ TEST_F(RunTest, ACrashIsReportedByTheNextRun) {
   EXPECT_EQ(json::parse(reports.back().body)->at("properties").value("result", ""), "signal");
 }
 
+TEST_F(RunTest, ABackendsTextReachesTheTerminalEscaped) {
+  // Would retitle the window and clear the screen.
+  fault(R"({"endpoint":"sessions","status":422,"body":"{\"message\":\"\\u001b]2;owned\\u0007\\u001b[2J\"}"})");
+  const auto end = runToEnd(kProgram,
+                            {"run", "--backend", sandbox_->rootURL(), "--token", token_, "--person", "p-1",
+                             "--data-dir", data_.path().string()},
+                            kBoundSeconds);
+  EXPECT_EQ(end.exitCode, 2) << end.errors;
+  EXPECT_EQ(end.output.find('\x1b'), std::string::npos) << end.output;
+  EXPECT_NE(end.output.find(R"(description: "\x1b]2;owned\x07\x1b[2J")"), std::string::npos) << end.output;
+}
+
 TEST_F(RunTest, ABadCommandLineIsAUsageErrorInOneLine) {
   const std::vector<std::string> base{"run", "--token", "t", "--person", "p"};
   for (auto extra : std::vector<std::vector<std::string>>{

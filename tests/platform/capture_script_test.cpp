@@ -101,6 +101,7 @@ INSTANTIATE_TEST_SUITE_P(
                    "success, failure, canceled, error, deliver, dismiss or nodismiss"},
         ScriptCase{"WaitWithAUnit", "wait 2s", R"(step 1 ("wait 2s"): "2s" is not a number of seconds)"},
         ScriptCase{"NegativeWait", "wait -1", R"(step 1 ("wait -1"): "-1": a pause cannot be negative)"},
+        ScriptCase{"WaitLongerThanADay", "wait 1e10", R"(step 1 ("wait 1e10"): "1e10": a pause is at most a day)"},
         ScriptCase{"ProgressAboveOne", "processing 1.5",
                    R"(step 1 ("processing 1.5"): "1.5" is not a progress from 0 to 1)"},
         ScriptCase{"DescriptionBeforeCode", R"(failure "Eyes closed")",

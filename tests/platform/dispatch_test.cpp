@@ -61,6 +61,7 @@ TEST(MainLoop, RunsPostedAndDelayedTasksOnItsThreadUntilStopped) {
   loop.postAfter(
       0.05, [&] { ran.push_back("cancelled"); }, &owner);
   loop.cancelAll(&owner);
+  loop.postAfter(1e10, [&] { ran.push_back("in three centuries"); });  // cut to a century, not overflowed
   loop.postAfter(0.02, [&] {
     ran.push_back("delayed");
     loop.stop();

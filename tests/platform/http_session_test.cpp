@@ -148,14 +148,17 @@ TEST_P(HttpFailureTest, TransportFailureGivesAnErrorAndNoBody) {
 
 INSTANTIATE_TEST_SUITE_P(
     Failures, HttpFailureTest,
-    ::testing::Values(FailureCase{"TimeOut", Answer::http(200).after(60s), HttpErrorCode::timedOut, false, 0.2},
-                      FailureCase{"Dropped", Answer::dropConnection(), HttpErrorCode::networkConnectionLost},
-                      FailureCase{"CutOff", Answer::cutOff(200, "{\"id\"", 100), HttpErrorCode::networkConnectionLost,
-                                  true},
-                      FailureCase{"Refused", "http://127.0.0.1:1/", HttpErrorCode::cannotConnectToHost},
-                      FailureCase{"FileURL", "file:///error", HttpErrorCode::unsupportedURL},
-                      FailureCase{"NoScheme", "error", HttpErrorCode::badURL},
-                      FailureCase{"Blank", "http://exa mple/", HttpErrorCode::badURL}),
+    ::testing::Values(
+        FailureCase{"TimeOut", Answer::http(200).after(60s), HttpErrorCode::timedOut, false, 0.2},
+        FailureCase{"Dropped", Answer::dropConnection(), HttpErrorCode::networkConnectionLost},
+        FailureCase{"CutOff", Answer::cutOff(200, "{\"id\"", 100), HttpErrorCode::networkConnectionLost, true},
+        FailureCase{"TooLarge",
+                    Answer::http(500, std::string(HttpSessionConfiguration{}.maximumResponseBodyBytes + 1, 'x')),
+                    HttpErrorCode::dataLengthExceedsMaximum, true},
+        FailureCase{"Refused", "http://127.0.0.1:1/", HttpErrorCode::cannotConnectToHost},
+        FailureCase{"FileURL", "file:///error", HttpErrorCode::unsupportedURL},
+        FailureCase{"NoScheme", "error", HttpErrorCode::badURL},
+        FailureCase{"Blank", "http://exa mple/", HttpErrorCode::badURL}),
     [](const auto& param) { return param.param.name; });
 
 // The request's time-out is an idle limit: an answer whose bytes keep coming

@@ -167,6 +167,16 @@ TEST_F(ManualVendorTest, CancelInsideTheFinalStatusAsksForOneDismissal) {
   EXPECT_EQ(events(), (Events{"0 present", "0 connected (shown)", "0 success (shown)", "0 dismiss"}));
 }
 
+TEST_F(ManualVendorTest, AFinishedCaptureLeavesNothingBehind) {
+  SimulatedCaptureVendor vendor(CaptureScript::parse("connected; wait 1; success").value());
+  auto held = std::make_shared<int>();
+  const std::weak_ptr<int> watched = held;
+  vendor.launch("wss://eu/ws", "token-1", {}, [held = std::move(held)](const Status&) {});
+  loop().advance(2);
+  EXPECT_TRUE(watched.expired());
+  EXPECT_TRUE(vendor.launches().empty());
+}
+
 struct ScriptCase {
   std::string name;
   std::string script;

@@ -175,9 +175,26 @@ TEST_F(SandboxServerTest, RequestsAreRecordedAndServedBackByPath) {
   EXPECT_EQ(client().Get("/_sandbox/requests?after=x")->status, 400);
 }
 
+TEST_F(SandboxServerTest, RequestsThatAreNotUtf8AreKeptAndListedWithTheBadBytesReplaced) {
+  EXPECT_EQ(client().Post("/bff/%FF", "{}", "application/json")->status, 404);
+  EXPECT_EQ(post("/bff/track-analytics", "{\"event\":\"\xff\"}")->status, 200);
+  EXPECT_EQ(client().Post("/bff/crashlytics", {{"X-Name", "caf\xe9"}}, "{}", "application/json")->status, 200);
+
+  const auto listing = client().Get("/_sandbox/requests");
+  ASSERT_EQ(listing->status, 200);
+  const auto list = json::parse(listing->body).value_or(Json());
+  ASSERT_EQ(list.size(), 3u) << listing->body;
+  EXPECT_EQ(list[0]["path"], "/bff/\uFFFD");
+  EXPECT_EQ(list[1]["body"], "{\"event\":\"\uFFFD\"}");
+  EXPECT_EQ(list[2]["headers"]["X-Name"], "caf\uFFFD");
+}
+
 TEST(RequestLog, FileKeepsItsRecordsAcrossOpenings) {
-  const auto file = std::filesystem::temp_directory_path() / ("kivfll-sandbox-" + std::to_string(::getpid()) + ".db");
+  // A file's name, in the working directory, however much it looks like an
+  // SQLite URI of a database in memory.
+  const std::filesystem::path file("file:kivfll-sandbox-" + std::to_string(::getpid()) + ".db?mode=memory");
   std::filesystem::remove(file);
+  EXPECT_FALSE(RequestLog::open(std::filesystem::path()));
   {
     auto log = RequestLog::open(file);
     ASSERT_TRUE(log) << log.error();

@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include "base/process_state.hpp"
 #include "kiv/backend.hpp"
 #include "platform/http/url.hpp"
-#include "base/process_state.hpp"
 #include "support/test_platform.hpp"
 
 namespace kiv {
@@ -32,8 +32,9 @@ TEST_F(BackendUrlsTest, OverridePointsOneEnvironmentElsewhereUntilReset) {
 
 TEST_F(BackendUrlsTest, TextThatIsNotAnHttpRootChangesNothing) {
   const auto before = backendRootURL(KivEnvironment::beta);
-  for (const auto* text : {"", "backend.example/", "ftp://backend.example/", "wss://eu/ws", "https://back end.example/",
-                           "https://backend.example/?stage=1", "https://backend.example/#top"}) {
+  for (const auto* text :
+       {"", "backend.example/", "ftp://backend.example/", "wss://eu/ws", "https://back end.example/",
+        "https://backend.example/?stage=1", "https://backend.example/#top", "http:///x/", "http:/x/"}) {
     EXPECT_FALSE(setBackendRootURL(KivEnvironment::beta, text)) << text;
   }
   EXPECT_EQ(backendRootURL(KivEnvironment::beta), before);

@@ -34,6 +34,7 @@ TestPlatform::TestPlatform(Pool kind)
   bundle_.pathMonitor = network;                              // offline until a test flips it
   bundle_.ui =
       std::make_shared<HeadlessViewToolkit>(std::make_shared<FakeFontLookup>(FakeFontLookup::Families{"Avenir Next"}));
+  capture->keepLaunches(true);
   bundle_.capture = capture;
   bundle_.crash = crash;
   bundle_.integrity = integrity;  // clean until a test says otherwise

@@ -18,6 +18,7 @@
 //   kiv::DataTaskResult result = session->send(std::move(request));
 #pragma once
 
+#include <cstddef>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -97,6 +98,7 @@ enum class HttpErrorCode {
   badServerResponse,       // the peer's answer was not valid HTTP
   secureConnectionFailed,  // TLS could not be established or verified
   httpTooManyRedirects,
+  dataLengthExceedsMaximum,  // the answer's body is larger than the session takes
   unknown,
 };
 
@@ -153,6 +155,11 @@ struct HttpSessionConfiguration {
   double timeoutIntervalForResource = 7 * 24 * 60 * 60;
   // Transfers to one host beyond this many wait for a free connection.
   int maximumConnectionsPerHost = 6;
+  // The largest answer body a transfer takes. One announced or found to be
+  // larger ends the transfer with `dataLengthExceedsMaximum`, so memory and
+  // time stay bounded whatever a server sends; no answer of the backend
+  // comes near it.
+  std::size_t maximumResponseBodyBytes = 4 * 1024 * 1024;
   // Names the session's thread in debuggers (at most 15 characters are kept).
   std::string label = "kiv.http";
 };

@@ -5,7 +5,7 @@
 // skipped); words are case-sensitive, texts are in double quotes with \" and
 // \\ as the only escapes:
 //
-//   wait SECONDS                    pause; SECONDS >= 0, e.g. 2 or 0.5
+//   wait SECONDS                    pause; 0 <= SECONDS <= 86400, e.g. 2 or 0.5
 //   connecting | connected          progress statuses
 //   processing PROGRESS ["TEXT"]    progress status; 0 <= PROGRESS <= 1
 //   success                         final
@@ -63,6 +63,8 @@
 namespace kiv {
 
 struct CaptureScript {
+  // A day: no capture waits longer.
+  static constexpr double kLongestWaitSeconds = 24 * 60 * 60;
   struct Wait {
     double seconds = 0;
   };

@@ -57,7 +57,10 @@ class SimulatedCaptureVendor final : public CaptureVendor {
     std::string token;
     Options options;
   };
-  // Every launch so far, oldest first. Safe from any thread.
+  // Every launch since keepLaunches(true), oldest first; none otherwise, so
+  // that a long-lived host keeps nothing of a finished capture (its supplier
+  // token least of all). For tests. Safe from any thread.
+  void keepLaunches(bool keep);
   std::vector<Launch> launches() const;
 
   std::shared_ptr<CaptureRun> launch(std::string streamingURL, std::string token, Options options,
@@ -66,8 +69,8 @@ class SimulatedCaptureVendor final : public CaptureVendor {
  private:
   mutable std::mutex mutex_;
   CaptureScript script_;
+  bool keepLaunches_ = false;
   std::vector<Launch> launches_;
-  std::vector<std::shared_ptr<CaptureRun>> runs_;  // those that may not be over yet
 };
 
 }  // namespace kiv

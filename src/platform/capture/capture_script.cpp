@@ -167,6 +167,8 @@ std::expected<CaptureScript::Step, std::string> parseStep(const RawStep& step, s
     auto seconds = number(args.take());
     if (!seconds) return std::unexpected(quoted(token->value) + " is not a number of seconds");
     if (*seconds < 0) return std::unexpected(quoted(token->value) + ": a pause cannot be negative");
+    if (*seconds > CaptureScript::kLongestWaitSeconds)
+      return std::unexpected(quoted(token->value) + ": a pause is at most a day");
     result = CaptureScript::Wait{*seconds};
   } else if (name == "connecting") {
     report(Status::connecting{});

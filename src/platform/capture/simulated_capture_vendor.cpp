@@ -66,10 +66,6 @@ class ScriptedRun final : public CaptureRun, public std::enable_shared_from_this
     }
   }
 
-  // Nothing more will happen: the vendor may forget it. (Forced statuses
-  // still on their way keep the run alive themselves.)
-  bool isOver() const { return cancelled_.load() || finished_.load(); }
-
  private:
   void presentScreen() {
     // After a final status inside launch() the capture never started.
@@ -133,7 +129,6 @@ class ScriptedRun final : public CaptureRun, public std::enable_shared_from_this
       return;
     }
     if (ended_.load() && script_.dismissAtEnd && !cancelled_.load()) takeScreenDown();
-    if (ended_.load()) finished_.store(true);
   }
 
   // The status leaves from the vendor's own queue, as a real vendor's
@@ -170,7 +165,6 @@ class ScriptedRun final : public CaptureRun, public std::enable_shared_from_this
   const std::shared_ptr<SerialQueue> queue_;
 
   std::atomic<bool> cancelled_{false};
-  std::atomic<bool> finished_{false};
   std::atomic<bool> ended_{false};  // a final status was delivered
   std::mutex mutex_;
   DelayedTaskHandle pause_;   // guarded by mutex_
@@ -196,6 +190,12 @@ void SimulatedCaptureVendor::setScript(CaptureScript script) {
   script_ = std::move(script);
 }
 
+void SimulatedCaptureVendor::keepLaunches(bool keep) {
+  std::lock_guard lock(mutex_);
+  keepLaunches_ = keep;
+  if (!keep) launches_.clear();
+}
+
 std::vector<SimulatedCaptureVendor::Launch> SimulatedCaptureVendor::launches() const {
   std::lock_guard lock(mutex_);
   return launches_;
@@ -207,12 +207,11 @@ std::shared_ptr<CaptureRun> SimulatedCaptureVendor::launch(std::string streaming
   {
     std::lock_guard lock(mutex_);
     run = std::make_shared<ScriptedRun>(script_, options.presentationDelegate, std::move(callback));
-    launches_.push_back(Launch{std::move(streamingURL), std::move(token), std::move(options)});
-    // A capture keeps running when its caller drops the session, as the
-    // vendor's would: the vendor holds it until it is over.
-    std::erase_if(runs_, [](const auto& held) { return std::static_pointer_cast<ScriptedRun>(held)->isOver(); });
-    runs_.push_back(run);
+    if (keepLaunches_) launches_.push_back(Launch{std::move(streamingURL), std::move(token), std::move(options)});
   }
+  // A capture keeps running when its caller drops the session, as the
+  // vendor's would: each step it waits for (a pause, a status on its way)
+  // holds it, and once the last one has run nothing does.
   run->start();
   return run;
 }

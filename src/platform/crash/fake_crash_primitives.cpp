@@ -5,6 +5,7 @@
 #include <condition_variable>
 #include <deque>
 
+#include "base/delay.hpp"
 #include "platform/crash/fixed_text.hpp"
 
 namespace kiv {
@@ -58,7 +59,7 @@ class MemoryPipe final : public CrashPipe {
     auto has = [this] { return !bytes_.empty(); };
     if (timeoutSeconds < 0) {
       ready_.wait(lock, has);
-    } else if (!ready_.wait_for(lock, std::chrono::duration<double>(timeoutSeconds), has)) {
+    } else if (!ready_.wait_for(lock, delayFromSeconds(timeoutSeconds), has)) {
       return std::nullopt;
     }
     const std::uint8_t byte = bytes_.front();

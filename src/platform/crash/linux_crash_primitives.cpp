@@ -22,8 +22,10 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
+#include <limits>
 #include <mutex>
 
+#include "base/delay.hpp"
 #include "platform/crash/fixed_text.hpp"
 #include "platform/secure_store/store_database.hpp"
 
@@ -186,7 +188,8 @@ class LinuxCrashPipe final : public CrashPipe {
       if (timeoutSeconds >= 0) {
         const double left = deadline - monotonicSeconds();
         if (left <= 0) return std::nullopt;
-        waitMs = static_cast<int>(left * 1000.0) + 1;
+        const auto leftMs = std::chrono::duration_cast<std::chrono::milliseconds>(delayFromSeconds(left)).count();
+        waitMs = static_cast<int>(std::min<long long>(leftMs, std::numeric_limits<int>::max() - 1)) + 1;
       }
       pollfd entry{read_, POLLIN, 0};
       const int ready = poll(&entry, 1, waitMs);

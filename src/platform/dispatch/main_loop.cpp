@@ -9,6 +9,7 @@
 #include <list>
 #include <mutex>
 #include <thread>
+#include "base/delay.hpp"
 
 namespace kiv {
 
@@ -54,8 +55,7 @@ DelayedTaskHandle MainLoop::postAfter(double seconds, Task task, OwnerToken owne
   // The timer is armed on the loop's own thread: Asio timers are not safe to
   // touch from two threads at once.
   std::weak_ptr<Impl> weak = impl_;
-  auto delay = std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-      std::chrono::duration<double>(seconds < 0 ? 0 : seconds));
+  auto delay = std::chrono::duration_cast<std::chrono::steady_clock::duration>(delayFromSeconds(seconds));
   asio::post(impl_->context, [weak, timer, delay, handle, entry, task = std::move(task)]() mutable {
     timer->expires_after(delay);
     timer->async_wait([weak, handle, entry, task = std::move(task)](const std::error_code& error) {

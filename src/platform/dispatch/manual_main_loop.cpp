@@ -1,6 +1,7 @@
 #include "platform/dispatch/manual_main_loop.hpp"
 
 #include <algorithm>
+#include "base/delay.hpp"
 
 namespace kiv {
 
@@ -17,8 +18,7 @@ void ManualMainLoop::post(Task task) {
 
 DelayedTaskHandle ManualMainLoop::postAfter(double seconds, Task task, OwnerToken owner) {
   DelayedTaskHandle handle(std::make_shared<std::atomic<bool>>(false));
-  auto due = clock_->now() + std::chrono::duration_cast<std::chrono::nanoseconds>(
-                                 std::chrono::duration<double>(seconds < 0 ? 0 : seconds));
+  auto due = clock_->now() + delayFromSeconds(seconds);
   {
     std::lock_guard lock(mutex_);
     delayed_.push_back(Delayed{due, nextSequence_++, owner, handle, std::move(task)});

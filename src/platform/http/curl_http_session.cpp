@@ -15,6 +15,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "base/delay.hpp"
 #include "kiv/platform/platform.hpp"
 #include "platform/http/url.hpp"
 
@@ -133,6 +134,8 @@ class CurlDataTask final : public HttpDataTask, public std::enable_shared_from_t
   std::chrono::steady_clock::time_point lastActivity;
   curl_off_t bytesMoved = 0;
   bool idleTimedOut = false;
+  std::size_t maximumBody = 0;
+  bool bodyTooLarge = false;
   std::optional<std::string> refusedRedirect;  // the Location of a hop from https down to http
   CURL* easy = nullptr;
   curl_slist* headerLines = nullptr;
@@ -281,6 +284,10 @@ class Engine : public std::enable_shared_from_this<Engine> {
   static size_t onBody(char* data, size_t size, size_t count, void* context) {
     auto* task = static_cast<CurlDataTask*>(context);
     task->lastActivity = std::chrono::steady_clock::now();
+    if (size * count > task->maximumBody - task->receivedBody.size()) {
+      task->bodyTooLarge = true;
+      return 0;  // ends the transfer with a write error
+    }
     task->receivedBody.append(data, size * count);
     return size * count;
   }
@@ -347,8 +354,13 @@ class Engine : public std::enable_shared_from_this<Engine> {
   bool configure(CurlDataTask& task) const {
     CURL* easy = task.easy;
     const HttpRequest& request = task.request_;
-    const long idleMs = std::max(1L, static_cast<long>(idleLimit(request).count() * 1000.0));
-    const long resourceMs = std::max(1L, static_cast<long>(configuration_.timeoutIntervalForResource * 1000.0));
+    const auto milliseconds = [](double seconds) {
+      return std::max(
+          1L,
+          static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(delayFromSeconds(seconds)).count()));
+    };
+    const long idleMs = milliseconds(idleLimit(request).count());
+    const long resourceMs = milliseconds(configuration_.timeoutIntervalForResource);
     task.lastActivity = std::chrono::steady_clock::now();
 
     bool ok = curl_easy_setopt(easy, CURLOPT_URL, request.url.c_str()) == CURLE_OK;
@@ -370,6 +382,10 @@ class Engine : public std::enable_shared_from_this<Engine> {
     ok = ok && curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, &Engine::onProgress) == CURLE_OK;
     ok = ok && curl_easy_setopt(easy, CURLOPT_XFERINFODATA, &task) == CURLE_OK;
     ok = ok && curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, task.errorBuffer) == CURLE_OK;
+    // A length announced beyond the bound ends the transfer before the body;
+    // one sent without a length is counted as it arrives (onBody).
+    task.maximumBody = configuration_.maximumResponseBodyBytes;
+    ok = ok && curl_easy_setopt(easy, CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(task.maximumBody)) == CURLE_OK;
     ok = ok && curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &Engine::onBody) == CURLE_OK;
     ok = ok && curl_easy_setopt(easy, CURLOPT_WRITEDATA, &task) == CURLE_OK;
     ok = ok && curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, &Engine::onHeaderLine) == CURLE_OK;
@@ -463,6 +479,9 @@ class Engine : public std::enable_shared_from_this<Engine> {
     } else if (code == CURLE_WRITE_ERROR && task.refusedRedirect) {
       result.error =
           HttpError(HttpErrorCode::unsupportedURL, "redirect from https to http refused: " + *task.refusedRedirect);
+    } else if (code == CURLE_FILESIZE_EXCEEDED || (code == CURLE_WRITE_ERROR && task.bodyTooLarge)) {
+      result.error = HttpError(HttpErrorCode::dataLengthExceedsMaximum,
+                               "larger than " + std::to_string(task.maximumBody) + " bytes");
     } else if (code == CURLE_ABORTED_BY_CALLBACK && task.idleTimedOut) {
       result.error = HttpError(HttpErrorCode::timedOut, "no data moved within the request's time-out");
     } else {

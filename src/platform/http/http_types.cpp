@@ -37,6 +37,8 @@ std::string describe(HttpErrorCode code) {
       return "A secure connection to the server could not be made.";
     case HttpErrorCode::httpTooManyRedirects:
       return "The server redirected too many times.";
+    case HttpErrorCode::dataLengthExceedsMaximum:
+      return "The response exceeds the maximum size.";
     case HttpErrorCode::unknown:
       break;
   }

@@ -114,7 +114,12 @@ std::optional<Parts> parse(std::string_view text) {
 
 bool isHttp(std::string_view text) {
   const auto parts = parse(text);
-  return parts && (parts->scheme == "http" || parts->scheme == "https") && !parts->host.empty();
+  if (!parts || (parts->scheme != "http" && parts->scheme != "https") || parts->host.empty()) return false;
+  // libcurl reads "http:///x/" and "http:/x" as the host x; both name no
+  // host, so neither is an http URL.
+  const auto authority = text.find("://");
+  return authority != std::string_view::npos && text.find_first_of("/?#", authority + 3) != authority + 3 &&
+         authority + 3 < text.size();
 }
 
 bool downgradesToHttp(std::string_view from, std::string_view location) {
