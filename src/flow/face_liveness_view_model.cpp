@@ -344,7 +344,7 @@ void KivFaceLivenessLiteViewModel::handleViolation(const std::string& descriptio
 void KivFaceLivenessLiteViewModel::trackProviderResult(KivAnalyticsResult result,
                                                        const KivBFFAnalytics::TextParams& extraProperties) {
   if (!analytics_) return;
-  KivBFFAnalytics::TextParams params{{"provider", providerName_}, resultParameter(result)};
+  KivBFFAnalytics::TextParams params{{std::string(envelope::kProviderKey), providerName_}, resultParameter(result)};
   for (const auto& [key, value] : extraProperties) params.insert_or_assign(key, value);
   analytics_->track(KivAnalyticsEvent::standard(KivAnalyticsEventName::providerEvent, KivAnalyticsEventType::sdkStep),
                     std::move(params));
@@ -352,7 +352,7 @@ void KivFaceLivenessLiteViewModel::trackProviderResult(KivAnalyticsResult result
 
 void KivFaceLivenessLiteViewModel::trackFinish(KivBFFAnalytics::TextParams params) {
   if (!analytics_) return;
-  params.insert_or_assign("provider", providerName_);
+  params.insert_or_assign(std::string(envelope::kProviderKey), providerName_);
   analytics_->track(KivAnalyticsEvent::standard(KivAnalyticsEventName::sdkResult, KivAnalyticsEventType::sdkStep),
                     std::move(params));
 }
