@@ -90,12 +90,17 @@ bool KivFaceLivenessLiteViewModel::storeCredentials(const std::string& mobileTok
   mobileToken_ = mobileToken;
   try {
     auto keychain = KivKeyChainManager::shared();
-    // One synced commit instead of four: this is on the way to the capture.
-    const bool committed = keychain->writeTogether([&] {
-      clearCredentials();
-      keychain->save(kKivSDKService, kMobileTokenKey, asBytes(mobileToken), /*update=*/true);
-      keychain->save(kKivSDKService, kPersonIdKey, asBytes(personId), /*update=*/true);
-    });
+    // One commit instead of four, and no wait for the disk: this is on the
+    // main thread on the way to the capture, and the items are deleted when
+    // the run ends, so a power cut can take nothing from them that matters.
+    // A failed write still fails the commit.
+    const bool committed = keychain->writeTogether(
+        [&] {
+          clearCredentials();
+          keychain->save(kKivSDKService, kMobileTokenKey, asBytes(mobileToken), /*update=*/true);
+          keychain->save(kKivSDKService, kPersonIdKey, asBytes(personId), /*update=*/true);
+        },
+        CommitDurability::written);
     if (!committed) throw KeychainError::unknown(SecureStoreStatus::ioError);
   } catch (const std::exception&) {
     finishWithError(KivErrorType::unsupportedDevice, std::string(kKeyChainErrorDescription));
@@ -340,7 +345,7 @@ void KivFaceLivenessLiteViewModel::handleViolation(const std::string& descriptio
 void KivFaceLivenessLiteViewModel::trackProviderResult(KivAnalyticsResult result,
                                                        const KivBFFAnalytics::TextParams& extraProperties) {
   if (!analytics_) return;
-  KivBFFAnalytics::TextParams params{{"provider", providerName_}, resultParameter(result)};
+  KivBFFAnalytics::TextParams params{{std::string(envelope::kProviderKey), providerName_}, resultParameter(result)};
   for (const auto& [key, value] : extraProperties) params.insert_or_assign(key, value);
   analytics_->track(KivAnalyticsEvent::standard(KivAnalyticsEventName::providerEvent, KivAnalyticsEventType::sdkStep),
                     std::move(params));
@@ -348,7 +353,7 @@ void KivFaceLivenessLiteViewModel::trackProviderResult(KivAnalyticsResult result
 
 void KivFaceLivenessLiteViewModel::trackFinish(KivBFFAnalytics::TextParams params) {
   if (!analytics_) return;
-  params.insert_or_assign("provider", providerName_);
+  params.insert_or_assign(std::string(envelope::kProviderKey), providerName_);
   analytics_->track(KivAnalyticsEvent::standard(KivAnalyticsEventName::sdkResult, KivAnalyticsEventType::sdkStep),
                     std::move(params));
 }

@@ -1,7 +1,9 @@
 #include "kiv/face_liveness_lite_sdk.hpp"
 
+#include <optional>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "base/current_environment.hpp"
 #include "base/state_manager.hpp"
@@ -73,7 +75,29 @@ class Facade final : public KivFaceLivenessLiteSDK, public std::enable_shared_fr
   // Starts the model's attempt, or ends it for a refused camera.
   void onCameraAnswer(bool granted);
   // Sends the camera_permission event from a background task.
-  void logCameraPermission(KivAnalyticsResult result) const;
+  void logCameraPermission(KivAnalyticsResult result);
+  // Posts a telemetry task to the pool, or holds it while startSDK runs.
+  void postTelemetry(Task task);
+
+  // Holds telemetry in `held` for its lifetime, then posts it in order. A
+  // start made from a delegate call inside a start adds to the outer hold.
+  class HeldTelemetry {
+   public:
+    explicit HeldTelemetry(std::optional<std::vector<Task>>& held) : held_(held), outer_(!held) {
+      if (outer_) held_.emplace();
+    }
+    ~HeldTelemetry() {
+      if (!outer_) return;
+      auto tasks = std::exchange(held_, std::nullopt);
+      for (auto& task : *tasks) platform()->taskPool->post(std::move(task));
+    }
+    HeldTelemetry(const HeldTelemetry&) = delete;
+    HeldTelemetry& operator=(const HeldTelemetry&) = delete;
+
+   private:
+    std::optional<std::vector<Task>>& held_;
+    const bool outer_;
+  };
   // A backend service as every start and prewarm builds it.
   std::shared_ptr<KivService> makeService() const;
 
@@ -87,6 +111,8 @@ class Facade final : public KivFaceLivenessLiteSDK, public std::enable_shared_fr
   // What the last run reports through; released with the facade, so that a
   // run outliving it calls no one.
   std::shared_ptr<DelegateRelay> runDelegate_;
+  // Telemetry of the startSDK call under way; absent outside one.
+  std::optional<std::vector<Task>> heldTelemetry_;
 };
 
 // Each public call keeps the facade alive for its duration, so a delegate
@@ -199,12 +225,17 @@ void Facade::startSDK(std::shared_ptr<ViewController> viewController) {
 
   if (auto handler = KivCrashHandler::shared()) handler->install(std::string(kKivSDKService), true);
 
-  platform()->taskPool->post([client = analytics_, facts = StartEventFacts{
-                                                       .sessionId = sessionId,
-                                                       .environment = configuration_->environment,
-                                                       .loading = configuration_->loading,
-                                                       .usedPrewarm = prewarm_->hasUsable(),
-                                                   }] { trackStartEvent(client, facts); });
+  // The events of the start are posted, in order, once this call returns: on
+  // a single or a busy core their tasks would otherwise take the CPU from the
+  // start they report on (with a prewarmed session the capture has launched
+  // by then).
+  const HeldTelemetry held(heldTelemetry_);
+  postTelemetry([client = analytics_, facts = StartEventFacts{
+                                          .sessionId = sessionId,
+                                          .environment = configuration_->environment,
+                                          .loading = configuration_->loading,
+                                          .usedPrewarm = prewarm_->hasUsable(),
+                                      }] { trackStartEvent(client, facts); });
 
   runDelegate_ = std::make_shared<DelegateRelay>(delegate_);
   viewModel_ = KivFaceLivenessLiteViewModel::make({
@@ -256,9 +287,17 @@ std::shared_ptr<KivService> Facade::makeService() const {
   return KivService::create(KivService::makeURLSession(), std::string(kMobileTokenKey), analytics_);
 }
 
-void Facade::logCameraPermission(KivAnalyticsResult result) const {
+void Facade::postTelemetry(Task task) {
+  if (heldTelemetry_) {
+    heldTelemetry_->push_back(std::move(task));
+  } else {
+    platform()->taskPool->post(std::move(task));
+  }
+}
+
+void Facade::logCameraPermission(KivAnalyticsResult result) {
   if (!analytics_) return;
-  platform()->taskPool->post([client = analytics_, result] {
+  postTelemetry([client = analytics_, result] {
     client->track(KivAnalyticsEvent::standard(KivAnalyticsEventName::cameraPermission, KivAnalyticsEventType::sdkStep),
                   KivBFFAnalytics::TextParams{resultParameter(result)});
   });

@@ -57,13 +57,13 @@ std::optional<std::string> KivKeyChainManager::readString(std::string_view servi
   return unicode::decodeUtf8Lossy(*data);
 }
 
-bool KivKeyChainManager::writeTogether(const std::function<void()>& operations) {
+bool KivKeyChainManager::writeTogether(const std::function<void()>& operations, CommitDurability durability) {
   const auto items = store();
   if (!items) {
     operations();  // each save reports the missing store itself
     return true;
   }
-  return items->writeTogether(operations);
+  return items->writeTogether(operations, durability);
 }
 
 void KivKeyChainManager::deleteItem(std::string_view key) {

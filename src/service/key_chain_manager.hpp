@@ -81,7 +81,9 @@ class KeyChainManagerProtocol {
   // Runs `operations` (calls of this manager, on this thread) with their
   // writes committed together, as SecureItemStore::writeTogether says.
   // False when they could not be committed.
-  virtual bool writeTogether(const std::function<void()>& operations) {
+  virtual bool writeTogether(const std::function<void()>& operations,
+                             CommitDurability durability = CommitDurability::synced) {
+    (void)durability;
     operations();
     return true;
   }
@@ -100,7 +102,7 @@ class KivKeyChainManager final : public KeyChainManagerProtocol {
   std::optional<Bytes> readData(std::string_view service, std::string_view key) override;
   std::optional<std::string> readString(std::string_view service, std::string_view key) override;
   void deleteItem(std::string_view key) override;
-  bool writeTogether(const std::function<void()>& operations) override;
+  bool writeTogether(const std::function<void()>& operations, CommitDurability durability) override;
 };
 
 }  // namespace kiv

@@ -107,15 +107,16 @@ template <typename ResponseType>
 void KivService::send(HttpRequest request, std::function<void(APIResult<ResponseType>)> completion) {
   std::string endpoint = request.url;
   KivSDKTimer::shared().start(endpoint);
-  // The closures hold the service strongly: a request outlives the caller's
-  // interest in the service, and its answer is still reported.
-  queue_->post([self = shared_from_this(), request = std::move(request), endpoint = std::move(endpoint),
-                completion = std::move(completion)]() mutable {
-    auto task = self->session_->dataTask(
-        std::move(request), [self, endpoint = std::move(endpoint), completion = std::move(completion)](
-                                DataTaskResult result) { self->handleResponse(endpoint, result, completion); });
-    task->resume();
-  });
+  // Resumed here rather than from a task on the queue: resume() only hands
+  // the request to the session's thread, so a hop through the pool would add
+  // a thread wake-up to every request and nothing else. The closure holds
+  // the service strongly: a request outlives the caller's interest in the
+  // service, and its answer is still reported.
+  session_
+      ->dataTask(std::move(request),
+                 [self = shared_from_this(), endpoint = std::move(endpoint), completion = std::move(completion)](
+                     DataTaskResult result) { self->handleResponse(endpoint, result, completion); })
+      ->resume();
 }
 
 TransportOutcome KivService::transportOutcome(const DataTaskResult& result) {

@@ -1,11 +1,11 @@
 // The one client of the maker's backend that the liveness flow uses.
 //
 // A request record (see api_request.hpp) becomes an HTTP request with the
-// SDK's headers, goes out on the service's URL session from the concurrent
-// queue "kiv.sdk.queue", and completes exactly once with its decoded answer or
-// an APIServiceError. Every answered request is also reported (to analytics,
-// through ApiResponseReporting) on a detached task that never delays or
-// changes the result.
+// SDK's headers, goes out on the service's URL session (handed straight to
+// the session's own thread), and completes exactly once with its decoded
+// answer or an APIServiceError. Every answered request is also reported (to
+// analytics, through ApiResponseReporting) on a detached task of the
+// concurrent queue "kiv.sdk.queue" that never delays or changes the result.
 //
 //   auto service = KivService::create(KivService::makeURLSession(), std::string(kMobileTokenKey), analytics);
 //   service->fetchSession(FetchSessionRequest::forPerson(baseURL, personId),
@@ -77,12 +77,14 @@ class KivService final : public KivServiceProtocol, public std::enable_shared_fr
   static HttpRequest makeURLRequest(const std::string& urlText, const std::string& method,
                                     const std::optional<Json>& parameters);
 
-  // Reports the outcome to analytics, then completes with its classification.
+  // Completes with the outcome's classification, then reports the outcome
+  // to analytics: the caller's answer goes first, as the report's work would
+  // only delay it on a busy core.
   template <typename ResponseType>
   void handleResponse(const std::string& endpoint, const DataTaskResult& result,
                       const std::function<void(APIResult<ResponseType>)>& completion) {
-    trackApiResponse(endpoint, result);
     completion(classifyResponse<ResponseType>(transportOutcome(result)));
+    trackApiResponse(endpoint, result);
   }
 
   // The analytics hook: builds the properties now (reading the request's
@@ -101,7 +103,7 @@ class KivService final : public KivServiceProtocol, public std::enable_shared_fr
 
   std::shared_ptr<HttpSession> session_;
   std::string queueLabel_;
-  std::shared_ptr<TaskPool> queue_;  // the pool is concurrent: requests overlap
+  std::shared_ptr<TaskPool> queue_;  // reports go out on it, concurrently
   std::shared_ptr<ApiResponseReporting> analytics_;
 };
 

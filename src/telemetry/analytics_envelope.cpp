@@ -18,12 +18,13 @@ constexpr std::string_view kEventTypeKey = "eventType";
 constexpr std::string_view kRequestParamsKey = "requestParams";
 constexpr std::string_view kRequestBodyKey = "requestBody";
 constexpr std::string_view kStackTraceKey = "stackTrace";
-constexpr std::string_view kDeviceDataKey = "deviceData";
+constexpr std::string_view kSdkNameKey = "sdk_name";
+constexpr std::string_view kSdkVersionKey = "sdk_version";
 constexpr std::string_view kQueuedEventsKey = "queued_events";
 
 void addSdkParameters(auto& params, const KivSDKInfo& sdk) {
-  params["sdk_name"] = sdk.name;
-  params["sdk_version"] = sdk.version;
+  params[std::string(kSdkNameKey)] = sdk.name;
+  params[std::string(kSdkVersionKey)] = sdk.version;
   params["sdkName"] = sdk.name;
   params["sdkVersion"] = sdk.version;
 }
@@ -36,7 +37,9 @@ Json textParams(const AnalyticsTextParams& params) {
 }
 
 // The parameters of bodies the client makes itself.
-AnalyticsTextParams ownParams(const KivSDKInfo& sdk) { return {{"sdk_name", sdk.name}, {"sdk_version", sdk.version}}; }
+AnalyticsTextParams ownParams(const KivSDKInfo& sdk) {
+  return {{std::string(kSdkNameKey), sdk.name}, {std::string(kSdkVersionKey), sdk.version}};
+}
 
 }  // namespace
 
@@ -78,7 +81,7 @@ Json properties(const AnalyticsIdentity& identity, const AnalyticsMoment& moment
   if (!p.contains(kDeviceDataKey)) p[kDeviceDataKey] = moment.deviceData ? moment.deviceData() : std::string();
   if (!identity.entrypoint.empty()) p["entrypoint"] = identity.entrypoint;
   if (!identity.entrypointVersion.empty()) p["entrypointVersion"] = identity.entrypointVersion;
-  if (moment.provider) p["provider"] = *moment.provider;
+  if (moment.provider) p[kProviderKey] = *moment.provider;
   const auto lift = [&](std::string_view key) {
     const auto found = p.find(key);
     if (found == p.end()) return;

@@ -53,6 +53,10 @@ namespace envelope {
 // Body keys a resend reads.
 inline constexpr std::string_view kPropertiesKey = "properties";
 inline constexpr std::string_view kResentKey = "resent";
+// Parameters that callers may send too: the envelope sets the provider
+// over theirs and the device context only where they gave none.
+inline constexpr std::string_view kProviderKey = "provider";
+inline constexpr std::string_view kDeviceDataKey = "deviceData";
 
 // The trimmed person id, or the session id when that is absent or blank.
 std::string userId(const AnalyticsIdentity& identity);

@@ -22,7 +22,7 @@ Json startEventProperties(const StartEventFacts& facts, bool firstOpen) {
   properties["loading"] = facts.loading;
   properties["usedPrewarm"] = facts.usedPrewarm;
   properties["deviceIdentified"] = KivContextCollector::hashedAdvertisingIdentifier();
-  properties["deviceData"] = KivDeviceInfo::deviceData();
+  properties[envelope::kDeviceDataKey] = KivDeviceInfo::deviceData();
   properties["model"] = KivDeviceInfo::modelName(KivDeviceInfo::modelIdentifier());
   properties["osVersion"] = KivContextCollector::systemVersion();
   properties["isJailbroken"] = false;

@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 
 #include <cstdlib>
 #include <string>
@@ -89,11 +91,11 @@ TEST(SdkResourceBundle, InstalledLibraryFindsItsResources) {
     if (entry.path().filename().string().rfind("libkivfll.so", 0) == 0) libdir = entry.path().parent_path();
   }
   ASSERT_FALSE(libdir.empty());
-  const auto run =
-      testing::runToEnd("/usr/bin/env",
-                        {"LD_LIBRARY_PATH=" + libdir.string(), "KIV_TEST_INSTALL_PREFIX=" + prefix.path().string(),
-                         self.string(), "--gtest_filter=InstalledSdkBundle.*", "--gtest_brief=1"},
-                        120.0);
+  std::vector<std::string> command = {"LD_LIBRARY_PATH=" + libdir.string(),
+                                      "KIV_TEST_INSTALL_PREFIX=" + prefix.path().string()};
+  std::ranges::copy(testing::commandLine(self.string(), {"--gtest_filter=InstalledSdkBundle.*", "--gtest_brief=1"}),
+                    std::back_inserter(command));
+  const auto run = testing::runToEnd("/usr/bin/env", command, 120.0);
   EXPECT_EQ(run.exitCode, 0) << run.output << run.errors;
   EXPECT_NE(run.output.find("[  PASSED  ] 1 test."), std::string::npos) << run.output;
   EXPECT_EQ(run.output.find("SKIPPED"), std::string::npos) << run.output;

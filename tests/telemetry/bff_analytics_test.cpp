@@ -167,6 +167,66 @@ TEST_F(BFFAnalyticsTest, HeldPostsNeitherStarveThePoolNorHoldBackACrashReport) {
   for (const auto& post : held) post.wait();
 }
 
+// A store whose writes of the offline queue wait until opened: a long
+// queue on a slow disk.
+class GatedStore final : public SecureItemStore {
+ public:
+  std::int32_t add(std::string_view service, std::string_view account, std::span<const std::uint8_t> value) override {
+    std::unique_lock lock(mutex_);
+    waiting_ = account == queue_format::queueKey;
+    changed_.notify_all();
+    changed_.wait(lock, [&] { return open_ || !waiting_; });
+    return store_.add(service, account, value);
+  }
+  std::int32_t update(std::string_view service, std::string_view account,
+                      std::span<const std::uint8_t> value) override {
+    return store_.update(service, account, value);
+  }
+  SecureItemCopy copyMatching(std::string_view service, std::string_view account) override {
+    return store_.copyMatching(service, account);
+  }
+  std::int32_t deleteAccount(std::string_view account) override { return store_.deleteAccount(account); }
+
+  bool waitForWrite() {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, std::chrono::seconds(10), [&] { return waiting_; });
+  }
+  void open() {
+    std::lock_guard lock(mutex_);
+    open_ = true;
+    changed_.notify_all();
+  }
+
+ private:
+  MemorySecureStore store_;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  bool waiting_ = false;
+  bool open_ = false;
+};
+
+// The queue is written on a serial queue of its own: a write under way holds
+// back neither the analytics session's other posts nor the failed post's
+// caller, who hears once the body is stored.
+TEST_F(BFFAnalyticsTest, AStoreWriteUnderWayHoldsBackNoPost) {
+  auto store = std::make_shared<GatedStore>();
+  useStore(store);
+  server.setResponder([](const RecordedRequest& request, std::size_t) -> std::optional<Answer> {
+    return stepOf(request.bodyJson().value_or(Json())) == "fails" ? Answer::http(500) : Answer::http(204);
+  });
+  auto analytics = configure();
+  const auto queued = analytics->track(sdkResult(), KivBFFAnalytics::TextParams{{"step", "fails"}});
+  ASSERT_TRUE(store->waitForWrite());
+  const auto delivered = analytics->track(sdkResult(), KivBFFAnalytics::TextParams{{"step", "ok"}});
+  const bool deliveredMeanwhile = delivered.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+  const bool reportedQueuedEarly = queued.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+  store->open();
+  EXPECT_TRUE(deliveredMeanwhile);
+  EXPECT_FALSE(reportedQueuedEarly);
+  queued.wait();
+  EXPECT_EQ(storedSteps(*analytics), Steps{"fails"});
+}
+
 // A session that refuses every task, as one torn down under the client.
 struct RefusingHttpSession final : HttpSessionFactory, HttpSession, std::enable_shared_from_this<RefusingHttpSession> {
   std::shared_ptr<HttpSession> makeSession(HttpSessionConfiguration) override { return shared_from_this(); }

@@ -49,6 +49,16 @@ struct SecureStoreStatus {
   static constexpr std::int32_t ioError = -36;
 };
 
+// How far the writes of writeTogether() have gone when it returns.
+enum class CommitDurability {
+  // On the disk: they survive a crash of the process and a power cut.
+  synced,
+  // Handed to the operating system: they survive a crash of the process but
+  // may be lost to a power cut. A full disk or a failed write still fails
+  // the commit. For items that live no longer than a run anyway.
+  written,
+};
+
 // What a read gives: a status and, on success, the item's bytes.
 struct SecureItemCopy {
   std::int32_t status = SecureStoreStatus::itemNotFound;
@@ -79,13 +89,15 @@ class SecureItemStore {
   virtual std::int32_t deleteAccount(std::string_view account) = 0;
 
   // Runs `operations` (calls of this store's own operations, on this thread)
-  // so that their writes reach the disk together: one synced commit instead
-  // of one each. Other callers wait until it returns. Each operation answers
-  // as it would alone. False when the writes could not be committed, and
-  // then what they wrote may be lost. An exception from `operations` passes
-  // through once what ran before it is committed. A store without such a
-  // commit runs the operations one by one.
-  virtual bool writeTogether(const std::function<void()>& operations) {
+  // so that their writes are committed together, as far as `durability`
+  // says: one commit instead of one each. Other callers wait until it
+  // returns. Each operation answers as it would alone. False when the writes
+  // could not be committed, and then what they wrote may be lost. An
+  // exception from `operations` passes through once what ran before it is
+  // committed. A store without such a commit runs the operations one by one.
+  virtual bool writeTogether(const std::function<void()>& operations,
+                             CommitDurability durability = CommitDurability::synced) {
+    (void)durability;
     operations();
     return true;
   }

@@ -24,6 +24,14 @@ constexpr const char* kSchema =
     "  sealed BLOB NOT NULL,"
     "  PRIMARY KEY (service, account)) WITHOUT ROWID;"
     "CREATE INDEX IF NOT EXISTS items_by_account ON items (account);"
+    // The chunks of the values kept in chunks; their heads are in items.
+    "CREATE TABLE IF NOT EXISTS item_chunks ("
+    "  service BLOB NOT NULL,"
+    "  account BLOB NOT NULL,"
+    "  chunk INTEGER NOT NULL,"
+    "  sealed BLOB NOT NULL,"
+    "  PRIMARY KEY (service, account, chunk));"
+    "CREATE INDEX IF NOT EXISTS item_chunks_by_account ON item_chunks (account);"
     "CREATE TABLE IF NOT EXISTS defaults ("
     "  key TEXT NOT NULL PRIMARY KEY,"
     "  value TEXT NOT NULL) WITHOUT ROWID;";
@@ -182,9 +190,19 @@ bool StoreDatabase::run(const Work& work) {
   return true;
 }
 
-bool StoreDatabase::runTogether(const std::function<void()>& operations) {
+bool StoreDatabase::runTogether(const std::function<void()>& operations, bool synced) {
   std::lock_guard lock(mutex_);
-  if (inTransaction_ || (db_ == nullptr && !openLocked()) || !execute(db_, "BEGIN IMMEDIATE")) {
+  if (inTransaction_ || (db_ == nullptr && !openLocked())) {
+    operations();
+    return true;
+  }
+  // In WAL mode NORMAL appends the commit to the WAL without an fsync; the
+  // next synced commit or checkpoint takes it to the disk. SQLite refuses
+  // the change inside a transaction, and the setting is the connection's,
+  // so it is made before BEGIN and undone once the transaction has ended.
+  if (!synced) execute(db_, "PRAGMA synchronous=NORMAL");
+  if (!execute(db_, "BEGIN IMMEDIATE")) {
+    if (!synced) execute(db_, "PRAGMA synchronous=FULL");
     operations();
     return true;
   }
@@ -192,20 +210,23 @@ bool StoreDatabase::runTogether(const std::function<void()>& operations) {
   try {
     operations();
   } catch (...) {
-    finishTransactionLocked();
+    finishTransactionLocked(synced);
     throw;
   }
-  return finishTransactionLocked();
+  return finishTransactionLocked(synced);
 }
 
-bool StoreDatabase::finishTransactionLocked() {
+bool StoreDatabase::finishTransactionLocked(bool synced) {
   inTransaction_ = false;
+  bool committed = false;
   // SQLite ends a transaction by itself on some failures (a full disk, an
   // I/O error); what the operations wrote before that is gone.
-  if (sqlite3_get_autocommit(db_) != 0) return false;
-  if (execute(db_, "COMMIT")) return true;
-  execute(db_, "ROLLBACK");
-  return false;
+  if (sqlite3_get_autocommit(db_) == 0) {
+    committed = execute(db_, "COMMIT");
+    if (!committed) execute(db_, "ROLLBACK");
+  }
+  if (!synced) execute(db_, "PRAGMA synchronous=FULL");
+  return committed;
 }
 
 bool StoreDatabase::openLocked() {

@@ -53,15 +53,17 @@ class StoreDatabase {
   bool run(const Work& work);
 
   // Runs `operations`, whose run() calls on this thread share one
-  // transaction, and commits it. False when the commit failed (nothing is
-  // promised). Nested, or with the store unusable, the operations run alone.
-  bool runTogether(const std::function<void()>& operations);
+  // transaction, and commits it: synced to the disk, or with `synced` false
+  // only written to the WAL file (a power cut may lose it). False when the
+  // commit failed (nothing is promised). Nested, or with the store unusable,
+  // the operations run alone.
+  bool runTogether(const std::function<void()>& operations, bool synced = true);
 
  private:
   bool openLocked();
   void closeLocked();
 
-  bool finishTransactionLocked();
+  bool finishTransactionLocked(bool synced);
 
   // Recursive: the operations of runTogether() call run() under it.
   std::recursive_mutex mutex_;
