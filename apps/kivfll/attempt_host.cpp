@@ -92,7 +92,12 @@ AttemptReport hostAttempt(const AttemptOptions& options) {
     printer->vendorLaunched();
     if (options.crashSignal) {
       // After the launch returned, as a crash inside the capture would come.
-      loop->post([signal = *options.crashSignal] { std::raise(signal); });
+      // A real fault comes back once the crash handler returns; the second
+      // signal meets the handler put back then and ends the process.
+      loop->post([signal = *options.crashSignal] {
+        std::raise(signal);
+        std::raise(signal);
+      });
     }
   };
   auto onStatus = [&](const Status& status) {

@@ -104,7 +104,10 @@ typedef void (*kiv_task)(void* user_data);
  * kiv_wait_for_background_work then refuse the same way). */
 KIV_API kiv_status kiv_run_main_loop(void);
 
-/* Makes kiv_run_main_loop() return. Any thread, including from a task. */
+/* Makes kiv_run_main_loop() return. Any thread, including from a task. A
+ * stop while the loop is not running (before kiv_run_main_loop(), or between
+ * two runs) is kept, never lost: the next kiv_run_main_loop() returns at
+ * once, leaving the queued work for the run after it. */
 KIV_API kiv_status kiv_stop_main_loop(void);
 
 /* Queues task(user_data) on the main loop (it runs once the loop runs), or
@@ -140,9 +143,13 @@ KIV_API kiv_status kiv_post_application_did_enter_background(void);
 typedef void (*kiv_log_handler)(void* user_data, const char* line);
 
 /* Where the SDK's diagnostic lines go: handler(user_data, line) for each,
- * from any thread, one at a time, the line (UTF-8, no line feed) valid during
- * the call; the handler must not call kiv_set_log_handler. NULL drops them. Standard output until this is called. Any
- * thread. */
+ * in order, one at a time, from any thread, the line (UTF-8, no line feed)
+ * valid during the call. No lock of the SDK is held during the call: the
+ * handler may call any entry point (kiv_set_log_handler too), and the lines
+ * that causes reach it after it returns. Lines beyond 1024 waiting are
+ * dropped. Once this returns, the previous handler is not running (unless
+ * it is the caller) and is not called again. NULL drops the lines. Standard
+ * output until this is called. Any thread. */
 KIV_API kiv_status kiv_set_log_handler(kiv_log_handler handler, void* user_data);
 
 /* ---- Host services ------------------------------------------------------ */
@@ -382,6 +389,9 @@ KIV_API kiv_status kiv_sdk_prewarm(kiv_sdk* sdk);
 
 /* Runs one attempt over a screen of the SDK's own; the outcome reaches the
  * delegate. Before setup the delegate hears "invalidOptionsException".
+ * KIV_ERROR_INVALID_STATE while a run is in progress, in any handle. A run
+ * is torn down only after its finishing delegate call returns, so a start
+ * made inside that call is refused too: use kiv_sdk_post_start() there.
  * Main thread. */
 KIV_API kiv_status kiv_sdk_start(kiv_sdk* sdk);
 
@@ -391,6 +401,14 @@ KIV_API kiv_status kiv_sdk_start(kiv_sdk* sdk);
  * it valid until the attempt's outcome was delivered and its screens are
  * down. Main thread. */
 KIV_API kiv_status kiv_sdk_start_over(kiv_sdk* sdk, void* host_view);
+
+/* Queues kiv_sdk_start() on the main queue: it runs after the task under
+ * way, so called inside a finishing delegate call it starts the next attempt
+ * once the run that is ending has been torn down. Nothing starts when the
+ * handle is destroyed before that; how the start went shows only through
+ * the delegate. Any thread, as long as the handle is not destroyed
+ * meanwhile. */
+KIV_API kiv_status kiv_sdk_post_start(kiv_sdk* sdk);
 
 #ifdef __cplusplus
 }

@@ -66,6 +66,14 @@ class KivFaceLivenessLiteSDK {
   // Runs one attempt over `viewController` (held by the run until it ends).
   // Before setup() the delegate hears invalidOptionsException at once; while
   // another run is in progress (in any facade) the call only prints a line.
+  //
+  // A run is torn down after its finishing delegate call returns, so a start
+  // made inside that call is refused as well. To start again from there,
+  // post the start to the main queue: it runs once the teardown is done.
+  //
+  //   void didFinishWithError(kiv::KivErrorType, const std::string&) override {
+  //     kiv::platform()->mainQueue->post([sdk = sdk_, host = host_] { sdk->startSDK(host); });
+  //   }
   virtual void startSDK(std::shared_ptr<ViewController> viewController) = 0;
 
  protected:

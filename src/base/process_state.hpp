@@ -26,12 +26,13 @@ struct ResetRegistration {
 namespace kiv {
 
 // One process-wide value behind a mutex that goes back to T{} when a test
-// resets process state. Give it static storage (a function-local static), as
-// its reset is registered with a pointer to it:
+// resets process state. Give it static storage that is never destroyed (a
+// function-local NoDestructor), as its reset is registered with a pointer to
+// it and threads may still read it while the process exits:
 //
 //   ProcessSlot<std::string>& tokenKey() {
-//     static ProcessSlot<std::string> slot;
-//     return slot;
+//     static NoDestructor<ProcessSlot<std::string>> slot;
+//     return *slot;
 //   }
 //
 // A value replaced by set, exchange or the reset is released after the lock

@@ -2,6 +2,7 @@
 
 #include <mutex>
 
+#include "base/no_destructor.hpp"
 #include "base/process_state.hpp"
 
 namespace kiv {
@@ -10,8 +11,8 @@ const process_state::ResetRegistration kReset{[] { KivSDKStateManager::shared().
 }  // namespace
 
 KivSDKStateManager& KivSDKStateManager::shared() {
-  static KivSDKStateManager instance;
-  return instance;
+  static NoDestructor<KivSDKStateManager> instance;
+  return *instance;
 }
 
 bool KivSDKStateManager::isRunning() const {

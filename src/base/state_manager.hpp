@@ -4,6 +4,8 @@
 
 #include <shared_mutex>
 
+#include "base/no_destructor.hpp"
+
 namespace kiv {
 
 class KivSDKStateManager {
@@ -22,6 +24,7 @@ class KivSDKStateManager {
   bool endRun();
 
  private:
+  friend class NoDestructor<KivSDKStateManager>;
   KivSDKStateManager() = default;
   mutable std::shared_mutex stateLock_;
   State state_ = State::idle;

@@ -1,5 +1,6 @@
 #include "base/timer.hpp"
 
+#include "base/no_destructor.hpp"
 #include "base/process_state.hpp"
 #include "base/seconds_text.hpp"
 #include "kiv/platform/platform.hpp"
@@ -10,8 +11,8 @@ const process_state::ResetRegistration kReset{[] { KivSDKTimer::shared().resetFo
 }  // namespace
 
 KivSDKTimer& KivSDKTimer::shared() {
-  static KivSDKTimer instance;
-  return instance;
+  static NoDestructor<KivSDKTimer> instance;
+  return *instance;
 }
 
 void KivSDKTimer::start(const std::string& name) {

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "base/no_destructor.hpp"
 #include "kiv/platform/clock.hpp"
 
 namespace kiv {
@@ -26,6 +27,7 @@ class KivSDKTimer {
   void resetForTesting();
 
  private:
+  friend class NoDestructor<KivSDKTimer>;
   KivSDKTimer() = default;
   std::mutex mutex_;
   std::optional<std::map<std::string, TimePoint>> startTime_ = std::map<std::string, TimePoint>{};

@@ -4,6 +4,8 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
+#include <deque>
 #include <exception>
 #include <filesystem>
 #include <functional>
@@ -12,8 +14,11 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <utility>
 
+#include "base/no_destructor.hpp"
+#include "base/state_manager.hpp"
 #include "base/unicode_text.hpp"
 #include "c_api/c_delegate.hpp"
 #include "c_api/c_ui_customization.hpp"
@@ -29,6 +34,8 @@
 struct kiv_sdk {
   std::shared_ptr<kiv::KivFaceLivenessLiteSDK> facade;
   std::shared_ptr<kiv::c_api::CDelegate> delegate;
+  // Expires when the handle is destroyed, for starts queued on the loop.
+  std::shared_ptr<int> lifetime = std::make_shared<int>(0);
 };
 
 namespace kiv::c_api {
@@ -38,28 +45,60 @@ namespace {
 // elsewhere.
 class HandlerConsole final : public Console {
  public:
+  // Lines waiting beyond this many are dropped.
+  static constexpr std::size_t kMaximumWaiting = 1024;
+
   explicit HandlerConsole(std::shared_ptr<Console> fallback) : fallback_(std::move(fallback)) {}
 
+  // Once it returns the previous handler is not running and is never called
+  // again (unless it is the caller: a handler may replace itself).
   void route(kiv_log_handler handler, void* userData) {
-    std::lock_guard lock(mutex_);
+    std::unique_lock lock(mutex_);
     routed_ = true;
     handler_ = handler;
     userData_ = userData;
+    if (deliverer_ != std::this_thread::get_id()) callEnded_.wait(lock, [this] { return !inCall_; });
   }
+
   void writeLine(std::string_view line) override {
-    std::lock_guard lock(mutex_);
-    if (!routed_) return fallback_->writeLine(line);
-    if (handler_ == nullptr) return;
-    const std::string text(line);
-    handler_(userData_, text.c_str());
+    std::unique_lock lock(mutex_);
+    if (!routed_) {
+      lock.unlock();
+      return fallback_->writeLine(line);
+    }
+    if (handler_ == nullptr || waiting_.size() >= kMaximumWaiting) return;
+    waiting_.emplace_back(line);
+    if (delivering_) return;  // the deliverer takes it, after the line in hand
+    delivering_ = true;
+    deliverer_ = std::this_thread::get_id();
+    while (!waiting_.empty() && handler_ != nullptr) {
+      const std::string text = std::move(waiting_.front());
+      waiting_.pop_front();
+      const auto handler = handler_;
+      void* const userData = userData_;
+      inCall_ = true;
+      lock.unlock();
+      handler(userData, text.c_str());
+      lock.lock();
+      inCall_ = false;
+      callEnded_.notify_all();
+    }
+    waiting_.clear();  // what a NULL handler would have dropped
+    delivering_ = false;
+    deliverer_ = std::thread::id{};
   }
 
  private:
   std::mutex mutex_;
+  std::condition_variable callEnded_;
   std::shared_ptr<Console> fallback_;
   bool routed_ = false;
   kiv_log_handler handler_ = nullptr;
   void* userData_ = nullptr;
+  std::deque<std::string> waiting_;
+  bool delivering_ = false;
+  bool inCall_ = false;
+  std::thread::id deliverer_;
 };
 
 // What the C layer keeps of the platform it installed.
@@ -87,8 +126,8 @@ struct ProcessState {
 };
 
 ProcessState& state() {
-  static ProcessState instance;
-  return instance;
+  static NoDestructor<ProcessState> instance;
+  return *instance;
 }
 
 // Installs the platform on first use: the bundle installed so far (the
@@ -260,8 +299,16 @@ kiv_status kiv_wait_for_background_work(void) {
     } reset;
     // Completions hand their follow-up work to the main loop, so it runs
     // while the traffic settles.
-    p.loop->post([p] { settle(p, SteadyClock::now() + kSettleBound, false, [p] { p.loop->stop(); }); });
-    p.loop->run();
+    auto settled = std::make_shared<bool>(false);
+    p.loop->post([p, settled] {
+      settle(p, SteadyClock::now() + kSettleBound, false, [p, settled] {
+        *settled = true;
+        p.loop->stop();
+      });
+    });
+    // A stop left from before (or made by a task meanwhile) ends a run early;
+    // the wait goes on until the traffic has settled.
+    while (!*settled) p.loop->run();
     return KIV_OK;
   });
 }
@@ -420,7 +467,21 @@ kiv_status kiv_sdk_start(kiv_sdk* sdk) {
   if (sdk == nullptr) return KIV_ERROR_NULL_ARGUMENT;
   return guarded([&] {
     if (!onMainThread()) return KIV_ERROR_WRONG_THREAD;
+    // The facade would only print a line; a C host hears it as a status.
+    if (KivSDKStateManager::shared().isRunning()) return KIV_ERROR_INVALID_STATE;
     sdk->facade->startSDK(platform()->ui->makeViewController());
+    return KIV_OK;
+  });
+}
+
+kiv_status kiv_sdk_post_start(kiv_sdk* sdk) {
+  if (sdk == nullptr) return KIV_ERROR_NULL_ARGUMENT;
+  return guarded([&] {
+    mainQueue()->post([facade = std::weak_ptr(sdk->facade), handle = std::weak_ptr(sdk->lifetime)] {
+      const auto live = facade.lock();
+      if (handle.expired() || !live) return;
+      live->startSDK(platform()->ui->makeViewController());
+    });
     return KIV_OK;
   });
 }
@@ -429,6 +490,7 @@ kiv_status kiv_sdk_start_over(kiv_sdk* sdk, void* host_view) {
   if (sdk == nullptr || host_view == nullptr) return KIV_ERROR_NULL_ARGUMENT;
   return guarded([&] {
     if (!onMainThread()) return KIV_ERROR_WRONG_THREAD;
+    if (KivSDKStateManager::shared().isRunning()) return KIV_ERROR_INVALID_STATE;
     kiv_presentation presentation;
     {
       std::lock_guard lock(state().mutex);

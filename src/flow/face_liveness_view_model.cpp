@@ -72,6 +72,7 @@ KivFaceLivenessLiteViewModel::KivFaceLivenessLiteViewModel(Arguments arguments)
       customLocalizationBundle_(std::move(arguments.customLocalizationBundle)),
       uiCustomization_(std::move(arguments.uiCustomization)),
       loading_(arguments.loading),
+      environment_(arguments.environment.value_or(currentEnvironment())),
       analytics_(std::move(arguments.analytics)),
       launcher_(std::move(arguments.launcher)),
       loadingView_(KivLoadingView::make()),
@@ -177,7 +178,7 @@ void KivFaceLivenessLiteViewModel::setLoading(bool on) {
   }
 }
 
-std::string KivFaceLivenessLiteViewModel::baseURL() const { return backendRootURL(currentEnvironment()); }
+std::string KivFaceLivenessLiteViewModel::baseURL() const { return backendRootURL(environment_); }
 
 void KivFaceLivenessLiteViewModel::fetchSession() {
   service_->fetchSession(FetchSessionRequest::forPerson(baseURL(), personId_),

@@ -24,6 +24,7 @@
 #include "flow/iproov_presenter.hpp"
 #include "flow/prewarm_state.hpp"
 #include "kiv/delegate.hpp"
+#include "kiv/environment.hpp"
 #include "kiv/error_types.hpp"
 #include "kiv/platform/device_integrity.hpp"
 #include "kiv/platform/ui/view_controller.hpp"
@@ -59,6 +60,9 @@ class KivFaceLivenessLiteViewModel : public std::enable_shared_from_this<KivFace
     ResourceBundleRef customLocalizationBundle{};
     std::optional<DorvinUiCustomization> uiCustomization{};
     bool loading = false;
+    // Whose backend every request of the attempt goes to, however the
+    // current environment changes meanwhile; absent: the current one.
+    std::optional<KivEnvironment> environment{};
     std::shared_ptr<KivBFFAnalytics> analytics{};  // null: no events
     std::unique_ptr<IProovLaunching> launcher{};
     std::weak_ptr<KivFaceLivenessLiteDelegate> delegate{};
@@ -128,6 +132,7 @@ class KivFaceLivenessLiteViewModel : public std::enable_shared_from_this<KivFace
   const ResourceBundleRef customLocalizationBundle_;
   const std::optional<DorvinUiCustomization> uiCustomization_;
   const bool loading_;
+  const KivEnvironment environment_;
   std::optional<Session> session_;
   const std::shared_ptr<KivBFFAnalytics> analytics_;
   const std::string providerName_{kProviderName};

@@ -2,11 +2,13 @@
 
 #include <utility>
 
+#include "base/no_destructor.hpp"
+#include "base/process_exit.hpp"
+#include "base/process_state.hpp"
 #include "kiv/platform/main_loop.hpp"
 #include "platform/console/stdout_console.hpp"
 #include "platform/dispatch/thread_task_pool.hpp"
 #include "platform/linux_services.hpp"
-#include "base/process_state.hpp"
 
 namespace kiv {
 namespace {
@@ -14,8 +16,8 @@ namespace {
 // After a test's reset the next platform() call builds the Linux bundle
 // afresh, as a new process would.
 ProcessSlot<std::shared_ptr<const Platform>>& slot() {
-  static ProcessSlot<std::shared_ptr<const Platform>> instance;
-  return instance;
+  static NoDestructor<ProcessSlot<std::shared_ptr<const Platform>>> instance;
+  return *instance;
 }
 
 }  // namespace
@@ -30,7 +32,10 @@ Platform makeLinuxPlatform() {
   return bundle;
 }
 
-void installPlatform(Platform bundle) { slot().set(std::make_shared<const Platform>(std::move(bundle))); }
+void installPlatform(Platform bundle) {
+  process_exit::armExitHandler();
+  slot().set(std::make_shared<const Platform>(std::move(bundle)));
+}
 
 void updatePlatform(const std::function<void(Platform&)>& change) {
   // The replaced bundle is released after the lock is let go.
@@ -39,13 +44,18 @@ void updatePlatform(const std::function<void(Platform&)>& change) {
     change(copy);
     return std::exchange(installed, std::make_shared<const Platform>(std::move(copy)));
   });
+  process_exit::armExitHandler();
 }
 
 std::shared_ptr<const Platform> platform() {
-  return slot().update([](std::shared_ptr<const Platform>& installed) {
-    if (!installed) installed = std::make_shared<const Platform>(makeLinuxPlatform());
-    return installed;
+  auto installed = slot().update([](std::shared_ptr<const Platform>& current) {
+    if (!current) current = std::make_shared<const Platform>(makeLinuxPlatform());
+    return current;
   });
+  // Armed once the bundle exists: the libraries it set up (libcurl and the
+  // TLS library under it) registered their own teardown before the hooks.
+  process_exit::armExitHandler();
+  return installed;
 }
 
 }  // namespace kiv

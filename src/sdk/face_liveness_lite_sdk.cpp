@@ -255,6 +255,7 @@ void Facade::startSDK(std::shared_ptr<ViewController> viewController) {
       .customLocalizationBundle = configuration_->customLocalizationBundle,
       .uiCustomization = configuration_->uiCustomization,
       .loading = configuration_->loading,
+      .environment = configuration_->environment,
       .analytics = analytics_,
       .launcher = std::make_unique<DefaultIProovLauncher>(),
       .delegate = runDelegate_,

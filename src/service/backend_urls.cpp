@@ -4,8 +4,9 @@
 #include <optional>
 #include <string_view>
 
-#include "platform/http/url.hpp"
+#include "base/no_destructor.hpp"
 #include "base/process_state.hpp"
+#include "platform/http/url.hpp"
 
 namespace kiv {
 namespace {
@@ -33,8 +34,8 @@ std::size_t indexOf(KivEnvironment environment) {
 using Roots = std::array<std::optional<std::string>, 3>;
 
 ProcessSlot<Roots>& overrides() {
-  static ProcessSlot<Roots> instance;
-  return instance;
+  static NoDestructor<ProcessSlot<Roots>> instance;
+  return *instance;
 }
 
 void setOverride(KivEnvironment environment, std::optional<std::string> root) {

@@ -1,5 +1,6 @@
 #include "service/key_chain_manager.hpp"
 
+#include "base/no_destructor.hpp"
 #include "base/unicode_text.hpp"
 #include "kiv/platform/platform.hpp"
 
@@ -21,8 +22,8 @@ KeychainError KeychainError::unknown(std::int32_t status) { return {Kind::unknow
 KeychainError KeychainError::duplicateEntry() { return {Kind::duplicateEntry, SecureStoreStatus::duplicateItem}; }
 
 std::shared_ptr<KivKeyChainManager> KivKeyChainManager::shared() {
-  static const auto instance = std::make_shared<KivKeyChainManager>();
-  return instance;
+  static NoDestructor<std::shared_ptr<KivKeyChainManager>> instance(std::make_shared<KivKeyChainManager>());
+  return *instance;
 }
 
 void KivKeyChainManager::save(std::string_view service, std::string_view key, std::span<const std::uint8_t> data,

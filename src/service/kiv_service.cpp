@@ -3,6 +3,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/no_destructor.hpp"
 #include "base/process_state.hpp"
 #include "base/timer.hpp"
 #include "kiv/platform/platform.hpp"
@@ -27,8 +28,8 @@ constexpr std::string_view kContentType = "content-type";
 // The process-wide token key. Written when a service is created and read by
 // every request; guarded because those may be on different threads.
 ProcessSlot<std::string>& tokenKey() {
-  static ProcessSlot<std::string> slot;
-  return slot;
+  static NoDestructor<ProcessSlot<std::string>> slot;
+  return *slot;
 }
 
 // A query item's value: texts as they are, numbers and literals as JSON

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "base/no_destructor.hpp"
 #include "base/process_state.hpp"
 #include "base/unicode_text.hpp"
 #include "kiv/platform/platform.hpp"
@@ -79,8 +80,8 @@ AnalyticsIdentity identityOf(const KivBFFAnalytics::Configuration& configuration
 // The slot releases a replaced client outside its lock: the destructor
 // cancels the path monitor.
 ProcessSlot<std::shared_ptr<KivBFFAnalytics>>& slot() {
-  static ProcessSlot<std::shared_ptr<KivBFFAnalytics>> instance;
-  return instance;
+  static NoDestructor<ProcessSlot<std::shared_ptr<KivBFFAnalytics>>> instance;
+  return *instance;
 }
 
 }  // namespace

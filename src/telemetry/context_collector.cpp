@@ -1,5 +1,6 @@
 #include "telemetry/context_collector.hpp"
 
+#include <openssl/crypto.h>
 #include <openssl/evp.h>
 
 #include <array>
@@ -7,6 +8,7 @@
 #include <mutex>
 #include <random>
 
+#include "base/no_destructor.hpp"
 #include "telemetry/installed_device.hpp"
 
 namespace kiv {
@@ -24,13 +26,13 @@ std::string uuidText(const std::array<std::uint8_t, 16>& uuid) {
 }
 
 std::string randomUuidText() {
-  static std::mutex mutex;
-  static std::random_device device;
+  static NoDestructor<std::mutex> mutex;
+  static NoDestructor<std::random_device> device;
   std::array<std::uint8_t, 16> bytes{};
   {
-    std::lock_guard lock(mutex);
+    std::lock_guard lock(*mutex);
     for (std::size_t i = 0; i < bytes.size(); i += 4) {
-      const auto word = device();
+      const auto word = (*device)();
       for (std::size_t k = 0; k < 4; ++k) bytes[i + k] = static_cast<std::uint8_t>(word >> (8 * k));
     }
   }
@@ -41,6 +43,11 @@ std::string randomUuidText() {
 
 std::string KivContextCollector::hashedAdvertisingIdentifier() {
   const std::string identifier = uuidText(installedDevice()->advertisingIdentifier());
+  // Left to itself libcrypto registers its teardown with atexit on first
+  // use, which may come after the SDK's exit hooks and so run before them,
+  // under a pool task still hashing.
+  static const bool initialised = OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr) == 1;
+  (void)initialised;
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
   unsigned int size = 0;
   if (EVP_Digest(identifier.data(), identifier.size(), digest.data(), &size, EVP_md5(), nullptr) != 1) return {};

@@ -4,8 +4,9 @@
 #include <optional>
 #include <vector>
 
-#include "kiv/platform/platform.hpp"
+#include "base/no_destructor.hpp"
 #include "base/process_state.hpp"
+#include "kiv/platform/platform.hpp"
 #include "service/key_chain_manager.hpp"
 #include "telemetry/crash_recorder.hpp"
 #include "telemetry/crash_report_sender.hpp"
@@ -20,8 +21,8 @@ struct SharedSlot {
 };
 
 SharedSlot& sharedSlot() {
-  static SharedSlot slot;
-  return slot;
+  static NoDestructor<SharedSlot> slot;
+  return *slot;
 }
 
 void clearSharedIf(const KivCrashHandler* handler) {

@@ -3,9 +3,10 @@
 
 #include <array>
 
+#include "base/no_destructor.hpp"
+#include "base/process_state.hpp"
 #include "kiv/platform/console.hpp"
 #include "kiv/platform/platform.hpp"
-#include "base/process_state.hpp"
 #include "service/key_chain_manager.hpp"
 #include "telemetry/context_collector.hpp"
 
@@ -19,10 +20,9 @@ constexpr std::string_view kNotFoundPrefix = "Crash log with ID ";
 constexpr std::string_view kNotFoundSuffix = " not found.";
 
 ProcessSlot<std::string>& serviceNameSlot() {
-  static ProcessSlot<std::string> slot;
-  return slot;
+  static NoDestructor<ProcessSlot<std::string>> slot;
+  return *slot;
 }
-
 
 std::optional<std::string> stringField(const CrashRecord& record, std::string_view key) {
   if (!record.is_object()) return std::nullopt;

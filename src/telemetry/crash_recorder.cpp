@@ -7,6 +7,9 @@
 #include <mutex>
 #include <thread>
 
+#include "base/no_destructor.hpp"
+#include "base/process_exit.hpp"
+
 namespace kiv {
 namespace {
 
@@ -56,9 +59,44 @@ struct Machinery {
   std::shared_ptr<CrashSlot> slot;
 };
 
+void stopForExit();
+
 Machinery& machinery() {
-  static Machinery instance;
-  return instance;
+  static NoDestructor<Machinery> instance;
+  static const bool hooked = (process_exit::addHook(stopForExit), true);
+  (void)hooked;
+  return *instance;
+}
+
+void joinOrDetach(std::thread& thread) {
+  if (!thread.joinable()) return;
+  if (thread.get_id() == std::this_thread::get_id()) {
+    thread.detach();
+  } else {
+    thread.join();
+  }
+}
+
+// A process that exits is not crashing: from here on nothing is recorded,
+// the previous signal handlers are back, and the threads end (the worker
+// once a crash it is dealing with has been). The lock is let go before the
+// joins, as the worker's own work disarms.
+void stopForExit() {
+  auto& m = machinery();
+  std::thread worker;
+  std::thread watchdog;
+  {
+    std::lock_guard lock(m.mutex);
+    if (Path* armed = gArmed.exchange(nullptr)) {
+      for (const auto& [signal, saved] : armed->previous) armed->primitives->restoreSignalHandler(signal, saved.get());
+    }
+    if (m.wake) m.wake->post(kQuit);
+    if (m.watchdog) m.watchdog->post(kQuit);
+    worker = std::move(m.worker);
+    watchdog = std::move(m.watchdogThread);
+  }
+  joinOrDetach(worker);
+  joinOrDetach(watchdog);
 }
 
 SteadyClock::time_point crashStart() { return SteadyClock::time_point(SteadyClock::duration(gCrashStart.load())); }
@@ -101,8 +139,8 @@ void runWatchdog(CrashPipe* pipe) {
 void stopThreads(Machinery& m) {
   if (m.wake) m.wake->post(kQuit);
   if (m.watchdog) m.watchdog->post(kQuit);
-  if (m.worker.joinable() && m.worker.get_id() != std::this_thread::get_id()) m.worker.join();
-  if (m.watchdogThread.joinable() && m.watchdogThread.get_id() != std::this_thread::get_id()) m.watchdogThread.join();
+  joinOrDetach(m.worker);
+  joinOrDetach(m.watchdogThread);
 }
 
 // A later crash, on any thread: wait, bounded, for the first to be dealt with.
@@ -200,8 +238,6 @@ void CrashRecorder::disarm() {
   if (m.slot) m.slot->clear();
   m.slot.reset();
   stopThreads(m);
-  if (m.worker.joinable()) m.worker.detach();
-  if (m.watchdogThread.joinable()) m.watchdogThread.detach();
 }
 
 std::shared_ptr<CrashSlot> CrashRecorder::slot() {
@@ -236,8 +272,6 @@ void CrashRecorder::resetForTests() {
   gArmed.store(nullptr);
   // A worker still busy with a crash posts its answer and ends by itself.
   stopThreads(m);
-  if (m.worker.joinable()) m.worker.join();
-  if (m.watchdogThread.joinable()) m.watchdogThread.join();
   gWake.store(nullptr);
   gAnswer.store(nullptr);
   gWatchdog.store(nullptr);

@@ -1,15 +1,16 @@
 #include "telemetry/crash_report_sender.hpp"
 
-#include "kiv/platform/platform.hpp"
+#include "base/no_destructor.hpp"
 #include "base/process_state.hpp"
+#include "kiv/platform/platform.hpp"
 #include "telemetry/bff_analytics.hpp"
 
 namespace kiv {
 namespace {
 
 ProcessSlot<CrashReportSender>& slot() {
-  static ProcessSlot<CrashReportSender> instance;
-  return instance;
+  static NoDestructor<ProcessSlot<CrashReportSender>> instance;
+  return *instance;
 }
 
 // Without a sender of its own the process posts through the shared analytics

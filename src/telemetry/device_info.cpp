@@ -6,6 +6,7 @@
 #include <mutex>
 #include <utility>
 
+#include "base/no_destructor.hpp"
 #include "base/process_state.hpp"
 #include "base/seconds_text.hpp"
 #include "telemetry/installed_device.hpp"
@@ -128,8 +129,8 @@ std::string nameOrIdentifier(std::string_view identifier) {
 
 // The model name is worked out once per process; tests start afresh.
 ProcessSlot<std::optional<std::string>>& modelNameCache() {
-  static ProcessSlot<std::optional<std::string>> cache;
-  return cache;
+  static NoDestructor<ProcessSlot<std::optional<std::string>>> cache;
+  return *cache;
 }
 
 std::string cachedModelName() {

@@ -1,5 +1,6 @@
 #include "telemetry/installed_device.hpp"
 
+#include "base/no_destructor.hpp"
 #include "kiv/platform/platform.hpp"
 
 namespace kiv {
@@ -23,8 +24,8 @@ class BlankDevice final : public DeviceIdentity {
 
 std::shared_ptr<const DeviceIdentity> installedDevice() {
   if (auto device = platform()->device) return device;
-  static const auto blank = std::make_shared<const BlankDevice>();
-  return blank;
+  static NoDestructor<std::shared_ptr<const BlankDevice>> blank(std::make_shared<const BlankDevice>());
+  return *blank;
 }
 
 }  // namespace kiv

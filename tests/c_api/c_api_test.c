@@ -48,7 +48,8 @@ typedef struct attempt {
   const char* script;
   kiv_camera_status camera;
   enum destroy_point destroy;
-  int setup; /* zero: start without setup */
+  int setup;   /* zero: start without setup */
+  int restart; /* non-zero: the first outcome starts the next attempt */
   kiv_sdk* sdk;
   /* What the delegate heard. */
   int finishing_calls;
@@ -69,6 +70,13 @@ static void copy_text(char* to, size_t size, const char* from) { snprintf(to, si
 static void finish(attempt* a, const char* outcome) {
   ++a->finishing_calls;
   copy_text(a->outcome, sizeof a->outcome, outcome);
+  if (a->restart) {
+    /* The ending run is torn down only after this call returns. */
+    a->restart = 0;
+    CHECK_STATUS(kiv_sdk_start(a->sdk), KIV_ERROR_INVALID_STATE);
+    CHECK_STATUS(kiv_sdk_post_start(a->sdk), KIV_OK);
+    return;
+  }
   CHECK_STATUS(kiv_sdk_destroy(a->sdk), KIV_OK);
   a->sdk = NULL;
   CHECK_STATUS(kiv_stop_main_loop(), KIV_OK);
@@ -248,6 +256,32 @@ static void check_bad_input_on_the_loop(void* user_data) {
   CHECK_STATUS(kiv_stop_main_loop(), KIV_OK);
 }
 
+/* A log handler that calls into the SDK, which logs on the same thread: the
+ * line it causes arrives once the handler has returned. */
+static kiv_sdk* reentry_sdk = NULL;
+static int reentry_lines = 0;
+static int reentry_depth = 0;
+static void reentrant_line(void* user_data, const char* line) {
+  (void)user_data;
+  (void)line;
+  CHECK(reentry_depth++ == 0);
+  if (++reentry_lines == 1) {
+    CHECK_STATUS(kiv_sdk_setup(reentry_sdk, "not-a-jwt", "q", NULL, NULL, NULL, KIV_ENVIRONMENT_DEV, 0), KIV_OK);
+  }
+  --reentry_depth;
+}
+
+static void check_log_handler_reentry(void* user_data) {
+  (void)user_data;
+  CHECK_STATUS(kiv_sdk_create(&reentry_sdk), KIV_OK);
+  CHECK_STATUS(kiv_set_log_handler(reentrant_line, NULL), KIV_OK);
+  CHECK_STATUS(kiv_sdk_setup(reentry_sdk, "not-a-jwt", "p", NULL, NULL, NULL, KIV_ENVIRONMENT_DEV, 0), KIV_OK);
+  CHECK_STATUS(kiv_set_log_handler(count_line, NULL), KIV_OK);
+  CHECK(reentry_lines >= 2);
+  CHECK_STATUS(kiv_sdk_destroy(reentry_sdk), KIV_OK);
+  CHECK_STATUS(kiv_stop_main_loop(), KIV_OK);
+}
+
 static int remove_entry(const char* path, const struct stat* info, int flag, struct FTW* walk) {
   (void)info;
   (void)flag;
@@ -278,13 +312,16 @@ int main(void) {
 
   CHECK_STATUS(kiv_post_to_main_loop(check_bad_input_on_the_loop, (void*)token), KIV_OK);
   CHECK_STATUS(kiv_run_main_loop(), KIV_OK);
+  CHECK_STATUS(kiv_post_to_main_loop(check_log_handler_reentry, NULL), KIV_OK);
+  CHECK_STATUS(kiv_run_main_loop(), KIV_OK);
   /* The platform is in use now: its storage can no longer move. */
   CHECK_STATUS(kiv_set_data_directory(data), KIV_ERROR_INVALID_STATE);
 
-  /* Success: the signed verdict, a compact JWS. */
+  /* Success, twice: the second started from inside the first outcome. */
   a = make_attempt(token, "connected; wait 0.1; success");
+  a.restart = 1;
   play(&a);
-  CHECK(a.finishing_calls == 1);
+  CHECK(a.finishing_calls == 2);
   CHECK(strcmp(a.outcome, "success") == 0);
   CHECK(a.loading_calls >= 1 && a.loaded_calls >= 1);
   CHECK(strlen(a.signed_response) > 0 && strchr(a.signed_response, '.') != NULL);

@@ -79,6 +79,22 @@ TEST(MainLoop, RunsPostedAndDelayedTasksOnItsThreadUntilStopped) {
   EXPECT_FALSE(loop.isCurrent());
 }
 
+// A stop made before the run, from any thread, is never lost: the run it
+// meets returns at once and the work it found waits for the next.
+TEST(MainLoop, AStopBeforeTheRunEndsTheNextRunAtOnce) {
+  MainLoop loop;
+  bool ran = false;
+  loop.post([&] {
+    ran = true;
+    loop.stop();
+  });
+  std::jthread([&] { loop.stop(); }).join();
+  loop.run();
+  EXPECT_FALSE(ran);
+  loop.run();
+  EXPECT_TRUE(ran);
+}
+
 TEST(ThreadTaskPool, SerialQueuesKeepOrderAndWaitIdleCoversNestedTasks) {
   ThreadTaskPool pool(4);
   auto queue = pool.makeSerialQueue("kiv.test.serial");

@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 
 #include <cstdlib>
 #include <string>
@@ -77,7 +79,11 @@ TEST(SdkResourceBundle, ShippedLibraryFindsItsResourcesBuiltAndInstalled) {
     if (entry.path().filename().string().rfind("libkivfll.so", 0) == 0) libdir = entry.path().parent_path();
   }
   ASSERT_FALSE(libdir.empty());
-  const auto installed = testing::runToEnd("/usr/bin/env", {"LD_LIBRARY_PATH=" + libdir.string(), host}, 60.0);
+  // The loader is pointed at the installed copy; in a cross build the host
+  // still goes behind the emulator.
+  std::vector<std::string> command = {"LD_LIBRARY_PATH=" + libdir.string()};
+  std::ranges::copy(testing::commandLine(host, {}), std::back_inserter(command));
+  const auto installed = testing::runToEnd("/usr/bin/env", command, 60.0);
   ASSERT_EQ(installed.exitCode, 0) << installed.errors;
   const auto root = std::filesystem::canonical(prefix.path());
   EXPECT_EQ(installed.output, (root / "share" / "kivfll" / "resources").string() + "\nyes\n");

@@ -136,6 +136,26 @@ TEST_F(FacadeTest, SecondStartPrintsALineAndLeavesTheRunAlone) {
   EXPECT_EQ(params["isJailbroken"], false);
 }
 
+TEST_F(FacadeTest, ARunKeepsTheBackendOfTheEnvironmentItStartedWith) {
+  RecordingHttpServer beta;
+  ASSERT_TRUE(setBackendRootURL(KivEnvironment::beta, beta.url()));
+  // No status before the pause, so that the pause is armed on the main loop
+  // alone, before the clock moves.
+  vendor().setScript(CaptureScript::parse("wait 1; success").value());
+  setup();
+  start();
+  ASSERT_TRUE(loop().runUntil([] { return vendor().launches().size() == 1; }));
+  KivFaceLivenessLiteSDK::make()->setup(kToken, "person-1", std::nullopt, nullptr, std::nullopt, KivEnvironment::beta,
+                                        false);
+  EXPECT_EQ(currentEnvironment(), KivEnvironment::beta);
+  loop().advance(1);
+  const auto transactions = [&] { return server.requests("/bff/transactions/a-1/async").size(); };
+  ASSERT_TRUE(loop().runUntil([&] { return transactions() + beta.requestCount() > 0; }));
+  finishRun();
+  EXPECT_EQ(transactions(), 1u);
+  EXPECT_EQ(beta.requestCount(), 0u);
+}
+
 struct CameraCase {
   CameraAuthorizationStatus status;
   std::optional<bool> answer;  // to the prompt, when there is one

@@ -33,6 +33,17 @@ bool endedAsCrash(const ChildEnd& end) {
   return end.exitSignal != 0 || deadly > 0;
 }
 
+std::vector<std::string> commandLine(const std::string& program, const std::vector<std::string>& arguments) {
+  std::vector<std::string> command;
+#ifdef KIV_TEST_EMULATOR
+  const char* built = std::getenv("KIV_TEST_BINARY_DIR");
+  if (built && program.starts_with(built)) command.emplace_back(KIV_TEST_EMULATOR);
+#endif
+  command.push_back(program);
+  command.insert(command.end(), arguments.begin(), arguments.end());
+  return command;
+}
+
 TemporaryDirectory::TemporaryDirectory() {
   std::string pattern = (std::filesystem::temp_directory_path() / "kivfll-test-XXXXXX").string();
   if (mkdtemp(pattern.data())) path_ = pattern;

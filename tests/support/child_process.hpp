@@ -25,6 +25,10 @@ struct ChildEnd {
 // CLOCK_MONOTONIC in seconds: comparable across the processes of the machine.
 double monotonicSeconds();
 
+// The words that start `program` with `arguments`: in a cross build, the
+// build's own programs go behind the emulator that runs the tests.
+std::vector<std::string> commandLine(const std::string& program, const std::vector<std::string>& arguments);
+
 // Starts `program` with `arguments` and the environment of this process and
 // waits at most `boundSeconds` for it to end. No sleeping: the wait is on the
 // process itself.

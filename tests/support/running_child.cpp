@@ -34,10 +34,11 @@ RunningChild::RunningChild(const std::string& program, const std::vector<std::st
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
   posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
-  std::vector<char*> argv{const_cast<char*>(program.c_str())};
-  for (const auto& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+  std::vector<std::string> command = commandLine(program, arguments);
+  std::vector<char*> argv;
+  for (auto& word : command) argv.push_back(word.data());
   argv.push_back(nullptr);
-  if (posix_spawn(&pid_, program.c_str(), &actions, nullptr, argv.data(), environ) != 0) pid_ = 0;
+  if (posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ) != 0) pid_ = 0;
   posix_spawn_file_actions_destroy(&actions);
   close(out[1]);
   close(err[1]);

@@ -29,9 +29,12 @@ class MainLoop final : public MainQueue {
   MainLoop& operator=(const MainLoop&) = delete;
 
   // Runs tasks on the calling thread, which becomes the main thread, until
-  // stop(). Tasks still queued at stop() are dropped.
+  // stop(). Tasks still queued at stop() stay queued for the next run.
   void run();
-  // Safe from any thread, including from a task.
+  // Makes the run under way return. A stop while none is under way (before
+  // the first run, or between two) is kept: the next run returns at once,
+  // running nothing. Safe from any thread, including from a task, and never
+  // lost to a run starting on another thread at the same time.
   void stop();
 
   void post(Task task) override;

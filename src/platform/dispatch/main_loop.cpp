@@ -9,6 +9,7 @@
 #include <list>
 #include <mutex>
 #include <thread>
+#include <utility>
 #include "base/delay.hpp"
 
 namespace kiv {
@@ -25,6 +26,11 @@ struct MainLoop::Impl {
   std::atomic<std::thread::id> runner{};
   std::mutex mutex;
   std::list<Pending> pending;  // delayed tasks not yet run or dropped
+  // A stop made while no run is under way waits for the next one, which it
+  // ends at once; Asio's own stop would be undone by that run's restart.
+  std::mutex runMutex;
+  bool running = false;
+  bool stopPending = false;
 };
 
 MainLoop::MainLoop() : impl_(std::make_shared<Impl>()) {}
@@ -32,13 +38,29 @@ MainLoop::MainLoop() : impl_(std::make_shared<Impl>()) {}
 MainLoop::~MainLoop() { stop(); }
 
 void MainLoop::run() {
+  {
+    std::lock_guard lock(impl_->runMutex);
+    if (std::exchange(impl_->stopPending, false)) return;
+    impl_->running = true;
+    impl_->context.restart();
+  }
+  // A stop from here on finds the context running, or about to: either way
+  // run() returns once it sees it.
   impl_->runner = std::this_thread::get_id();
-  impl_->context.restart();
   impl_->context.run();
   impl_->runner = std::thread::id{};
+  std::lock_guard lock(impl_->runMutex);
+  impl_->running = false;
 }
 
-void MainLoop::stop() { impl_->context.stop(); }
+void MainLoop::stop() {
+  std::lock_guard lock(impl_->runMutex);
+  if (impl_->running) {
+    impl_->context.stop();
+  } else {
+    impl_->stopPending = true;
+  }
+}
 
 void MainLoop::post(Task task) {
   asio::post(impl_->context, [task = std::move(task)] { task(); });

@@ -17,6 +17,8 @@
 #include <vector>
 
 #include "base/delay.hpp"
+#include "base/no_destructor.hpp"
+#include "base/process_exit.hpp"
 #include "kiv/platform/platform.hpp"
 #include "platform/http/url.hpp"
 
@@ -228,9 +230,7 @@ class Engine : public std::enable_shared_from_this<Engine> {
   Engine(const Engine&) = delete;
   Engine& operator=(const Engine&) = delete;
 
-  void start() {
-    thread_ = std::thread([self = shared_from_this()] { self->run(); });
-  }
+  void start();
 
   bool isCurrentThread() const { return tCurrentEngine == this; }
 
@@ -268,6 +268,28 @@ class Engine : public std::enable_shared_from_this<Engine> {
     }
   }
 
+  // At exit: like stop(), but a thread that has not ended within the bound
+  // (a completion waiting on the exiting thread) is left to the end of the
+  // process.
+  void stopForExit() {
+    std::unique_lock lock(mutex_);
+    stopping_ = true;
+    curl_multi_wakeup(multi_);
+    if (joinClaimed_) return;
+    joinClaimed_ = true;
+    if (isCurrentThread()) {
+      thread_.detach();
+      return;
+    }
+    const bool ended = ended_.wait_for(lock, process_exit::kBound, [this] { return threadEnded_; });
+    lock.unlock();
+    if (ended) {
+      thread_.join();
+    } else {
+      thread_.detach();
+    }
+  }
+
  private:
   void run() {
     // OpenSSL writes to sockets without MSG_NOSIGNAL; a peer that closed the
@@ -296,6 +318,9 @@ class Engine : public std::enable_shared_from_this<Engine> {
       curl_multi_poll(multi_, nullptr, 0, active_.empty() ? kIdlePollMilliseconds : kActivePollMilliseconds, nullptr);
     }
     shutDown();
+    std::lock_guard lock(mutex_);
+    threadEnded_ = true;
+    ended_.notify_all();
   }
 
   void shutDown() {
@@ -564,7 +589,45 @@ class Engine : public std::enable_shared_from_this<Engine> {
   bool cancelPending_ = false;
   bool stopping_ = false;
   bool joinClaimed_ = false;
+  bool threadEnded_ = false;
+  std::condition_variable ended_;
 };
+
+// Every engine alive, for the exit hook: transfers still running at exit
+// end as cancelled and their threads stop before libcurl's libraries go.
+struct LiveEngines {
+  std::mutex mutex;
+  std::vector<std::weak_ptr<Engine>> engines;
+};
+
+LiveEngines& liveEngines() {
+  static NoDestructor<LiveEngines> instance;
+  static const bool hooked = [] {
+    process_exit::addHook([] {
+      std::vector<std::shared_ptr<Engine>> running;
+      {
+        std::lock_guard lock(liveEngines().mutex);
+        for (const auto& weak : liveEngines().engines) {
+          if (auto engine = weak.lock()) running.push_back(std::move(engine));
+        }
+      }
+      for (const auto& engine : running) engine->stopForExit();
+    });
+    return true;
+  }();
+  (void)hooked;
+  return *instance;
+}
+
+void Engine::start() {
+  {
+    auto& live = liveEngines();
+    std::lock_guard lock(live.mutex);
+    std::erase_if(live.engines, [](const auto& weak) { return weak.expired(); });
+    live.engines.push_back(weak_from_this());
+  }
+  thread_ = std::thread([self = shared_from_this()] { self->run(); });
+}
 
 void CurlDataTask::resume() {
   if (resumed_.exchange(true)) return;
