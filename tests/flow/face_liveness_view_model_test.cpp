@@ -141,7 +141,7 @@ TEST_F(ViewModelTest, SuccessfulAttemptGoesOnTheWireAndTearsDown) {
   EXPECT_EQ(run(), (Calls{"loading", "loaded", "success signed-1", "loaded"}));
   expectTornDown();
 
-  ASSERT_TRUE(loop().runUntil([&] { return !server.requests("/bff/transactions/attempt-1/async").empty(); }));
+  ASSERT_TRUE(server.waitForRequests("/bff/transactions/attempt-1/async", 1));
   EXPECT_EQ(server.requests("/bff/transactions/attempt-1/async").at(0).body, R"({"sessionId":"session-1","data":{}})");
   EXPECT_EQ(server.requests(kSessionPath).at(0).header("Authorization"), kToken);  // the stored credentials
   const auto launches = fakeCapture().launches();
@@ -161,7 +161,7 @@ TEST_F(ViewModelTest, VendorFailureCarriesTheSessionsSignedResponse) {
   play(R"(connected; failure eyes_closed "Eyes were closed" too_dark)");
   EXPECT_EQ(run(), (Calls{"loading", "loaded", "failure eyes_closed Eyes were closed signed-1", "loaded"}));
   expectTornDown();
-  ASSERT_TRUE(loop().runUntil([&] { return !server.requests("/bff/transactions/attempt-1/async").empty(); }));
+  ASSERT_TRUE(server.waitForRequests("/bff/transactions/attempt-1/async", 1));
 
   auto events = tracked(5);
   const Json& failure = events["provider_event failure"];

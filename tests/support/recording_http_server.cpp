@@ -158,6 +158,11 @@ bool RecordingHttpServer::waitForRequests(std::size_t count, std::chrono::millis
   return arrivals_.waitUntil([&] { return requestCount() >= count; }, timeout);
 }
 
+bool RecordingHttpServer::waitForRequests(std::string_view path, std::size_t count,
+                                          std::chrono::milliseconds timeout) const {
+  return arrivals_.waitUntil([&] { return requests(path).size() >= count; }, timeout);
+}
+
 std::size_t RecordingHttpServer::requestCount() const {
   std::lock_guard lock(mutex_);
   return requests_.size();

@@ -132,6 +132,9 @@ class RecordingHttpServer {
 
   // Waits until at least `count` requests have arrived; false on time-out.
   bool waitForRequests(std::size_t count, std::chrono::milliseconds timeout = std::chrono::seconds(10)) const;
+  // The same for requests to `path`.
+  bool waitForRequests(std::string_view path, std::size_t count,
+                       std::chrono::milliseconds timeout = std::chrono::seconds(10)) const;
   std::size_t requestCount() const;
   std::vector<RecordedRequest> requests() const;
   std::vector<RecordedRequest> requests(std::string_view path) const;
