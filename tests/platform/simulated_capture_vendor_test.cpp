@@ -42,21 +42,15 @@ class RecordingDelegate final : public IProovPresentationDelegate {
   std::function<void(std::string)> note_;
 };
 
-class VendorFixture : public testing::PlatformTest {
+class SimulatedVendorTest : public testing::PlatformTest {
  protected:
-  explicit VendorFixture(testing::TestPlatform::Pool pool) : PlatformTest(pool) {}
-
-  SimulatedCaptureVendor& vendor() { return static_cast<SimulatedCaptureVendor&>(*platform()->capture); }
-  void play(std::string_view script) { vendor().setScript(CaptureScript::parse(script).value()); }
+  void play(std::string_view script) { fakeCapture().setScript(CaptureScript::parse(script).value()); }
 
   Session launch() {
     Options options;
     options.presentationDelegate = delegate_;
     return IProov::launch("wss://eu/ws", "token-1", options, [this](const Status& status) {
       std::string event(status.name());
-      if (auto f = status.as<Status::failure>(); f && !f->result.reasons.empty()) {
-        event += " " + f->result.reasons[0].feedbackCode;
-      }
       if (auto e = status.as<Status::error>()) event += " " + e->iProovError.errorDescription().value_or("-");
       note(event);
       if (onStatus_) onStatus_(status);
@@ -98,11 +92,6 @@ class VendorFixture : public testing::PlatformTest {
       std::make_shared<RecordingDelegate>(host_, [this](std::string event) { note(event); });
 };
 
-class SimulatedVendorTest : public VendorFixture {
- protected:
-  SimulatedVendorTest() : VendorFixture(testing::TestPlatform::Pool::threads) {}
-};
-
 class CancelFromAnotherThread : public SimulatedVendorTest, public ::testing::WithParamInterface<std::string> {};
 
 // Whichever thread statuses are delivered on, none follows a cancel() made
@@ -130,16 +119,6 @@ TEST_P(CancelFromAnotherThread, StopsDeliveriesAtOnce) {
 INSTANTIATE_TEST_SUITE_P(Delivery, CancelFromAnotherThread, ::testing::Values("", "deliver vendor; "),
                          [](const auto& testInfo) { return testInfo.param.empty() ? "OnMain" : "OnTheVendorThread"; });
 
-TEST_F(SimulatedVendorTest, WithTheDelegateGoneTheVendorTakesItsScreenDownItself) {
-  play("connected; wait 1; success");
-  launch();
-  ASSERT_TRUE(loop().runUntil([&] { return saw("0 connected (shown)"); }));
-  delegate_.reset();
-  loop().advance(1);
-  ASSERT_TRUE(loop().runUntil([&] { return saw("1 success (shown)") && !host_->presentedViewController(); }));
-  EXPECT_EQ(events(), (Events{"0 present", "0 connected (shown)", "1 success (shown)"}));
-}
-
 TEST_F(SimulatedVendorTest, WithoutAVendorTheCaptureEndsAsNotSupported) {
   testPlatform().bundle().capture = nullptr;
   testPlatform().install();
@@ -148,110 +127,6 @@ TEST_F(SimulatedVendorTest, WithoutAVendorTheCaptureEndsAsNotSupported) {
   loop().runUntilIdle();
   EXPECT_EQ(events(), Events{"0 error No capture vendor is installed"});
 }
-
-// On the manual pool each script plays one way only. Besides plain scripts,
-// vendors that do what a real one may: call back on their own thread, inside
-// launch(), after the final status or after cancel(), and dismiss early or
-// never.
-class ManualVendorTest : public VendorFixture {
- protected:
-  ManualVendorTest() : VendorFixture(testing::TestPlatform::Pool::manual) {}
-};
-
-TEST_F(ManualVendorTest, CancelInsideTheFinalStatusAsksForOneDismissal) {
-  Session session = launch();
-  onStatus_ = [&](const Status& status) {
-    if (status.isFinal()) session.cancel();
-  };
-  loop().advance(10);
-  EXPECT_EQ(events(), (Events{"0 present", "0 connected (shown)", "0 success (shown)", "0 dismiss"}));
-}
-
-TEST_F(ManualVendorTest, AFinishedCaptureLeavesNothingBehind) {
-  SimulatedCaptureVendor vendor(CaptureScript::parse("connected; wait 1; success").value());
-  auto held = std::make_shared<int>();
-  const std::weak_ptr<int> watched = held;
-  vendor.launch("wss://eu/ws", "token-1", {}, [held = std::move(held)](const Status&) {});
-  loop().advance(2);
-  EXPECT_TRUE(watched.expired());
-  EXPECT_TRUE(vendor.launches().empty());
-}
-
-struct ScriptCase {
-  std::string name;
-  std::string script;
-  std::optional<double> cancelAt;
-  Events events;
-};
-void PrintTo(const ScriptCase& c, std::ostream* os) { *os << c.name; }
-
-class ScriptTest : public ManualVendorTest, public ::testing::WithParamInterface<ScriptCase> {};
-
-TEST_P(ScriptTest, PlaysWhatTheScriptSays) {
-  play(GetParam().script);
-  Session session = launch();
-  note("launch returned");
-  const double cancelAt = GetParam().cancelAt.value_or(0);
-  if (GetParam().cancelAt) {
-    loop().advance(cancelAt);
-    session.cancel();
-  }
-  session = {};  // the capture runs on without its handle
-  loop().advance(10 - cancelAt);
-  note("end");
-  EXPECT_EQ(events(), GetParam().events);
-  const auto launches = vendor().launches();
-  ASSERT_EQ(launches.size(), 1u);
-  EXPECT_EQ(launches[0].streamingURL, "wss://eu/ws");
-  EXPECT_EQ(launches[0].token, "token-1");
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Scripts, ScriptTest,
-    ::testing::Values(
-        ScriptCase{"FailureAfterTwoSeconds",
-                   "connected; wait 2; failure eyes_closed",
-                   std::nullopt,
-                   {"0 launch returned", "0 present", "0 connected (shown)", "2 failure eyes_closed (shown)",
-                    "2 dismiss", "10 end"}},
-        ScriptCase{
-            "PausesAddUp",
-            "wait 0.5; connecting; connected; processing 0.5; wait 1; processing 1; success",
-            std::nullopt,
-            {"0 launch returned", "0 present", "0.5 connecting (shown)", "0.5 connected (shown)",
-             "0.5 processing (shown)", "1.5 processing (shown)", "1.5 success (shown)", "1.5 dismiss", "10 end"}},
-        ScriptCase{"StatusesOnTheVendorThread",
-                   "deliver vendor; connected; wait 1; failure eyes_closed",
-                   std::nullopt,
-                   {"0 launch returned", "0 present", "0 connected (off main)", "1 failure eyes_closed (off main)",
-                    "1 dismiss", "10 end"}},
-        ScriptCase{"DismissalBeforeALateFinalStatus",
-                   "connected; dismiss; wait 4; success",
-                   std::nullopt,
-                   {"0 launch returned", "0 present", "0 connected (shown)", "0 dismiss", "4 success", "10 end"}},
-        ScriptCase{"NeverDismisses",
-                   "connected; failure; nodismiss",
-                   std::nullopt,
-                   {"0 launch returned", "0 present", "0 connected (shown)", "0 failure (shown)", "10 end (shown)"}},
-        ScriptCase{
-            "ALateErrorAfterSuccess",
-            "success; then wait 1; then error network \"late\"",
-            std::nullopt,
-            {"0 launch returned", "0 present", "0 success (shown)", "1 error late (shown)", "1 dismiss", "10 end"}},
-        ScriptCase{"AStatusInsideLaunch",
-                   "sync connecting; connected; success",
-                   std::nullopt,
-                   {"0 connecting", "0 launch returned", "0 present", "0 connected (shown)", "0 success (shown)",
-                    "0 dismiss", "10 end"}},
-        ScriptCase{"AFinalStatusInsideLaunchShowsNothing",
-                   "sync error captureAlreadyActive",
-                   std::nullopt,
-                   {"0 error -", "0 launch returned", "10 end"}},
-        ScriptCase{"AForcedStatusAfterCancel",
-                   "connected; wait 5; processing 0.5; force canceled integration; then success",
-                   1.0,
-                   {"0 launch returned", "0 present", "0 connected (shown)", "1 dismiss", "1 canceled", "10 end"}}),
-    [](const auto& testInfo) { return testInfo.param.name; });
 
 }  // namespace
 }  // namespace kiv

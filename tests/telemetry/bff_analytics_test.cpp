@@ -75,10 +75,9 @@ class BFFAnalyticsTest : public testing::PlatformTest {
     testPlatform().bundle().secureStore = std::move(store);
     testPlatform().install();
   }
-  FakePathMonitorFactory& network() { return dynamic_cast<FakePathMonitorFactory&>(*platform()->pathMonitor); }
   // Reports a usable path and waits for the flush it starts to end.
   void goOnline(const KivBFFAnalytics& analytics) {
-    network().setStatus(NetworkPathStatus::satisfied);
+    fakeNetwork().setStatus(NetworkPathStatus::satisfied);
     testPlatform().pool->waitIdle();
     analytics.flushFinished().wait();
   }
@@ -150,10 +149,9 @@ TEST_F(BFFAnalyticsTest, HeldPostsNeitherStarveThePoolNorHoldBackACrashReport) {
   platform()->taskPool->post([&ran] { ran.set_value(); });
   ASSERT_EQ(ran.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
 
-  auto& crash = dynamic_cast<FakeCrashPrimitives&>(*platform()->crash);
   KivCrashHandler::shared()->install(std::string(kKivSDKService), true);
   testPlatform().pool->waitIdle();
-  ASSERT_TRUE(crash.deliverSignal(SIGSEGV));
+  ASSERT_TRUE(fakeCrash().deliverSignal(SIGSEGV));
   // The crash path returned: by then the report was answered, so nothing
   // was left for abort().
   const auto reports = bodies(kCrashPath);
@@ -240,10 +238,9 @@ TEST_F(BFFAnalyticsTest, ACrashReportThatCouldNotBePostedStaysStored) {
   testPlatform().bundle().http = std::make_shared<RefusingHttpSession>();
   testPlatform().install();
   configure();
-  auto& crash = dynamic_cast<FakeCrashPrimitives&>(*platform()->crash);
   KivCrashHandler::shared()->install(std::string(kKivSDKService), true);
   testPlatform().pool->waitIdle();
-  ASSERT_TRUE(crash.deliverSignal(SIGSEGV));
+  ASSERT_TRUE(fakeCrash().deliverSignal(SIGSEGV));
   testPlatform().pool->waitIdle();
 
   const auto logs = KivCrashLogsManager(KivKeyChainManager::shared()).getCrashLogs();
@@ -482,7 +479,7 @@ TEST_F(BFFAnalyticsTest, NoEventIsLostOrDuplicatedUnderLoad) {
     if (!recovered && !notice && index % 3 == 2) {
       // Flushes are asked for while the producers still run.
       if (const auto failed = ++failures; failed == 150 || failed == 400) {
-        network().setStatus(NetworkPathStatus::satisfied);
+        fakeNetwork().setStatus(NetworkPathStatus::satisfied);
       }
       return Answer::http(500);
     }
@@ -525,7 +522,7 @@ TEST_F(BFFAnalyticsTest, NoEventIsLostOrDuplicatedUnderLoad) {
 
 TEST_F(BFFAnalyticsTest, StoreWriteFailureKeepsTheEventInMemoryAndStillResends) {
   server.setAnswer(kTrackPath, Answer::http(500));
-  dynamic_cast<MemorySecureStore&>(*platform()->secureStore).failNextAdd(-34018);
+  fakeStore().failNextAdd(-34018);
   auto analytics = configure();
   trackStep(*analytics, "1");
   EXPECT_EQ(stepsOf(analytics->queuedEvents()), Steps{"1"});

@@ -22,7 +22,7 @@ class CrashLogsManagerTest : public testing::PlatformTest {
   CrashLogsManagerTest() { KivCrashLogsManager::setServiceName(std::string(kService)); }
 
   std::shared_ptr<KivKeyChainManager> keychain = KivKeyChainManager::shared();
-  MemorySecureStore& store = dynamic_cast<MemorySecureStore&>(*platform()->secureStore);
+  MemorySecureStore& store = fakeStore();
   KivCrashLogsManager manager{keychain};
 
   std::string itemText(std::string_view service) {
@@ -82,16 +82,6 @@ TEST_F(CrashLogsManagerTest, AnEmptyServiceNameIsUsedAsItIs) {
   manager.saveCrashLog(signalRecord("x"));
   EXPECT_EQ(store.items().count({"", std::string(kCrashLogsKey)}), 1u);
   EXPECT_EQ(itemText(kService), "<none>");
-}
-
-TEST_F(CrashLogsManagerTest, ClearingRemovesTheItemUnderEveryService) {
-  manager.saveCrashLog(signalRecord("x"));
-  keychain->save("another.service", kCrashLogsKey, asBytes("[]"), true);
-  keychain->save(kService, "unrelated", asBytes("kept"), true);
-  manager.clearCrashLogs();
-  EXPECT_EQ(manager.getCrashLogs(), std::nullopt);
-  EXPECT_EQ(itemText("another.service"), "<none>");
-  EXPECT_EQ(keychain->readString(kService, "unrelated"), "kept");
 }
 
 TEST_F(CrashLogsManagerTest, AnUnreadableItemReadsAsNothingAndIsReplacedByTheNextSave) {

@@ -125,11 +125,9 @@ class FlappingBackendSlowTest : public testing::PlatformTest {
   }
   ~FlappingBackendSlowTest() override { resetBackendRootURL(KivEnvironment::dev); }
 
-  FakePathMonitorFactory& network() { return dynamic_cast<FakePathMonitorFactory&>(*platform()->pathMonitor); }
-
   // Reports a usable path and waits for the flush it starts to end.
   void reportSatisfied(const KivBFFAnalytics& client) {
-    network().setStatus(NetworkPathStatus::satisfied);
+    fakeNetwork().setStatus(NetworkPathStatus::satisfied);
     testPlatform().pool->waitIdle();
     client.flushFinished().wait();
   }
@@ -141,7 +139,7 @@ class FlappingBackendSlowTest : public testing::PlatformTest {
 
 TEST_F(FlappingBackendSlowTest, EveryBodyArrivesExactlyOnceAndQueuedOnesInQueueOrder) {
   const int seconds = flapSeconds();
-  network().setStatus(NetworkPathStatus::satisfied);
+  fakeNetwork().setStatus(NetworkPathStatus::satisfied);
   KivBFFAnalytics::configure(testing::analyticsConfiguration("session-flap"));
   const auto client = KivBFFAnalytics::shared();
   ASSERT_TRUE(client);
@@ -156,11 +154,11 @@ TEST_F(FlappingBackendSlowTest, EveryBodyArrivesExactlyOnceAndQueuedOnesInQueueO
     while (next < end) {
       std::this_thread::sleep_until(next += kPhase);
       server.goDown();
-      network().setStatus(NetworkPathStatus::unsatisfied);
+      fakeNetwork().setStatus(NetworkPathStatus::unsatisfied);
       ++outages;
       std::this_thread::sleep_until(next += kPhase);
       server.comeUp();
-      network().setStatus(NetworkPathStatus::satisfied);
+      fakeNetwork().setStatus(NetworkPathStatus::satisfied);
     }
     flapping = false;
   });
