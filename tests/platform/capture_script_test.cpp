@@ -110,8 +110,8 @@ TEST(CaptureScriptParse, EveryMalformedStepIsRefused) {
   for (const char* text : {"wait 2s", "wait -1", "processing 1.5", R"(failure "Eyes closed")", "error Network",
                            "then connected; success", "connected; sync success", "deliver ui; success"}) {
     const auto script = CaptureScript::parse(text);
-    EXPECT_FALSE(script.has_value()) << text;
-    if (!script) EXPECT_TRUE(script.error().starts_with("step ")) << script.error();
+    ASSERT_FALSE(script.has_value()) << text;
+    EXPECT_TRUE(script.error().starts_with("step ")) << script.error();
   }
 }
 

@@ -9,7 +9,6 @@
 #include "kiv/platform/ui/view_toolkit.hpp"
 #include "platform/ui/fake_font_lookup.hpp"
 #include "platform/ui/fontconfig_font_lookup.hpp"
-#include "platform/ui/headless_view_controller.hpp"
 #include "platform/ui/headless_view_toolkit.hpp"
 #include "platform/view_toolkit_contract.hpp"
 #include "support/test_platform.hpp"
@@ -39,35 +38,6 @@ INSTANTIATE_TEST_SUITE_P(Headless, ViewToolkitContract,
                              "headless", [] { return std::make_unique<HeadlessHarness>(); }}));
 
 // --- Presentation
-
-TEST_F(ViewToolkitTest, AnimatedDismissalLeavesAfterItsTransition) {
-  const double transition = HeadlessViewController::kTransitionSeconds;
-  auto host = ui().makeViewController();
-  auto sheet = ui().makeViewController();
-  host->present(sheet, false, {});
-  std::vector<std::string> done;
-  sheet->dismiss(true, [&] { done.push_back("first"); });
-  sheet->dismiss(false, [&] { done.push_back("joined"); });  // joins the one under way
-  EXPECT_TRUE(sheet->isBeingDismissed());
-  EXPECT_EQ(host->presentedViewController(), sheet);
-  loop().advance(transition / 2);
-  EXPECT_EQ(host->presentedViewController(), sheet);
-  loop().advance(transition / 2);
-  EXPECT_EQ(host->presentedViewController(), nullptr);
-  EXPECT_FALSE(sheet->isBeingDismissed());
-  EXPECT_EQ(done, (std::vector<std::string>{"first", "joined"}));
-
-  // Presenting over a controller whose sheet is leaving ends that transition first.
-  auto next = ui().makeViewController();
-  host->present(sheet, false, {});
-  sheet->dismiss(true, [&] { done.push_back("cut short"); });
-  host->present(next, false, {});
-  EXPECT_EQ(host->presentedViewController(), next);
-  EXPECT_EQ(sheet->presentingViewController(), nullptr);
-  loop().advance(transition);
-  EXPECT_EQ(host->presentedViewController(), next);
-  EXPECT_EQ(done.back(), "cut short");
-}
 
 // --- Fonts
 

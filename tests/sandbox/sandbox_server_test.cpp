@@ -161,27 +161,5 @@ TEST_F(SandboxServerTest, RequestsThatAreNotUtf8AreKeptAndListedWithTheBadBytesR
   EXPECT_EQ(list[2]["headers"]["X-Name"], "caf\uFFFD");
 }
 
-TEST(RequestLog, FileKeepsItsRecordsAcrossOpenings) {
-  // A file's name, in the working directory, however much it looks like an
-  // SQLite URI of a database in memory.
-  const std::filesystem::path file("file:kivfll-sandbox-" + std::to_string(::getpid()) + ".db?mode=memory");
-  std::filesystem::remove(file);
-  EXPECT_FALSE(RequestLog::open(std::filesystem::path()));
-  {
-    auto log = RequestLog::open(file);
-    ASSERT_TRUE(log) << log.error();
-    const auto id = (*log)->record({.method = "POST", .path = "/bff/crashlytics", .body = "{}"});
-    (*log)->settle(id, 200, "crashlytics");
-  }
-  auto reopened = RequestLog::open(file);
-  ASSERT_TRUE(reopened);
-  const auto recorded = (*reopened)->requests({.path = "/bff/crashlytics/"});
-  ASSERT_EQ(recorded.size(), 1u);
-  EXPECT_EQ(recorded[0].status, 200);
-  EXPECT_TRUE((*reopened)->requests({.path = "bff/crash"}).empty());
-  reopened->reset();
-  for (const char* suffix : {"", "-wal", "-shm"}) std::filesystem::remove(file.string() + suffix);
-}
-
 }  // namespace
 }  // namespace kiv::sandbox

@@ -118,7 +118,7 @@ TEST(LogSanitizer, EntryIsKeptOrRemovedByKeyAndCharacterCount) {
   for (const auto& [key, value, kept] : entries) {
     SCOPED_TRACE(key + " of " + std::to_string(value.size()) + " bytes");
     Json any = {{key, value}, {"other", 1}};
-    EXPECT_EQ(sanitizeDictionary(any), kept ? any : Json{{"other", 1}});
+    EXPECT_EQ(sanitizeDictionary(any), kept ? any : (Json{{"other", 1}}));
     EXPECT_EQ(sanitizeDictionary(std::map<std::string, std::string>{{key, value}}).contains(key), kept);
   }
 }

@@ -18,13 +18,11 @@
 
 #include "kiv/backend.hpp"
 #include "kiv/platform/secure_store.hpp"
-#include "platform/crash/fake_crash_primitives.hpp"
 #include "platform/http/scripted_http_session.hpp"
-#include "platform/path_monitor/fake_path_monitor.hpp"
-#include "platform/secure_store/memory_secure_store.hpp"
 #include "service/key_chain_manager.hpp"
 #include "support/analytics_configuration.hpp"
 #include "support/child_process.hpp"
+#include "support/forwarding_store.hpp"
 #include "support/programs.hpp"
 #include "support/recording_http_server.hpp"
 #include "support/test_platform.hpp"
@@ -167,23 +165,15 @@ TEST_F(BFFAnalyticsTest, HeldPostsNeitherStarveThePoolNorHoldBackACrashReport) {
 
 // A store whose writes of the offline queue wait until opened: a long
 // queue on a slow disk.
-class GatedStore final : public SecureItemStore {
+class GatedStore final : public testing::ForwardingStore {
  public:
   std::int32_t add(std::string_view service, std::string_view account, std::span<const std::uint8_t> value) override {
     std::unique_lock lock(mutex_);
     waiting_ = account == queue_format::queueKey;
     changed_.notify_all();
     changed_.wait(lock, [&] { return open_ || !waiting_; });
-    return store_.add(service, account, value);
+    return ForwardingStore::add(service, account, value);
   }
-  std::int32_t update(std::string_view service, std::string_view account,
-                      std::span<const std::uint8_t> value) override {
-    return store_.update(service, account, value);
-  }
-  SecureItemCopy copyMatching(std::string_view service, std::string_view account) override {
-    return store_.copyMatching(service, account);
-  }
-  std::int32_t deleteAccount(std::string_view account) override { return store_.deleteAccount(account); }
 
   bool waitForWrite() {
     std::unique_lock lock(mutex_);
@@ -196,7 +186,6 @@ class GatedStore final : public SecureItemStore {
   }
 
  private:
-  MemorySecureStore store_;
   std::mutex mutex_;
   std::condition_variable changed_;
   bool waiting_ = false;
