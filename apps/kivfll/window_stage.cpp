@@ -11,6 +11,7 @@
 #include "kiv/platform/gtk/capture_screen.hpp"
 #include "kiv/platform/gtk/glib_main_queue.hpp"
 #include "kiv/platform/gtk/gtk_view_toolkit.hpp"
+#include "kiv/platform/gtk/portal_camera_authorization.hpp"
 
 namespace kiv::cli {
 
@@ -37,6 +38,7 @@ class WindowStage final : public AttemptStage {
     queue_ = std::make_shared<gtk::GlibMainQueue>();
     bundle.mainQueue = queue_;
     bundle.ui = gtk::makeGtkViewToolkit(settings_.screens.has_value());
+    if (settings_.portalCamera) bundle.camera = gtk::makePortalCameraAuthorization();
   }
 
   std::shared_ptr<CaptureVendor> showCapture(std::shared_ptr<CaptureVendor> vendor) override {

@@ -29,6 +29,9 @@ struct WindowSettings {
   bool everyStatus = false;  // capture-<status>.png for every status, not capture.png at 50 %
   bool autoStart = true;
   double lingerSeconds = 1.5;  // how long the outcome stays up
+  // Camera access through the desktop's camera portal (its prompt, for a
+  // sandboxed app) rather than the attempt's fixed answer.
+  bool portalCamera = false;
 };
 
 // The stage, or why there is none (no display to open a window on).
