@@ -184,22 +184,5 @@ TEST_F(RunTest, ABackendsTextReachesTheTerminalEscaped) {
   EXPECT_NE(end.output.find(R"(description: "\x1b]2;owned\x07\x1b[2J")"), std::string::npos) << end.output;
 }
 
-TEST_F(RunTest, ABadCommandLineIsAUsageErrorInOneLine) {
-  const std::vector<std::string> base{"run", "--token", "t", "--person", "p"};
-  for (auto extra : std::vector<std::vector<std::string>>{
-           {"--backend", "ftp://x"},
-           {"--backend", sandbox_->rootURL(), "--capture", "wait soon"},
-           {"--backend", sandbox_->rootURL(), "--simulate-crash", "SIGWINCH"},
-           {"--backend", sandbox_->rootURL(), "--data-dir", "/proc/kivfll-cannot-be-here"}}) {
-    auto arguments = base;
-    arguments.insert(arguments.end(), extra.begin(), extra.end());
-    const auto end = runToEnd(kProgram, arguments, kBoundSeconds);
-    EXPECT_EQ(end.exitCode, 64) << extra.back();
-    EXPECT_TRUE(end.output.empty()) << end.output;
-    EXPECT_EQ(std::count(end.errors.begin(), end.errors.end(), '\n'), 1) << end.errors;
-  }
-  EXPECT_TRUE(sandbox_->requests().empty());
-}
-
 }  // namespace
 }  // namespace kiv::testing

@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 
-#include <future>
-
 #include "base/json.hpp"
 #include "sandbox/signing.hpp"
 #include "service/session_format.hpp"
@@ -59,13 +57,11 @@ class SandboxServerTest : public ::testing::Test {
 TEST_F(SandboxServerTest, SessionHasEveryFieldAndASignedResponseTheKeyVerifies) {
   const auto minted = session("p-1");
   ASSERT_TRUE(minted.id && minted.livenessAttemptId && minted.signedResponse && minted.supplier && minted.user);
-  EXPECT_EQ(minted.clientId, "client-7");
-  EXPECT_EQ(minted.user->personId, "p-1");
-  EXPECT_EQ(minted.supplier->type, "iproov");
-  EXPECT_FALSE(minted.supplier->token.value_or("").empty());
   EXPECT_TRUE(minted.user->userId && minted.supplier->settings && minted.supplier->settings->filter &&
-              minted.remainingAttempts);
-  EXPECT_EQ(minted.hasFingerprint, false);
+              minted.remainingAttempts && !minted.supplier->token.value_or("").empty());
+  EXPECT_EQ(std::tuple(minted.clientId.value_or(""), minted.user->personId.value_or(""),
+                       minted.supplier->type.value_or(""), minted.hasFingerprint.value_or(true)),
+            std::tuple("client-7", "p-1", "iproov", false));
   EXPECT_EQ(minted.sdk, (SessionSdk{"3.2.1", "iOS"}));
   EXPECT_TRUE(minted.createdAt && minted.expiredAt && *minted.createdAt < *minted.expiredAt);
 
@@ -98,9 +94,7 @@ TEST_F(SandboxServerTest, TransactionIsAcceptedOnlyForAnAttemptItMinted) {
 }
 
 TEST_F(SandboxServerTest, FaultsSpoilOnlyTheirTargetForTheirTimesUntilCleared) {
-  const auto refused = addFault(R"({"endpoint":"sessions","stauts":500})");
-  EXPECT_EQ(refused->status, 400);
-  EXPECT_NE(refused->body.find("stauts"), std::string::npos);
+  EXPECT_EQ(addFault(R"({"endpoint":"sessions","stauts":500})")->status, 400);
   ASSERT_EQ(addFault(R"({"endpoint":"sessions","personId":"p-422","status":422,"body":"no","times":1})")->status, 201);
   ASSERT_EQ(addFault(R"({"endpoint":"analytics","status":503})")->status, 201);
 
@@ -120,36 +114,14 @@ TEST_F(SandboxServerTest, FaultsSpoilOnlyTheirTargetForTheirTimesUntilCleared) {
   }
 }
 
-TEST_F(SandboxServerTest, MalformedFaultSendsAnUnreadableBodyAndDropFaultNoAnswer) {
-  ASSERT_TRUE(addFault(R"({"endpoint":"sessions","malformed":true,"times":1})"));
+TEST_F(SandboxServerTest, DropFaultSendsNoAnswerAndIsRecordedAsDropped) {
   ASSERT_TRUE(addFault(R"({"endpoint":"sessions","drop":true,"times":1})"));
-  const auto malformed = post(kSessionsTarget, sessionBody("p-1"));
-  ASSERT_TRUE(malformed);
-  EXPECT_EQ(malformed->status, 200);
-  EXPECT_FALSE(json::parse(malformed->body));
   EXPECT_FALSE(post(kSessionsTarget, sessionBody("p-1")));
   const auto recorded = sandbox->requests();
-  ASSERT_EQ(recorded.size(), 2u);
-  EXPECT_EQ(recorded[1].status, std::nullopt);
-  EXPECT_NE(recorded[1].outcome.find("dropped"), std::string::npos);
+  ASSERT_EQ(recorded.size(), 1u);
+  EXPECT_EQ(recorded[0].status, std::nullopt);
+  EXPECT_NE(recorded[0].outcome.find("dropped"), std::string::npos);
   EXPECT_EQ(post(kSessionsTarget, sessionBody("p-1"))->status, 200);
-}
-
-TEST_F(SandboxServerTest, DelayFaultHoldsItsAnswerWhileLaterRequestsAreAnswered) {
-  // Far longer than the test: the slow answer can only come after the fast one.
-  ASSERT_TRUE(addFault(R"({"endpoint":"sessions","personId":"p-slow","delayMs":600000})"));
-  auto slow = std::async(std::launch::async, [this] { return post(kSessionsTarget, sessionBody("p-slow")); });
-  ASSERT_TRUE(sandbox->waitForRequests({.path = "bff/sessions"}, 1));
-
-  EXPECT_EQ(post(kSessionsTarget, sessionBody("p-fast"))->status, 200);
-  EXPECT_EQ(slow.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
-  const auto recorded = sandbox->requests();
-  ASSERT_EQ(recorded.size(), 2u);
-  EXPECT_EQ(recorded[0].status, std::nullopt);  // the slow one arrived first and is still unanswered
-  EXPECT_EQ(recorded[1].status, 200);
-
-  sandbox->stop();  // cuts the delay short
-  slow.wait();
 }
 
 TEST_F(SandboxServerTest, RequestsAreRecordedAndServedBackByPath) {
@@ -187,28 +159,6 @@ TEST_F(SandboxServerTest, RequestsThatAreNotUtf8AreKeptAndListedWithTheBadBytesR
   EXPECT_EQ(list[0]["path"], "/bff/\uFFFD");
   EXPECT_EQ(list[1]["body"], "{\"event\":\"\uFFFD\"}");
   EXPECT_EQ(list[2]["headers"]["X-Name"], "caf\uFFFD");
-}
-
-TEST(RequestLog, FileKeepsItsRecordsAcrossOpenings) {
-  // A file's name, in the working directory, however much it looks like an
-  // SQLite URI of a database in memory.
-  const std::filesystem::path file("file:kivfll-sandbox-" + std::to_string(::getpid()) + ".db?mode=memory");
-  std::filesystem::remove(file);
-  EXPECT_FALSE(RequestLog::open(std::filesystem::path()));
-  {
-    auto log = RequestLog::open(file);
-    ASSERT_TRUE(log) << log.error();
-    const auto id = (*log)->record({.method = "POST", .path = "/bff/crashlytics", .body = "{}"});
-    (*log)->settle(id, 200, "crashlytics");
-  }
-  auto reopened = RequestLog::open(file);
-  ASSERT_TRUE(reopened);
-  const auto recorded = (*reopened)->requests({.path = "/bff/crashlytics/"});
-  ASSERT_EQ(recorded.size(), 1u);
-  EXPECT_EQ(recorded[0].status, 200);
-  EXPECT_TRUE((*reopened)->requests({.path = "bff/crash"}).empty());
-  reopened->reset();
-  for (const char* suffix : {"", "-wal", "-shm"}) std::filesystem::remove(file.string() + suffix);
 }
 
 }  // namespace

@@ -18,20 +18,11 @@ std::string tampered(std::string jws, int index) {
   return jws;
 }
 
-class TamperedJws : public ::testing::TestWithParam<int> {};
-
-TEST_P(TamperedJws, DoesNotVerify) {
+TEST(Signing, ATamperedSegmentAnotherKeyOrAnotherAlgorithmDoesNotVerify) {
   const auto key = SigningKey::generate();
   const auto jws = signCompactJws(R"({"sessionId":"s-1","personId":"p-1"})", key);
   ASSERT_EQ(verifyCompactJws(jws, key.publicKey()), R"({"sessionId":"s-1","personId":"p-1"})");
-  EXPECT_FALSE(verifyCompactJws(tampered(jws, GetParam()), key.publicKey()));
-}
-
-INSTANTIATE_TEST_SUITE_P(EachSegment, TamperedJws, ::testing::Values(0, 1, 2));
-
-TEST(Signing, AnotherKeyOrAnotherAlgorithmDoesNotVerify) {
-  const auto key = SigningKey::generate();
-  const auto jws = signCompactJws("{}", key);
+  for (int segment : {0, 1, 2}) EXPECT_FALSE(verifyCompactJws(tampered(jws, segment), key.publicKey())) << segment;
   EXPECT_FALSE(verifyCompactJws(jws, SigningKey::generate().publicKey()));
 
   // A token that claims no algorithm must not pass on a matching signature.

@@ -43,6 +43,7 @@
 #include "platform/path_monitor/fake_path_monitor.hpp"
 #include "support/analytics_configuration.hpp"
 #include "support/child_process.hpp"
+#include "support/forwarding_store.hpp"
 #include "support/recording_http_server.hpp"
 #include "support/test_platform.hpp"
 #include "telemetry/bff_analytics.hpp"
@@ -71,23 +72,19 @@ std::optional<std::string> seqOf(const Json& body) {
 
 // The real store, noting the order in which bodies enter the stored offline
 // queue: every write of the stored array has the newly queued entries last.
-class QueueOrderStore final : public SecureItemStore {
+class QueueOrderStore final : public testing::ForwardingStore {
  public:
-  explicit QueueOrderStore(std::shared_ptr<SecureItemStore> store) : store_(std::move(store)) {}
+  using ForwardingStore::ForwardingStore;
 
   std::int32_t add(std::string_view service, std::string_view account, std::span<const std::uint8_t> value) override {
     note(account, value);
-    return store_->add(service, account, value);
+    return ForwardingStore::add(service, account, value);
   }
   std::int32_t update(std::string_view service, std::string_view account,
                       std::span<const std::uint8_t> value) override {
     note(account, value);
-    return store_->update(service, account, value);
+    return ForwardingStore::update(service, account, value);
   }
-  SecureItemCopy copyMatching(std::string_view service, std::string_view account) override {
-    return store_->copyMatching(service, account);
-  }
-  std::int32_t deleteAccount(std::string_view account) override { return store_->deleteAccount(account); }
 
   std::vector<std::string> queuedOrder() const {
     std::lock_guard lock(mutex_);
@@ -110,7 +107,6 @@ class QueueOrderStore final : public SecureItemStore {
     }
   }
 
-  std::shared_ptr<SecureItemStore> store_;
   mutable std::mutex mutex_;
   std::set<std::string> seen_;
   std::vector<std::string> order_;
@@ -125,11 +121,9 @@ class FlappingBackendSlowTest : public testing::PlatformTest {
   }
   ~FlappingBackendSlowTest() override { resetBackendRootURL(KivEnvironment::dev); }
 
-  FakePathMonitorFactory& network() { return dynamic_cast<FakePathMonitorFactory&>(*platform()->pathMonitor); }
-
   // Reports a usable path and waits for the flush it starts to end.
   void reportSatisfied(const KivBFFAnalytics& client) {
-    network().setStatus(NetworkPathStatus::satisfied);
+    fakeNetwork().setStatus(NetworkPathStatus::satisfied);
     testPlatform().pool->waitIdle();
     client.flushFinished().wait();
   }
@@ -141,7 +135,7 @@ class FlappingBackendSlowTest : public testing::PlatformTest {
 
 TEST_F(FlappingBackendSlowTest, EveryBodyArrivesExactlyOnceAndQueuedOnesInQueueOrder) {
   const int seconds = flapSeconds();
-  network().setStatus(NetworkPathStatus::satisfied);
+  fakeNetwork().setStatus(NetworkPathStatus::satisfied);
   KivBFFAnalytics::configure(testing::analyticsConfiguration("session-flap"));
   const auto client = KivBFFAnalytics::shared();
   ASSERT_TRUE(client);
@@ -156,11 +150,11 @@ TEST_F(FlappingBackendSlowTest, EveryBodyArrivesExactlyOnceAndQueuedOnesInQueueO
     while (next < end) {
       std::this_thread::sleep_until(next += kPhase);
       server.goDown();
-      network().setStatus(NetworkPathStatus::unsatisfied);
+      fakeNetwork().setStatus(NetworkPathStatus::unsatisfied);
       ++outages;
       std::this_thread::sleep_until(next += kPhase);
       server.comeUp();
-      network().setStatus(NetworkPathStatus::satisfied);
+      fakeNetwork().setStatus(NetworkPathStatus::satisfied);
     }
     flapping = false;
   });
