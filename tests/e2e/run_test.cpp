@@ -118,9 +118,10 @@ INSTANTIATE_TEST_SUITE_P(
             {},
             2,
             "tokenException",
-            "Client blocked"},
-        Row{"MalformedSession", R"({"endpoint":"sessions","malformed":true})", {}, 2, "serverException", ""},
-        Row{"VendorError", "", {"--capture", "connected; error server"}, 2, "serverException", "IproovError"},
+            "Client blocked"}, 2, "serverException", ""
+}
+, 2, "serverException", "IproovError"
+},
         Row{"FailureWithReasons",
             "",
             {"--capture", "connected; failure eyes_closed too_dark"},
@@ -131,7 +132,8 @@ INSTANTIATE_TEST_SUITE_P(
         Row{"CameraDenied", "", {"--camera", "denied"}, 2, "cameraPermission", "Camera permission denied"},
         Row{"CameraRefusedWhenAsked", "", {"--camera", "ask-deny"}, 2, "cameraPermission", "Camera permission denied"},
         Row{"CameraGrantedWhenAsked", "", {"--camera", "ask-grant"}, 0, "", ""}),
-    [](const auto& param) { return std::string(param.param.name); });
+    [](const auto& param) {
+  return std::string(param.param.name); });
 
 TEST_F(RunTest, PrewarmedSessionIsReportedAsUsed) {
   const auto end = run({"--prewarm"});

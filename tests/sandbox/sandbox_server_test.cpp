@@ -76,23 +76,6 @@ TEST_F(SandboxServerTest, SessionHasEveryFieldAndASignedResponseTheKeyVerifies) 
   EXPECT_EQ(post(kSessionsTarget, sessionBody("p-1"), false)->status, 401);
 }
 
-TEST_F(SandboxServerTest, TransactionIsAcceptedOnlyForAnAttemptItMinted) {
-  const auto minted = session("p-1");
-  const std::string target = "/bff/transactions/" + *minted.livenessAttemptId + "/async";
-  const std::string body = R"({"sessionId":")" + *minted.id + R"(","data":{}})";
-  const auto answer = post(target, body);
-  ASSERT_TRUE(answer);
-  EXPECT_EQ(answer->status, 200);
-  EXPECT_EQ(answer->body, "{}");
-  EXPECT_EQ(post("/bff/transactions/unknown/async", body)->status, 404);
-  EXPECT_EQ(post("/bff/transactions//async", body)->status, 404);
-  EXPECT_EQ(post(target, R"({"sessionId":"another","data":{}})")->status, 422);
-
-  // A transaction names no person; its attempt does.
-  ASSERT_EQ(addFault(R"({"endpoint":"transactions","personId":"p-1","status":500})")->status, 201);
-  EXPECT_EQ(post(target, body)->status, 500);
-}
-
 TEST_F(SandboxServerTest, FaultsSpoilOnlyTheirTargetForTheirTimesUntilCleared) {
   EXPECT_EQ(addFault(R"({"endpoint":"sessions","stauts":500})")->status, 400);
   ASSERT_EQ(addFault(R"({"endpoint":"sessions","personId":"p-422","status":422,"body":"no","times":1})")->status, 201);
