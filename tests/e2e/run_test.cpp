@@ -118,10 +118,7 @@ INSTANTIATE_TEST_SUITE_P(
             {},
             2,
             "tokenException",
-            "Client blocked"}, 2, "serverException", ""
-}
-, 2, "serverException", "IproovError"
-},
+            "Client blocked"},
         Row{"FailureWithReasons",
             "",
             {"--capture", "connected; failure eyes_closed too_dark"},
@@ -132,8 +129,7 @@ INSTANTIATE_TEST_SUITE_P(
         Row{"CameraDenied", "", {"--camera", "denied"}, 2, "cameraPermission", "Camera permission denied"},
         Row{"CameraRefusedWhenAsked", "", {"--camera", "ask-deny"}, 2, "cameraPermission", "Camera permission denied"},
         Row{"CameraGrantedWhenAsked", "", {"--camera", "ask-grant"}, 0, "", ""}),
-    [](const auto& param) {
-  return std::string(param.param.name); });
+    [](const auto& param) { return std::string(param.param.name); });
 
 TEST_F(RunTest, PrewarmedSessionIsReportedAsUsed) {
   const auto end = run({"--prewarm"});
