@@ -3,7 +3,8 @@
 # Xvfb, a D-Bus session, PipeWire and WirePlumber, a test camera, the camera
 # portal with its GTK back end. `kivfll demo --window --portal-camera` runs
 # twice as a sandboxed app while xdotool answers the portal's dialog: granted,
-# the attempt succeeds; denied, it ends in the camera permission error.
+# the attempt succeeds over the camera's picture; denied, it ends in the
+# camera permission error.
 # Opt-in (scripts/test desktop); exits 77 (skipped) when a piece is missing.
 #   desktop_test.sh KIVFLL
 set -uo pipefail
@@ -68,8 +69,9 @@ export DBUS_SESSION_BUS_ADDRESS="unix:path=$dir/bus"
 pipewire >"$dir/pipewire.log" 2>&1 &
 wait_for "PipeWire" test -S "$dir/pipewire-0"
 wireplumber >"$dir/wireplumber.log" 2>&1 &
-# The portal counts as cameras the video sources whose role is Camera.
-gst-launch-1.0 videotestsrc is-live=true ! video/x-raw,width=320,height=240 ! pipewiresink mode=provide \
+# The portal counts as cameras the video sources whose role is Camera; YUY2
+# is what a webcam usually offers raw.
+gst-launch-1.0 videotestsrc is-live=true ! video/x-raw,format=YUY2,width=320,height=240,framerate=30/1 ! pipewiresink mode=provide \
   client-name=kivfll-test-camera stream-properties="props,media.class=Video/Source,media.role=Camera" \
   >"$dir/camera.log" 2>&1 &
 camera_present() {
@@ -102,17 +104,18 @@ sandboxed() {
 failed=0
 # The dialog opens with Deny focused: Tab then Return grants; Escape closes
 # it, which denies.
-for case in "grant Tab+Return 0 success" "deny Escape 2 cameraPermission"; do
-  read -r name keys status outcome <<<"$case"
-  sandboxed "com.example.Kivfll.${name^}" timeout 60 "$kivfll" demo --window --portal-camera \
-    >"$dir/$name.out" 2>&1 &
+for case in "grant Tab+Return 0 success first.frame" "deny Escape 2 cameraPermission ^outcome"; do
+  read -r name keys status outcome picture <<<"$case"
+  G_MESSAGES_DEBUG=kivfll-gtk sandboxed "com.example.Kivfll.${name^}" timeout 60 "$kivfll" demo --window \
+    --portal-camera >"$dir/$name.out" 2>&1 &
   attempt=$!
   wait_for "camera dialog" xdotool search --onlyvisible --classname xdg-desktop-portal-gtk
   xdotool search --onlyvisible --classname xdg-desktop-portal-gtk windowfocus --sync key ${keys//+/ } 2>/dev/null
   wait "$attempt"
   got=$?
-  if [ "$got" != "$status" ] || ! grep -q "^outcome: .*$outcome" "$dir/$name.out"; then
-    echo "desktop test: ask-$name: exit $got, wanted $status and an outcome of $outcome:"
+  if [ "$got" != "$status" ] || ! grep -q "^outcome: .*$outcome" "$dir/$name.out" ||
+    ! grep -q "$picture" "$dir/$name.out"; then
+    echo "desktop test: ask-$name: exit $got, wanted $status, an outcome of $outcome and $picture:"
     cat "$dir/$name.out"
     failed=1
   else
