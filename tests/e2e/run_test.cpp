@@ -119,8 +119,6 @@ INSTANTIATE_TEST_SUITE_P(
             2,
             "tokenException",
             "Client blocked"},
-        Row{"MalformedSession", R"({"endpoint":"sessions","malformed":true})", {}, 2, "serverException", ""},
-        Row{"VendorError", "", {"--capture", "connected; error server"}, 2, "serverException", "IproovError"},
         Row{"FailureWithReasons",
             "",
             {"--capture", "connected; failure eyes_closed too_dark"},

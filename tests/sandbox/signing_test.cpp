@@ -31,20 +31,6 @@ TEST(Signing, ATamperedSegmentAnotherKeyOrAnotherAlgorithmDoesNotVerify) {
   EXPECT_FALSE(verifyCompactJws(jws + ".x", key.publicKey()));
 }
 
-TEST(Signing, PublicKeyTextReadsBackInEitherBase64Alphabet) {
-  const auto key = SigningKey::fromSeed(std::string(32, '\x07'));
-  ASSERT_TRUE(key);
-  EXPECT_EQ(parsePublicKey(key->publicKeyText()), key->publicKey());
-  EXPECT_EQ(key->publicKeyText().find_first_of("=+/"), std::string::npos);
-
-  std::string standard = key->publicKeyText() + "=";
-  for (char& c : standard) c = c == '-' ? '+' : c == '_' ? '/' : c;
-  EXPECT_EQ(parsePublicKey(standard), key->publicKey());
-
-  EXPECT_FALSE(parsePublicKey("not a key"));
-  EXPECT_FALSE(parsePublicKey(base64UrlEncode(std::string(31, 'k'))));
-}
-
 // The exact claims, signed by the key given, as the SDK's decoder reads them.
 TEST(MobileToken, CarriesIssuerAndSupplierAsTheSdkReadsThem) {
   const auto key = SigningKey::generate();

@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "support/wire_values.hpp"
-#include "telemetry/analytics_error.hpp"
 #include "telemetry/analytics_vocabulary.hpp"
 
 namespace kiv {
@@ -30,20 +29,6 @@ TEST(AnalyticsVocabulary, EventNamesAndEndpointsAreExactAndInDeclarationOrder) {
             "document_validated document_capture_completed capture_finished sdk_error internal_error "
             "attestation_route_called permission_requested permission_granted permission_denied no_connection "
             "sdk_background"));
-}
-
-TEST(AnalyticsError, DescriptionsAreTheTextsShown) {
-  const std::vector<std::pair<KivAnalyticsError, std::string>> cases{
-      {KivAnalyticsError::network(500, "oops"), "Network error (status: 500) body: oops"},
-      {KivAnalyticsError::network(429, std::nullopt), "Network error (status: 429) body: <nil>"},
-      {KivAnalyticsError::unknown("boom"), "boom"},
-      {KivAnalyticsError::notInitialized(), "KIV Analytics is not initialized."},
-      {KivAnalyticsError::invalidURL(), "Invalid URL."},
-      {KivAnalyticsError::encodingFailed(), "Failed to encode JSON body."}};
-  for (const auto& [error, text] : cases) {
-    EXPECT_EQ(error.description(), text);
-    EXPECT_STREQ(error.what(), text.c_str());
-  }
 }
 
 }  // namespace

@@ -116,26 +116,15 @@ TEST_P(CrashDeliveryTest, TheCrashIsStoredPostedOnceAndTheHandlersGoBack) {
   install();
   deliver();
 
+  // The record's shape is pinned with the crash record.
   const auto posts = recording->posts();
   ASSERT_EQ(posts.size(), 1u);
-  const CrashRecord& record = posts[0].record;
   EXPECT_EQ(posts[0].stackTrace, kTrace);
-  const std::string createdAt = R"("createdAt":"2026-01-01 00:00:00 +0000",)";
-  if (c.signal) {
-    EXPECT_EQ(posts[0].result, CrashReportResult::signal);
-    EXPECT_EQ(json::dumpCompact(record), R"({"signal":)" + std::to_string(c.signal) + "," + createdAt +
-                                             R"x("stackTrace":"fake(symbol+0x1000)\nfake(symbol+0x2000)"})x");
-    // Posted, so looked up by its stack trace and deleted.
-    EXPECT_TRUE(stored().empty());
-  } else {
-    EXPECT_EQ(posts[0].result, CrashReportResult::exception);
-    EXPECT_EQ(json::dumpCompact(record),
-              R"({"name":")" + c.name + R"(","reason":")" + c.reason + R"(",)" + createdAt +
-                  R"x("userInfo":{},"callStackSymbols":["fake(symbol+0x1000)","fake(symbol+0x2000)"]})x");
-    // Without a stack trace there is nothing to find it by: it stays stored.
-    ASSERT_EQ(stored().size(), 1u);
-    EXPECT_EQ(stored()[0]["name"], c.name);
-  }
+  EXPECT_EQ(posts[0].record.value("signal", 0), c.signal);
+  EXPECT_EQ(posts[0].result, c.signal ? CrashReportResult::signal : CrashReportResult::exception);
+  // Posted, a signal's record is looked up by its stack trace and deleted;
+  // an exception's has none to be found by and stays stored.
+  EXPECT_EQ(stored().size(), c.signal ? 0u : 1u);
   // Written at the crash, rewritten whole, emptied once the store had it.
   EXPECT_EQ(crash.ownSlotWrites(), 2);
   EXPECT_EQ(crash.ownSlotContent(), "");
@@ -147,9 +136,8 @@ TEST_P(CrashDeliveryTest, TheCrashIsStoredPostedOnceAndTheHandlersGoBack) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Crashes, CrashDeliveryTest,
-                         ::testing::Values(CrashCase{"segv", SIGSEGV, "", ""}, CrashCase{"pipe", SIGPIPE, "", ""},
-                                           CrashCase{"exception", 0, "std::runtime_error", "boom"},
-                                           CrashCase{"exceptionWithoutReason", 0, "CustomError", ""}),
+                         ::testing::Values(CrashCase{"segv", SIGSEGV, "", ""},
+                                           CrashCase{"exception", 0, "std::runtime_error", "boom"}),
                          [](const auto& p) { return p.param.label; });
 
 // A post that never answers: the crashing thread is released after the
