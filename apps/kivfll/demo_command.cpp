@@ -40,6 +40,7 @@ constexpr std::string_view kWindowLook = R"({
 struct DemoArguments {
   std::string capture{kDemoScript};
   bool window = false;
+  bool portalCamera = false;
   std::optional<std::filesystem::path> screens;
 };
 
@@ -94,7 +95,7 @@ ExitStatus runDemo(const DemoArguments& arguments) {
       std::error_code ignored;
       std::filesystem::create_directories(*arguments.screens, ignored);
     }
-    auto opened = openWindowStage({.screens = arguments.screens});
+    auto opened = openWindowStage({.screens = arguments.screens, .portalCamera = arguments.portalCamera});
     if (!opened) {
       std::cerr << "kivfll demo: --window: " << opened.error() << "\n";
       return ExitStatus::error;
@@ -158,6 +159,8 @@ void addDemoCommand(CLI::App& app, Action& action) {
   command->add_flag("--window", arguments->window,
                     "Run the attempt in a window (GTK): host, loading, capture, outcome");
   command->add_option("--screens", arguments->screens, "With --window: write a PNG of each stage into this folder");
+  command->add_flag("--portal-camera", arguments->portalCamera,
+                    "With --window: ask the desktop's camera portal for the camera, as a sandboxed app would");
   command->callback([&action, arguments] { action = [arguments] { return runDemo(*arguments); }; });
 }
 

@@ -34,14 +34,27 @@ TEST_P(UsageError, Exits64WithAMessageOnStandardError) {
   ASSERT_FALSE(end.hung);
   EXPECT_EQ(end.exitCode, 64);
   EXPECT_FALSE(end.errors.empty());
+  // A run's own checks of its options say what is wrong in one line.
+  if (!GetParam().empty() && GetParam()[0] == "run") {
+    EXPECT_EQ(std::count(end.errors.begin(), end.errors.end(), '\n'), 1) << end.errors;
+  }
   EXPECT_TRUE(end.output.empty()) << end.output;
 }
 
+using Words = std::vector<std::string>;
+const Words kRun{"run", "--token", "t", "--person", "p", "--backend"};
+Words run(Words extra) {
+  extra.insert(extra.begin(), kRun.begin(), kRun.end());
+  return extra;
+}
+
 INSTANTIATE_TEST_SUITE_P(Table, UsageError,
-                         ::testing::Values(std::vector<std::string>{}, std::vector<std::string>{"frobnicate"},
-                                           std::vector<std::string>{"token"},
-                                           std::vector<std::string>{"sandbox", "--port", "70000"},
-                                           std::vector<std::string>{"sandbox", "--port", "0", "--db", ""}));
+                         ::testing::Values(Words{}, Words{"frobnicate"}, Words{"token"},
+                                           Words{"sandbox", "--port", "70000"},
+                                           Words{"sandbox", "--port", "0", "--db", ""}, run({"ftp://x"}),
+                                           run({"http://127.0.0.1:1/", "--capture", "wait soon"}),
+                                           run({"http://127.0.0.1:1/", "--simulate-crash", "SIGWINCH"}),
+                                           run({"http://127.0.0.1:1/", "--data-dir", "/proc/kivfll-cannot-be-here"})));
 
 TEST(Kivfll, SandboxServesRecordsAndSignsUntilSigterm) {
   TemporaryDirectory scratch;

@@ -119,8 +119,6 @@ INSTANTIATE_TEST_SUITE_P(
             2,
             "tokenException",
             "Client blocked"},
-        Row{"MalformedSession", R"({"endpoint":"sessions","malformed":true})", {}, 2, "serverException", ""},
-        Row{"VendorError", "", {"--capture", "connected; error server"}, 2, "serverException", "IproovError"},
         Row{"FailureWithReasons",
             "",
             {"--capture", "connected; failure eyes_closed too_dark"},
@@ -182,23 +180,6 @@ TEST_F(RunTest, ABackendsTextReachesTheTerminalEscaped) {
   EXPECT_EQ(end.exitCode, 2) << end.errors;
   EXPECT_EQ(end.output.find('\x1b'), std::string::npos) << end.output;
   EXPECT_NE(end.output.find(R"(description: "\x1b]2;owned\x07\x1b[2J")"), std::string::npos) << end.output;
-}
-
-TEST_F(RunTest, ABadCommandLineIsAUsageErrorInOneLine) {
-  const std::vector<std::string> base{"run", "--token", "t", "--person", "p"};
-  for (auto extra : std::vector<std::vector<std::string>>{
-           {"--backend", "ftp://x"},
-           {"--backend", sandbox_->rootURL(), "--capture", "wait soon"},
-           {"--backend", sandbox_->rootURL(), "--simulate-crash", "SIGWINCH"},
-           {"--backend", sandbox_->rootURL(), "--data-dir", "/proc/kivfll-cannot-be-here"}}) {
-    auto arguments = base;
-    arguments.insert(arguments.end(), extra.begin(), extra.end());
-    const auto end = runToEnd(kProgram, arguments, kBoundSeconds);
-    EXPECT_EQ(end.exitCode, 64) << extra.back();
-    EXPECT_TRUE(end.output.empty()) << end.output;
-    EXPECT_EQ(std::count(end.errors.begin(), end.errors.end(), '\n'), 1) << end.errors;
-  }
-  EXPECT_TRUE(sandbox_->requests().empty());
 }
 
 }  // namespace

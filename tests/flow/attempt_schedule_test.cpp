@@ -28,6 +28,7 @@
 #include "flow/default_iproov_launcher.hpp"
 #include "flow/face_liveness_view_model.hpp"
 #include "kiv/platform/ui/view_toolkit.hpp"
+#include "support/forwarding_store.hpp"
 #include "support/recording_delegate.hpp"
 #include "support/test_platform.hpp"
 
@@ -114,20 +115,12 @@ class ScriptedLauncher final : public IProovLaunching {
 
 // Counts deletions, which tell how often the attempt cleared the stored
 // credentials (two per storeCredentials and two per teardown).
-class CountingStore final : public SecureItemStore {
+class CountingStore final : public testing::ForwardingStore {
  public:
-  std::int32_t add(std::string_view s, std::string_view a, std::span<const std::uint8_t> v) override {
-    return inner.add(s, a, v);
-  }
-  std::int32_t update(std::string_view s, std::string_view a, std::span<const std::uint8_t> v) override {
-    return inner.update(s, a, v);
-  }
-  SecureItemCopy copyMatching(std::string_view s, std::string_view a) override { return inner.copyMatching(s, a); }
   std::int32_t deleteAccount(std::string_view a) override {
     ++deletes;
-    return inner.deleteAccount(a);
+    return ForwardingStore::deleteAccount(a);
   }
-  MemorySecureStore inner;
   int deletes = 0;
 };
 

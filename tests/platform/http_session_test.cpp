@@ -108,20 +108,6 @@ TEST_F(HttpSessionTest, HeaderTextNeverAddsALineToTheRequest) {
   EXPECT_EQ(names, (std::vector<std::string>{"Accept", "Authorization", "Host", "X-Nul"}));
 }
 
-// Statuses outside 2xx are answers, not transport errors; an empty body is
-// present and empty, not absent.
-TEST_F(HttpSessionTest, EveryStatusArrivesWithItsBodyAndNoError) {
-  for (const auto& [status, body] :
-       std::vector<std::pair<int, std::string>>{{200, "{}"}, {204, ""}, {404, "x"}, {500, "y"}}) {
-    server.setAnswer("/s", Answer::json(status, body));
-    const auto result = session->send(get("/s"));
-    EXPECT_FALSE(result.error) << status;
-    ASSERT_NE(result.httpResponse(), nullptr);
-    EXPECT_EQ(result.httpResponse()->statusCode, status);
-    EXPECT_EQ(result.data, body) << status;
-  }
-}
-
 struct FailureCase {
   std::string name;
   std::variant<Answer, std::string> cause;  // an answer at /fail, or a URL of its own

@@ -3,12 +3,12 @@
 #include <sys/stat.h>
 
 #include <barrier>
-#include <map>
-#include <set>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
 #include <future>
+#include <map>
+#include <set>
 #include <stdexcept>
 #include <thread>
 
@@ -45,12 +45,17 @@ int storeItem(const Arguments& arguments) {
   return end.hung || end.exitSignal != 0 ? -1 : end.exitCode;
 }
 
-// Runs one statement on the store's database behind its back.
-void tamper(const fs::path& directory, const std::string& sql) {
+// Runs one statement on the store's database behind its back; the rows it
+// selects (two columns) go to `rows`.
+void tamper(const fs::path& directory, const std::string& sql, std::map<std::string, std::string>* rows = nullptr) {
   sqlite3* db = nullptr;
   ASSERT_EQ(sqlite3_open((directory / kStoreDatabaseFileName).c_str(), &db), SQLITE_OK);
   char* error = nullptr;
-  const int result = sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &error);
+  const auto row = [](void* out, int, char** values, char**) {
+    (*static_cast<std::map<std::string, std::string>*>(out))[values[0]] = values[1];
+    return 0;
+  };
+  const int result = sqlite3_exec(db, sql.c_str(), rows ? +row : nullptr, rows, &error);
   const std::string message = error ? error : "";
   sqlite3_free(error);
   sqlite3_close(db);
@@ -167,21 +172,10 @@ TEST_F(SqliteSecureStoreTest, AValueThatNoLongerOpensReadsAsAbsent) {
   EXPECT_EQ(read(*store, "svc", "fresh"), bytesOf("new key"));  // a new key seals and opens as before
 }
 
-// The sealed chunk rows of `account`, by index.
-std::map<std::int64_t, Bytes> chunkRows(const fs::path& directory, const std::string& account) {
-  std::map<std::int64_t, Bytes> rows;
-  sqlite3* db = nullptr;
-  EXPECT_EQ(sqlite3_open_v2((directory / kStoreDatabaseFileName).c_str(), &db, SQLITE_OPEN_READONLY, nullptr),
-            SQLITE_OK);
-  const std::string sql = "SELECT chunk, sealed FROM item_chunks WHERE account = CAST('" + account + "' AS BLOB)";
-  sqlite3_stmt* select = nullptr;
-  sqlite3_prepare_v2(db, sql.c_str(), -1, &select, nullptr);
-  while (sqlite3_step(select) == SQLITE_ROW) {
-    const auto* data = static_cast<const std::uint8_t*>(sqlite3_column_blob(select, 1));
-    rows[sqlite3_column_int64(select, 0)] = Bytes(data, data + sqlite3_column_bytes(select, 1));
-  }
-  sqlite3_finalize(select);
-  sqlite3_close(db);
+// The sealed chunk rows of "long", by index, as hex.
+std::map<std::string, std::string> chunkRows(const fs::path& directory) {
+  std::map<std::string, std::string> rows;
+  tamper(directory, "SELECT chunk, hex(sealed) FROM item_chunks WHERE account = CAST('long' AS BLOB)", &rows);
   return rows;
 }
 
@@ -198,47 +192,42 @@ TEST_F(SqliteSecureStoreTest, ALongValueRewritesOnlyTheChunksThatChanged) {
   const struct {
     const char* name;
     std::function<void(Bytes&)> change;
-    std::set<std::int64_t> kept;  // chunk rows whose sealed bytes stay
+    std::set<std::string> kept;  // chunk rows whose sealed bytes stay
     std::size_t rows;
   } steps[] = {
-      {"append", [](Bytes& v) { v.insert(v.end(), 10, 1); }, {0, 1, 2}, 4},
-      {"append past a chunk", [](Bytes& v) { v.insert(v.end(), chunk, 2); }, {0, 1, 2}, 5},
-      {"change the middle", [](Bytes& v) { v[chunk + 5] ^= 1; }, {0, 2, 3, 4}, 5},
+      {"append", [](Bytes& v) { v.insert(v.end(), 10, 1); }, {"0", "1", "2"}, 4},
+      {"append past a chunk", [](Bytes& v) { v.insert(v.end(), chunk, 2); }, {"0", "1", "2"}, 5},
+      {"change the middle", [](Bytes& v) { v[chunk + 5] ^= 1; }, {"0", "2", "3", "4"}, 5},
       {"drop the front", [](Bytes& v) { v.erase(v.begin(), v.begin() + 10); }, {}, 5},
       {"shrink to one chunk", [](Bytes& v) { v.resize(chunk); }, {}, 0},
       {"grow again", [](Bytes& v) { v.resize(2 * chunk + 1, 3); }, {}, 3},
   };
   for (const auto& step : steps) {
     SCOPED_TRACE(step.name);
-    const auto before = chunkRows(directory, "long");
+    const auto before = chunkRows(directory);
     step.change(value);
     ASSERT_EQ(store->update("svc", "long", value), Status::success);
     EXPECT_EQ(read(*store, "svc", "long"), value);
-    const auto after = chunkRows(directory, "long");
+    const auto after = chunkRows(directory);
     EXPECT_EQ(after.size(), step.rows);
-    std::set<std::int64_t> kept;
+    std::set<std::string> kept;
     for (const auto& [index, sealed] : after) {
       if (before.contains(index) && before.at(index) == sealed) kept.insert(index);
     }
     EXPECT_EQ(kept, step.kept);
   }
 
-  const auto older = chunkRows(directory, "long").at(1);
+  const auto older = chunkRows(directory).at("1");
   value[chunk] ^= 1;
   ASSERT_EQ(store->update("svc", "long", value), Status::success);
-  std::string hex;
-  for (const auto byte : older) {
-    hex += "0123456789ABCDEF"[byte >> 4];
-    hex += "0123456789ABCDEF"[byte & 15];
-  }
-  tamper(directory, "UPDATE item_chunks SET sealed = X'" + hex + "' WHERE chunk = 1");
+  tamper(directory, "UPDATE item_chunks SET sealed = X'" + older + "' WHERE chunk = 1");
   EXPECT_FALSE(read(*store, "svc", "long"));
   value.assign(2 * chunk, 4);
   ASSERT_EQ(store->update("svc", "long", value), Status::success);
   tamper(directory, "DELETE FROM item_chunks WHERE chunk = 1");
   EXPECT_FALSE(read(*store, "svc", "long"));
   EXPECT_EQ(store->deleteAccount("long"), Status::success);
-  EXPECT_TRUE(chunkRows(directory, "long").empty());
+  EXPECT_TRUE(chunkRows(directory).empty());
 }
 
 TEST_F(SqliteSecureStoreTest, WritesMadeTogetherAreSeenByOthersOnlyWhenAllAreCommitted) {

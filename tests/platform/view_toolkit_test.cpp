@@ -9,7 +9,6 @@
 #include "kiv/platform/ui/view_toolkit.hpp"
 #include "platform/ui/fake_font_lookup.hpp"
 #include "platform/ui/fontconfig_font_lookup.hpp"
-#include "platform/ui/headless_view_controller.hpp"
 #include "platform/ui/headless_view_toolkit.hpp"
 #include "platform/view_toolkit_contract.hpp"
 #include "support/test_platform.hpp"
@@ -39,83 +38,6 @@ INSTANTIATE_TEST_SUITE_P(Headless, ViewToolkitContract,
                              "headless", [] { return std::make_unique<HeadlessHarness>(); }}));
 
 // --- Presentation
-
-TEST_F(ViewToolkitTest, PresentingLinksAtOnceAndCompletesFromTheMainQueue) {
-  auto host = ui().makeViewController();
-  host->view()->setFrame(Rect::make(0, 0, 390, 844));
-  auto sheet = ui().makeViewController();
-  auto other = ui().makeViewController();
-  sheet->setModalPresentationStyle(ModalPresentationStyle::fullScreen);
-  int presented = 0;
-  host->present(sheet, false, [&] { ++presented; });
-  EXPECT_EQ(host->presentedViewController(), sheet);
-  EXPECT_EQ(sheet->presentingViewController(), host);
-  EXPECT_EQ(sheet->view()->frame(), host->view()->bounds());
-  EXPECT_EQ(presented, 0);
-  loop().runUntilIdle();
-  EXPECT_EQ(presented, 1);
-
-  // Refused like a phone refuses it: no link, no completion.
-  host->present(other, false, [&] { ++presented; });
-  other->present(sheet, false, [&] { ++presented; });
-  loop().advance(1.0);
-  EXPECT_EQ(host->presentedViewController(), sheet);
-  EXPECT_EQ(other->presentedViewController(), nullptr);
-  EXPECT_EQ(presented, 1);
-}
-
-TEST_F(ViewToolkitTest, DismissingRemovesTheWholeChainAbove) {
-  auto host = ui().makeViewController();
-  auto middle = ui().makeViewController();
-  auto top = ui().makeViewController();
-  host->present(middle, false, {});
-  middle->present(top, false, {});
-  std::vector<std::string> done;
-  middle->dismiss(false, [&] { done.push_back("middle"); });  // middle presents top: top leaves
-  EXPECT_EQ(middle->presentedViewController(), nullptr);
-  EXPECT_EQ(top->presentingViewController(), nullptr);
-  EXPECT_EQ(host->presentedViewController(), middle);
-
-  middle->present(top, false, {});
-  host->dismiss(false, [&] { done.push_back("host"); });
-  EXPECT_EQ(host->presentedViewController(), nullptr);
-  EXPECT_EQ(middle->presentedViewController(), nullptr);
-  EXPECT_EQ(top->presentingViewController(), nullptr);
-
-  top->dismiss(false, [&] { done.push_back("nothing to dismiss"); });
-  EXPECT_TRUE(done.empty());
-  loop().runUntilIdle();
-  EXPECT_EQ(done, (std::vector<std::string>{"middle", "host", "nothing to dismiss"}));
-}
-
-TEST_F(ViewToolkitTest, AnimatedDismissalLeavesAfterItsTransition) {
-  const double transition = HeadlessViewController::kTransitionSeconds;
-  auto host = ui().makeViewController();
-  auto sheet = ui().makeViewController();
-  host->present(sheet, false, {});
-  std::vector<std::string> done;
-  sheet->dismiss(true, [&] { done.push_back("first"); });
-  sheet->dismiss(false, [&] { done.push_back("joined"); });  // joins the one under way
-  EXPECT_TRUE(sheet->isBeingDismissed());
-  EXPECT_EQ(host->presentedViewController(), sheet);
-  loop().advance(transition / 2);
-  EXPECT_EQ(host->presentedViewController(), sheet);
-  loop().advance(transition / 2);
-  EXPECT_EQ(host->presentedViewController(), nullptr);
-  EXPECT_FALSE(sheet->isBeingDismissed());
-  EXPECT_EQ(done, (std::vector<std::string>{"first", "joined"}));
-
-  // Presenting over a controller whose sheet is leaving ends that transition first.
-  auto next = ui().makeViewController();
-  host->present(sheet, false, {});
-  sheet->dismiss(true, [&] { done.push_back("cut short"); });
-  host->present(next, false, {});
-  EXPECT_EQ(host->presentedViewController(), next);
-  EXPECT_EQ(sheet->presentingViewController(), nullptr);
-  loop().advance(transition);
-  EXPECT_EQ(host->presentedViewController(), next);
-  EXPECT_EQ(done.back(), "cut short");
-}
 
 // --- Fonts
 

@@ -18,40 +18,17 @@ std::string tampered(std::string jws, int index) {
   return jws;
 }
 
-class TamperedJws : public ::testing::TestWithParam<int> {};
-
-TEST_P(TamperedJws, DoesNotVerify) {
+TEST(Signing, ATamperedSegmentAnotherKeyOrAnotherAlgorithmDoesNotVerify) {
   const auto key = SigningKey::generate();
   const auto jws = signCompactJws(R"({"sessionId":"s-1","personId":"p-1"})", key);
   ASSERT_EQ(verifyCompactJws(jws, key.publicKey()), R"({"sessionId":"s-1","personId":"p-1"})");
-  EXPECT_FALSE(verifyCompactJws(tampered(jws, GetParam()), key.publicKey()));
-}
-
-INSTANTIATE_TEST_SUITE_P(EachSegment, TamperedJws, ::testing::Values(0, 1, 2));
-
-TEST(Signing, AnotherKeyOrAnotherAlgorithmDoesNotVerify) {
-  const auto key = SigningKey::generate();
-  const auto jws = signCompactJws("{}", key);
+  for (int segment : {0, 1, 2}) EXPECT_FALSE(verifyCompactJws(tampered(jws, segment), key.publicKey())) << segment;
   EXPECT_FALSE(verifyCompactJws(jws, SigningKey::generate().publicKey()));
 
   // A token that claims no algorithm must not pass on a matching signature.
   const std::string input = base64UrlEncode(R"({"alg":"none"})") + "." + base64UrlEncode("{}");
   EXPECT_FALSE(verifyCompactJws(input + "." + base64UrlEncode(key.sign(input)), key.publicKey()));
   EXPECT_FALSE(verifyCompactJws(jws + ".x", key.publicKey()));
-}
-
-TEST(Signing, PublicKeyTextReadsBackInEitherBase64Alphabet) {
-  const auto key = SigningKey::fromSeed(std::string(32, '\x07'));
-  ASSERT_TRUE(key);
-  EXPECT_EQ(parsePublicKey(key->publicKeyText()), key->publicKey());
-  EXPECT_EQ(key->publicKeyText().find_first_of("=+/"), std::string::npos);
-
-  std::string standard = key->publicKeyText() + "=";
-  for (char& c : standard) c = c == '-' ? '+' : c == '_' ? '/' : c;
-  EXPECT_EQ(parsePublicKey(standard), key->publicKey());
-
-  EXPECT_FALSE(parsePublicKey("not a key"));
-  EXPECT_FALSE(parsePublicKey(base64UrlEncode(std::string(31, 'k'))));
 }
 
 // The exact claims, signed by the key given, as the SDK's decoder reads them.

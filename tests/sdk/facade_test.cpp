@@ -15,10 +15,9 @@
 #include "base/state_manager.hpp"
 #include "kiv/backend.hpp"
 #include "kiv/face_liveness_lite_sdk.hpp"
-#include "kiv/testing/simulated_capture_vendor.hpp"
 #include "kiv/platform/ui/view_toolkit.hpp"
 #include "kiv/platform/user_defaults.hpp"
-#include "platform/camera/fake_camera_authorization.hpp"
+#include "kiv/testing/simulated_capture_vendor.hpp"
 #include "service/key_chain_manager.hpp"
 #include "support/recording_delegate.hpp"
 #include "support/recording_http_server.hpp"
@@ -56,8 +55,6 @@ class FacadeTest : public PlatformTest {
   }
   void start() { sdk->startSDK(platform()->ui->makeViewController()); }
 
-  static FakeCameraAuthorization& camera() { return static_cast<FakeCameraAuthorization&>(*platform()->camera); }
-  static SimulatedCaptureVendor& vendor() { return static_cast<SimulatedCaptureVendor&>(*platform()->capture); }
   static bool running() { return KivSDKStateManager::shared().isRunning(); }
   std::size_t sessionRequests() const { return server.requests("/bff/sessions").size(); }
 
@@ -120,7 +117,7 @@ TEST_F(FacadeTest, SecondStartPrintsALineAndLeavesTheRunAlone) {
   finishRun();
   EXPECT_EQ(*log, (CallLog{"loading", "loaded", kSuccess, "loaded"}));
   EXPECT_EQ(sessionRequests(), 1u);
-  EXPECT_EQ(vendor().launches().size(), 1u);
+  EXPECT_EQ(fakeCapture().launches().size(), 1u);
 
   const auto starts = events("start_sdk");
   ASSERT_EQ(starts.size(), 1u);
@@ -141,10 +138,10 @@ TEST_F(FacadeTest, ARunKeepsTheBackendOfTheEnvironmentItStartedWith) {
   ASSERT_TRUE(setBackendRootURL(KivEnvironment::beta, beta.url()));
   // No status before the pause, so that the pause is armed on the main loop
   // alone, before the clock moves.
-  vendor().setScript(CaptureScript::parse("wait 1; success").value());
+  fakeCapture().setScript(CaptureScript::parse("wait 1; success").value());
   setup();
   start();
-  ASSERT_TRUE(loop().runUntil([] { return vendor().launches().size() == 1; }));
+  ASSERT_TRUE(loop().runUntil([&] { return fakeCapture().launches().size() == 1; }));
   KivFaceLivenessLiteSDK::make()->setup(kToken, "person-1", std::nullopt, nullptr, std::nullopt, KivEnvironment::beta,
                                         false);
   EXPECT_EQ(currentEnvironment(), KivEnvironment::beta);
@@ -166,18 +163,18 @@ class CameraTest : public FacadeTest, public ::testing::WithParamInterface<Camer
 
 TEST_P(CameraTest, RunWaitsForTheAnswerAndEndsOnARefusal) {
   const auto& c = GetParam();
-  camera().setStatus(c.status);
+  fakeCamera().setStatus(c.status);
   setup();
   start();
   loop().runUntilIdle();
   if (c.answer) {
     EXPECT_TRUE(running());
     EXPECT_TRUE(log->empty());  // built, not started
-    camera().answer(*c.answer);
+    fakeCamera().answer(*c.answer);
   }
   finishRun();
 
-  EXPECT_EQ(camera().requestCount(), c.answer ? 1u : 0u);
+  EXPECT_EQ(fakeCamera().requestCount(), c.answer ? 1u : 0u);
   EXPECT_EQ(sessionRequests(), c.runs ? 1u : 0u);
   EXPECT_EQ(log->at(log->size() - 2), c.runs ? kSuccess : "error cameraPermission Camera permission denied");
   std::vector<std::string> results;  // detached posts arrive in any order
@@ -201,12 +198,12 @@ TEST_F(FacadeTest, AnalyticsSessionsFollowSetupsAndStarts) {
   sdk->prewarm();
   setup();
   setup("person-1", KivEnvironment::dev, /*loading=*/false);
-  camera().setStatus(CameraAuthorizationStatus::notDetermined);
+  fakeCamera().setStatus(CameraAuthorizationStatus::notDetermined);
   start();
   loop().runUntilIdle();
   setup("person-2");  // during the run: the prewarm is no longer the run's
   EXPECT_EQ(currentEnvironment(), KivEnvironment::dev);
-  camera().answer(true);
+  fakeCamera().answer(true);
   finishRun();
   setup("person-2");  // the same values, but the session was used
   start();
@@ -281,18 +278,18 @@ class ReleaseTest : public FacadeTest, public ::testing::WithParamInterface<Rele
 
 TEST_P(ReleaseTest, HostReleasingFacadeAndDelegateMidRunEndsTheRunSilently) {
   const auto& c = GetParam();
-  if (c.camera) camera().setStatus(*c.camera);
-  vendor().setScript(CaptureScript::parse(c.script).value());
+  if (c.camera) fakeCamera().setStatus(*c.camera);
+  fakeCapture().setScript(CaptureScript::parse(c.script).value());
   setup();
   start();
   if (!c.camera) {
-    ASSERT_TRUE(loop().runUntil([] { return vendor().launches().size() == 1; }));
+    ASSERT_TRUE(loop().runUntil([&] { return fakeCapture().launches().size() == 1; }));
   }
   const auto callsBefore = log->size();
 
   sdk.reset();
   delegate.reset();
-  if (c.camera) camera().answer(true);
+  if (c.camera) fakeCamera().answer(true);
   loop().advance(10.0);
   testPlatform().pool->waitIdle();
   loop().runUntilIdle();

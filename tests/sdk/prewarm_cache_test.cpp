@@ -127,22 +127,20 @@ const auto kBackground = [](PrewarmCacheTest& t) { t.enterBackground(); };
 const auto kRunStarts = [](PrewarmCacheTest&) { PrewarmCacheTest::beginRun(); };
 const auto after = [](double seconds) { return [seconds](PrewarmCacheTest& t) { t.age(seconds); }; };
 
-INSTANTIATE_TEST_SUITE_P(
-    Events, PrewarmDropTest,
-    ::testing::Values(DropCase{"SameIdentity", false, kSameIdentity, true, true, true},
-                      DropCase{"AlmostStale", false, after(89.9), true, true, true},
-                      DropCase{"Stale", false, after(90.0), true, false, true},
-                      DropCase{"ClockTurnedBack", false, after(-1.0), true, false, true},
-                      DropCase{"SameIdentityDuringTheFetch", true, kSameIdentity, true, true, true},
-                      DropCase{"FailedFetch", true, kNothing, false, false, false},
-                      DropCase{"OtherPerson", false, kOtherPerson, true, false, false},
-                      DropCase{"OtherPersonDuringTheFetch", true, kOtherPerson, true, false, false},
-                      DropCase{"OtherEnvironmentDuringTheFetch", true, kOtherEnvironment, true, false, false},
-                      DropCase{"Background", false, kBackground, true, false, false},
-                      DropCase{"BackgroundDuringTheFetch", true, kBackground, true, false, false},
-                      // The run reads the stored credentials; it deletes them itself.
-                      DropCase{"RunStartedDuringTheFetch", true, kRunStarts, true, false, true}),
-    [](const auto& testInfo) { return std::string(testInfo.param.name); });
+INSTANTIATE_TEST_SUITE_P(Events, PrewarmDropTest,
+                         ::testing::Values(DropCase{"SameIdentity", false, kSameIdentity, true, true, true},
+                                           DropCase{"AlmostStale", false, after(89.9), true, true, true},
+                                           DropCase{"Stale", false, after(90.0), true, false, true},
+                                           DropCase{"ClockTurnedBack", false, after(-1.0), true, false, true},
+                                           DropCase{"FailedFetch", true, kNothing, false, false, false},
+                                           DropCase{"OtherPerson", false, kOtherPerson, true, false, false},
+                                           DropCase{"OtherEnvironmentDuringTheFetch", true, kOtherEnvironment, true,
+                                                    false, false},
+                                           DropCase{"Background", false, kBackground, true, false, false},
+                                           DropCase{"BackgroundDuringTheFetch", true, kBackground, true, false, false},
+                                           // The run reads the stored credentials; it deletes them itself.
+                                           DropCase{"RunStartedDuringTheFetch", true, kRunStarts, true, false, true}),
+                         [](const auto& testInfo) { return std::string(testInfo.param.name); });
 
 // A run that starts during the fetch waits for it and is answered exactly
 // once: with the session, or with none when the fetch keeps nothing.

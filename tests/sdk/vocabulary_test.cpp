@@ -40,6 +40,13 @@ static_assert(
                        CameraAuthorizationStatus, Options::NaturalFilter::Style, Options::LineDrawingFilter::Style,
                        Canceler, IProovError::Code, KivAnalyticsPlatform, KivAnalyticsStage, KivAnalyticsEndpoint,
                        KivAnalyticsResult, KivAnalyticsEventType, KivAnalyticsEventName, CrashReportResult>());
+// The fixed events' table is looked up by the event's value.
+static_assert([] {
+  for (std::size_t i = 0; i < kFixedEvents.size(); ++i) {
+    if (kFixedEvents[i].event != static_cast<KivAnalyticsFixedEvent>(i)) return false;
+  }
+  return true;
+}());
 
 // What a host switches on.
 

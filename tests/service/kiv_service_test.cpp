@@ -110,42 +110,29 @@ class KivServiceTest : public testing::PlatformTest {
 
 // --- The requests as they reach the backend -------------------------------------
 
-TEST_F(KivServiceTest, SessionRequestOnTheWire) {
+using Wire = std::tuple<std::string, std::string, std::string>;  // method, target, body
+Wire wire(const testing::RecordedRequest& request) { return {request.method, request.target, request.body}; }
+
+TEST_F(KivServiceTest, RequestsOnTheWire) {
   storeToken(kToken);
   server.setAnswer("/bff/sessions", Answer::json(200, R"({"id":"s-1","livenessAttemptId":"a-1","x":1})"));
-
-  auto result = fetchSession(server.url());
-
-  ASSERT_TRUE(result) << result.error();
-  EXPECT_EQ(result->livenessAttemptId, "a-1");
-  ASSERT_EQ(server.requests().size(), 1u);
-  const auto request = server.requests().front();
-  EXPECT_EQ(request.method, "POST");
-  EXPECT_EQ(request.target, "/bff/sessions?asyncAttempt=true");
-  EXPECT_EQ(request.body, R"({"personId":"person-1","sdk":{"version":"3.2.1","platform":"iOS"}})");
-  EXPECT_EQ(request.header("Authorization"), kToken);  // bare, no scheme word
-  // Every header of the built request (its list is pinned below) arrives as spelt.
-  for (const auto& header : KivService::makeURLRequest(FetchSessionRequest::forPerson(server.url(), "p")).headers) {
-    EXPECT_NE(std::ranges::find(request.headers, header), request.headers.end()) << header.name;
-  }
-}
-
-TEST_F(KivServiceTest, TransactionsRequestOnTheWire) {
-  SessionResponse withAttempt;
-  withAttempt.id = "s-1";
-  withAttempt.livenessAttemptId = "a-1";
-
-  ASSERT_TRUE(fetchTransactions(withAttempt));
+  const auto session = fetchSession(server.url());
+  ASSERT_TRUE(session) << session.error();
+  ASSERT_TRUE(fetchTransactions(*session));
   ASSERT_TRUE(fetchTransactions(SessionResponse{}));
 
   const auto requests = server.requests();
-  ASSERT_EQ(requests.size(), 2u);
-  EXPECT_EQ(requests[0].method, "POST");
-  EXPECT_EQ(requests[0].target, "/bff/transactions/a-1/async");
-  EXPECT_EQ(requests[0].body, R"({"sessionId":"s-1","data":{}})");
-  EXPECT_EQ(requests[0].header("content-type"), "application/json");
-  EXPECT_EQ(requests[1].target, "/bff/transactions//async");
-  EXPECT_EQ(requests[1].body, R"({"sessionId":"","data":{}})");
+  ASSERT_EQ(requests.size(), 3u);
+  EXPECT_EQ(wire(requests[0]), Wire("POST", "/bff/sessions?asyncAttempt=true",
+                                    R"({"personId":"person-1","sdk":{"version":"3.2.1","platform":"iOS"}})"));
+  EXPECT_EQ(wire(requests[1]), Wire("POST", "/bff/transactions/a-1/async", R"({"sessionId":"s-1","data":{}})"));
+  EXPECT_EQ(wire(requests[2]), Wire("POST", "/bff/transactions//async", R"({"sessionId":"","data":{}})"));
+  EXPECT_EQ(requests[0].header("Authorization"), kToken);  // bare, no scheme word
+  // Every header of the built request (its list is pinned below) arrives as spelt.
+  for (const auto& header : KivService::makeURLRequest(FetchSessionRequest::forPerson(server.url(), "p")).headers) {
+    EXPECT_NE(std::ranges::find(requests[0].headers, header), requests[0].headers.end()) << header.name;
+  }
+  EXPECT_EQ(requests[1].header("content-type"), "application/json");
 }
 
 TEST_F(KivServiceTest, RequestIsBuiltInTheBackendsOrder) {
@@ -157,9 +144,8 @@ TEST_F(KivServiceTest, RequestIsBuiltInTheBackendsOrder) {
   KivService::create(session_, "otherKey", nullptr);  // the last service created names the key
 
   auto post = KivService::makeURLRequest(request);
-  EXPECT_EQ(post.url, "https://b.example/bff/sessions?asyncAttempt=true");
-  EXPECT_EQ(post.timeoutSeconds, 20.0);
-  EXPECT_EQ(post.cachePolicy, HttpCachePolicy::useProtocolCachePolicy);
+  EXPECT_EQ(std::tuple(post.url, post.timeoutSeconds, post.cachePolicy),
+            std::tuple("https://b.example/bff/sessions?asyncAttempt=true", 20.0, HttpCachePolicy::useProtocolCachePolicy));
   EXPECT_EQ(post.headers, (HttpHeaders{{"Cache-Control", "no-cache, no-store, must-revalidate"},
                                        {"Pragma", "no-cache"},
                                        {"Expires", "0"},

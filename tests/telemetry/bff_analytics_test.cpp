@@ -18,13 +18,11 @@
 
 #include "kiv/backend.hpp"
 #include "kiv/platform/secure_store.hpp"
-#include "platform/crash/fake_crash_primitives.hpp"
 #include "platform/http/scripted_http_session.hpp"
-#include "platform/path_monitor/fake_path_monitor.hpp"
-#include "platform/secure_store/memory_secure_store.hpp"
 #include "service/key_chain_manager.hpp"
 #include "support/analytics_configuration.hpp"
 #include "support/child_process.hpp"
+#include "support/forwarding_store.hpp"
 #include "support/programs.hpp"
 #include "support/recording_http_server.hpp"
 #include "support/test_platform.hpp"
@@ -75,10 +73,9 @@ class BFFAnalyticsTest : public testing::PlatformTest {
     testPlatform().bundle().secureStore = std::move(store);
     testPlatform().install();
   }
-  FakePathMonitorFactory& network() { return dynamic_cast<FakePathMonitorFactory&>(*platform()->pathMonitor); }
   // Reports a usable path and waits for the flush it starts to end.
   void goOnline(const KivBFFAnalytics& analytics) {
-    network().setStatus(NetworkPathStatus::satisfied);
+    fakeNetwork().setStatus(NetworkPathStatus::satisfied);
     testPlatform().pool->waitIdle();
     analytics.flushFinished().wait();
   }
@@ -150,10 +147,9 @@ TEST_F(BFFAnalyticsTest, HeldPostsNeitherStarveThePoolNorHoldBackACrashReport) {
   platform()->taskPool->post([&ran] { ran.set_value(); });
   ASSERT_EQ(ran.get_future().wait_for(std::chrono::seconds(10)), std::future_status::ready);
 
-  auto& crash = dynamic_cast<FakeCrashPrimitives&>(*platform()->crash);
   KivCrashHandler::shared()->install(std::string(kKivSDKService), true);
   testPlatform().pool->waitIdle();
-  ASSERT_TRUE(crash.deliverSignal(SIGSEGV));
+  ASSERT_TRUE(fakeCrash().deliverSignal(SIGSEGV));
   // The crash path returned: by then the report was answered, so nothing
   // was left for abort().
   const auto reports = bodies(kCrashPath);
@@ -169,23 +165,15 @@ TEST_F(BFFAnalyticsTest, HeldPostsNeitherStarveThePoolNorHoldBackACrashReport) {
 
 // A store whose writes of the offline queue wait until opened: a long
 // queue on a slow disk.
-class GatedStore final : public SecureItemStore {
+class GatedStore final : public testing::ForwardingStore {
  public:
   std::int32_t add(std::string_view service, std::string_view account, std::span<const std::uint8_t> value) override {
     std::unique_lock lock(mutex_);
     waiting_ = account == queue_format::queueKey;
     changed_.notify_all();
     changed_.wait(lock, [&] { return open_ || !waiting_; });
-    return store_.add(service, account, value);
+    return ForwardingStore::add(service, account, value);
   }
-  std::int32_t update(std::string_view service, std::string_view account,
-                      std::span<const std::uint8_t> value) override {
-    return store_.update(service, account, value);
-  }
-  SecureItemCopy copyMatching(std::string_view service, std::string_view account) override {
-    return store_.copyMatching(service, account);
-  }
-  std::int32_t deleteAccount(std::string_view account) override { return store_.deleteAccount(account); }
 
   bool waitForWrite() {
     std::unique_lock lock(mutex_);
@@ -198,7 +186,6 @@ class GatedStore final : public SecureItemStore {
   }
 
  private:
-  MemorySecureStore store_;
   std::mutex mutex_;
   std::condition_variable changed_;
   bool waiting_ = false;
@@ -240,10 +227,9 @@ TEST_F(BFFAnalyticsTest, ACrashReportThatCouldNotBePostedStaysStored) {
   testPlatform().bundle().http = std::make_shared<RefusingHttpSession>();
   testPlatform().install();
   configure();
-  auto& crash = dynamic_cast<FakeCrashPrimitives&>(*platform()->crash);
   KivCrashHandler::shared()->install(std::string(kKivSDKService), true);
   testPlatform().pool->waitIdle();
-  ASSERT_TRUE(crash.deliverSignal(SIGSEGV));
+  ASSERT_TRUE(fakeCrash().deliverSignal(SIGSEGV));
   testPlatform().pool->waitIdle();
 
   const auto logs = KivCrashLogsManager(KivKeyChainManager::shared()).getCrashLogs();
@@ -482,7 +468,7 @@ TEST_F(BFFAnalyticsTest, NoEventIsLostOrDuplicatedUnderLoad) {
     if (!recovered && !notice && index % 3 == 2) {
       // Flushes are asked for while the producers still run.
       if (const auto failed = ++failures; failed == 150 || failed == 400) {
-        network().setStatus(NetworkPathStatus::satisfied);
+        fakeNetwork().setStatus(NetworkPathStatus::satisfied);
       }
       return Answer::http(500);
     }
@@ -525,7 +511,7 @@ TEST_F(BFFAnalyticsTest, NoEventIsLostOrDuplicatedUnderLoad) {
 
 TEST_F(BFFAnalyticsTest, StoreWriteFailureKeepsTheEventInMemoryAndStillResends) {
   server.setAnswer(kTrackPath, Answer::http(500));
-  dynamic_cast<MemorySecureStore&>(*platform()->secureStore).failNextAdd(-34018);
+  fakeStore().failNextAdd(-34018);
   auto analytics = configure();
   trackStep(*analytics, "1");
   EXPECT_EQ(stepsOf(analytics->queuedEvents()), Steps{"1"});

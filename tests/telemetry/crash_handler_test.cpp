@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <latch>
-#include <thread>
-
 #include "platform/crash/fake_crash_primitives.hpp"
 #include "platform/secure_store/memory_secure_store.hpp"
 #include "service/key_chain_manager.hpp"
@@ -45,8 +42,7 @@ struct RecordingSender {
 
 class CrashHandlerTest : public testing::PlatformTest {
  protected:
-  FakeCrashPrimitives& crash = dynamic_cast<FakeCrashPrimitives&>(*platform()->crash);
-  MemorySecureStore& store = dynamic_cast<MemorySecureStore&>(*platform()->secureStore);
+  FakeCrashPrimitives& crash = fakeCrash();
   std::shared_ptr<KivKeyChainManager> keychain = KivKeyChainManager::shared();
   KivCrashLogsManager logs{keychain};
 
@@ -120,26 +116,15 @@ TEST_P(CrashDeliveryTest, TheCrashIsStoredPostedOnceAndTheHandlersGoBack) {
   install();
   deliver();
 
+  // The record's shape is pinned with the crash record.
   const auto posts = recording->posts();
   ASSERT_EQ(posts.size(), 1u);
-  const CrashRecord& record = posts[0].record;
   EXPECT_EQ(posts[0].stackTrace, kTrace);
-  const std::string createdAt = R"("createdAt":"2026-01-01 00:00:00 +0000",)";
-  if (c.signal) {
-    EXPECT_EQ(posts[0].result, CrashReportResult::signal);
-    EXPECT_EQ(json::dumpCompact(record), R"({"signal":)" + std::to_string(c.signal) + "," + createdAt +
-                                             R"x("stackTrace":"fake(symbol+0x1000)\nfake(symbol+0x2000)"})x");
-    // Posted, so looked up by its stack trace and deleted.
-    EXPECT_TRUE(stored().empty());
-  } else {
-    EXPECT_EQ(posts[0].result, CrashReportResult::exception);
-    EXPECT_EQ(json::dumpCompact(record),
-              R"({"name":")" + c.name + R"(","reason":")" + c.reason + R"(",)" + createdAt +
-                  R"x("userInfo":{},"callStackSymbols":["fake(symbol+0x1000)","fake(symbol+0x2000)"]})x");
-    // Without a stack trace there is nothing to find it by: it stays stored.
-    ASSERT_EQ(stored().size(), 1u);
-    EXPECT_EQ(stored()[0]["name"], c.name);
-  }
+  EXPECT_EQ(posts[0].record.value("signal", 0), c.signal);
+  EXPECT_EQ(posts[0].result, c.signal ? CrashReportResult::signal : CrashReportResult::exception);
+  // Posted, a signal's record is looked up by its stack trace and deleted;
+  // an exception's has none to be found by and stays stored.
+  EXPECT_EQ(stored().size(), c.signal ? 0u : 1u);
   // Written at the crash, rewritten whole, emptied once the store had it.
   EXPECT_EQ(crash.ownSlotWrites(), 2);
   EXPECT_EQ(crash.ownSlotContent(), "");
@@ -150,40 +135,10 @@ TEST_P(CrashDeliveryTest, TheCrashIsStoredPostedOnceAndTheHandlersGoBack) {
   EXPECT_EQ(loop().runUntilIdle(), 0u);
 }
 
-TEST_P(CrashDeliveryTest, WithoutAnAnalyticsClientTheCrashIsStoredAndNothingPosted) {
-  install();
-  deliver();
-  const auto records = stored();
-  ASSERT_EQ(records.size(), 1u);
-  EXPECT_EQ(records[0].contains("signal"), GetParam().signal != 0);
-  // The post finished (with failure): nothing to abort.
-  EXPECT_EQ(crash.abortCount(), 0);
-}
-
 INSTANTIATE_TEST_SUITE_P(Crashes, CrashDeliveryTest,
-                         ::testing::Values(CrashCase{"segv", SIGSEGV, "", ""}, CrashCase{"pipe", SIGPIPE, "", ""},
-                                           CrashCase{"exception", 0, "std::runtime_error", "boom"},
-                                           CrashCase{"exceptionWithoutReason", 0, "CustomError", ""}),
+                         ::testing::Values(CrashCase{"segv", SIGSEGV, "", ""},
+                                           CrashCase{"exception", 0, "std::runtime_error", "boom"}),
                          [](const auto& p) { return p.param.label; });
-
-TEST_F(CrashHandlerTest, OnlyTheFirstOfSimultaneousCrashesIsRecorded) {
-  auto recording = sender(Answer::fail);
-  install();
-  constexpr int kThreads = 8;
-  std::latch start(kThreads);
-  std::vector<std::jthread> threads;
-  for (int i = 0; i < kThreads; ++i) {
-    threads.emplace_back([&, i] {
-      start.arrive_and_wait();
-      crash.deliverSignal(i % 2 ? SIGSEGV : SIGBUS);
-    });
-  }
-  threads.clear();
-  settle();
-  EXPECT_EQ(recording->posts().size(), 1u);
-  EXPECT_EQ(stored().size(), 1u);
-  EXPECT_FALSE(crash.deliverSignal(SIGSEGV));  // handlers are back
-}
 
 // A post that never answers: the crashing thread is released after the
 // bound, the handlers are back, and abort() is queued on the main queue
@@ -272,7 +227,7 @@ TEST_P(LeftSlotTest, ARecordLeftInASlotIsImportedOnceThenResent) {
   KivCrashLogsManager::setServiceName(std::string(kService));
   if (c.alreadyStored) logs.saveCrashLog(*json::parse(kSlotRecord));
   crash.leaveSlot(c.slot);
-  if (c.storeWriteFails) store.failNextAdd(-34018);
+  if (c.storeWriteFails) fakeStore().failNextAdd(-34018);
   auto recording = sender(Answer::fail);
   install();
 

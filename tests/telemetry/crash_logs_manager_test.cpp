@@ -4,7 +4,6 @@
 
 #include <regex>
 
-#include "platform/secure_store/memory_secure_store.hpp"
 #include "service/key_chain_manager.hpp"
 #include "support/test_platform.hpp"
 
@@ -22,7 +21,6 @@ class CrashLogsManagerTest : public testing::PlatformTest {
   CrashLogsManagerTest() { KivCrashLogsManager::setServiceName(std::string(kService)); }
 
   std::shared_ptr<KivKeyChainManager> keychain = KivKeyChainManager::shared();
-  MemorySecureStore& store = dynamic_cast<MemorySecureStore&>(*platform()->secureStore);
   KivCrashLogsManager manager{keychain};
 
   std::string itemText(std::string_view service) {
@@ -75,23 +73,6 @@ TEST_F(CrashLogsManagerTest, DeletingAnUnknownIdPrintsAndLeavesTheItemAlone) {
   manager.deleteCrashLog("NOT-AN-\"ID\"");
   EXPECT_EQ(itemText(kService), before);
   EXPECT_EQ(consoleLines(), std::vector<std::string>{R"("Crash log with ID NOT-AN-\"ID\" not found.")"});
-}
-
-TEST_F(CrashLogsManagerTest, AnEmptyServiceNameIsUsedAsItIs) {
-  KivCrashLogsManager::setServiceName("");
-  manager.saveCrashLog(signalRecord("x"));
-  EXPECT_EQ(store.items().count({"", std::string(kCrashLogsKey)}), 1u);
-  EXPECT_EQ(itemText(kService), "<none>");
-}
-
-TEST_F(CrashLogsManagerTest, ClearingRemovesTheItemUnderEveryService) {
-  manager.saveCrashLog(signalRecord("x"));
-  keychain->save("another.service", kCrashLogsKey, asBytes("[]"), true);
-  keychain->save(kService, "unrelated", asBytes("kept"), true);
-  manager.clearCrashLogs();
-  EXPECT_EQ(manager.getCrashLogs(), std::nullopt);
-  EXPECT_EQ(itemText("another.service"), "<none>");
-  EXPECT_EQ(keychain->readString(kService, "unrelated"), "kept");
 }
 
 TEST_F(CrashLogsManagerTest, AnUnreadableItemReadsAsNothingAndIsReplacedByTheNextSave) {

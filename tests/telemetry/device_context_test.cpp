@@ -79,17 +79,6 @@ INSTANTIATE_TEST_SUITE_P(
                       ModelCase{"simulatorRuleNotAppliedTwice", "x86_64", "i386", "Simulator i386"}),
     [](const auto& param) { return std::string(param.param.name); });
 
-TEST_F(DeviceContextTest, TheModelIsLookedUpOncePerProcess) {
-  change([](auto& v) {
-    v.machine = "x86_64";
-    v.environment[std::string(kSimulatorModelVariable)] = "iPhone12,1";
-  });
-  EXPECT_EQ(KivDeviceInfo::deviceData().substr(0, 37), "Device Model: Simulator iPhone 11\nSys");
-  change([](auto& v) { v.machine = "iPad2,1"; });
-  EXPECT_EQ(KivDeviceInfo::deviceData().substr(0, 33), "Device Model: Simulator iPhone 11");
-  EXPECT_EQ(KivDeviceInfo::modelIdentifier(), "iPad2,1");
-}
-
 TEST_F(DeviceContextTest, AbsentBundleValuesLeaveTheirPlacesEmpty) {
   EXPECT_EQ(KivDeviceInfo::appVersion(), "version: 2.4.1 buildNumber: 241");
   change([](auto& v) { v.bundle = HostBundle{}; });

@@ -25,27 +25,12 @@ struct DecodeCase {
   const char* name;
   Json entry;    // the one stored entry
   bool decodes;  // else the whole array is refused
-  friend void PrintTo(const DecodeCase& c, std::ostream* out) { *out << c.name; }
 };
-
-class QueueDecodingTest : public ::testing::TestWithParam<DecodeCase> {};
 
 // Endpoint, body bytes and a time the clock can hold must all decode; body
 // bytes that are not a JSON object stand for an empty body. A decoded queue
 // encodes again to the same entries.
-TEST_P(QueueDecodingTest, AnEntryDecodesOnlyWhenEveryFieldDoes) {
-  const auto& c = GetParam();
-  const auto queue = queue_format::decodeQueue(json::dumpCompact(Json::array({c.entry, c.entry})));
-  ASSERT_EQ(queue.has_value(), c.decodes);
-  if (!c.decodes) return;
-  ASSERT_EQ(queue->size(), 2u);
-  const auto again = queue_format::decodeQueue(queue_format::encodeQueue(*queue));
-  ASSERT_TRUE(again);
-  EXPECT_EQ((*again)[1].jsonBody, (*queue)[1].jsonBody);
-  EXPECT_EQ((*again)[1].timestamp, (*queue)[1].timestamp);
-}
-
-std::vector<DecodeCase> decodeCases() {
+TEST(QueueDecodingTest, AnEntryDecodesOnlyWhenEveryFieldDoes) {
   std::string deep;
   for (int i = 0; i < 100'000; ++i) deep += R"({"a":)";
   deep += "1" + std::string(100'000, '}');
@@ -54,24 +39,31 @@ std::vector<DecodeCase> decodeCases() {
     if (!body.is_null()) item["jsonBody"] = std::move(body);
     return item;
   };
-  return {
-      {"object", entry("eyJldmVudCI6ImUifQ==", 1.5), true},
-      {"bodyNotAnObject", entry(base64Encoded("[1]"), 1.5), true},
-      {"bodyNestedTooDeep", entry(base64Encoded(deep), -2.0), true},
-      {"latestTime", entry("e30=", 9.0e9 - 978307200.0), true},
-      {"earliestTime", entry("e30=", -9.0e9), true},
-      {"bodyMissing", entry(Json(), 1.5), false},
-      {"bodyNotBase64", entry("bm90IGJhc2U2NA=!", 1.5), false},
-      {"bodyNotText", entry(7, 1.5), false},
-      {"timeTooLate", entry("e30=", 1e300), false},
-      {"timeTooEarly", entry("e30=", -1.0e10), false},
-      {"timeMissing", entry("e30=", Json()), false},
-      {"endpointUnknown", Json{{"endpoint", "elsewhere"}, {"jsonBody", "e30="}, {"timestamp", 1}}, false},
-  };
+  for (const auto& c : std::vector<DecodeCase>{
+           {"object", entry("eyJldmVudCI6ImUifQ==", 1.5), true},
+           {"bodyNotAnObject", entry(base64Encoded("[1]"), 1.5), true},
+           {"bodyNestedTooDeep", entry(base64Encoded(deep), -2.0), true},
+           {"latestTime", entry("e30=", 9.0e9 - 978307200.0), true},
+           {"earliestTime", entry("e30=", -9.0e9), true},
+           {"bodyMissing", entry(Json(), 1.5), false},
+           {"bodyNotBase64", entry("bm90IGJhc2U2NA=!", 1.5), false},
+           {"bodyNotText", entry(7, 1.5), false},
+           {"timeTooLate", entry("e30=", 1e300), false},
+           {"timeTooEarly", entry("e30=", -1.0e10), false},
+           {"timeMissing", entry("e30=", Json()), false},
+           {"endpointUnknown", Json{{"endpoint", "elsewhere"}, {"jsonBody", "e30="}, {"timestamp", 1}}, false},
+       }) {
+    SCOPED_TRACE(c.name);
+    const auto queue = queue_format::decodeQueue(json::dumpCompact(Json::array({c.entry, c.entry})));
+    ASSERT_EQ(queue.has_value(), c.decodes);
+    if (!c.decodes) continue;
+    ASSERT_EQ(queue->size(), 2u);
+    const auto again = queue_format::decodeQueue(queue_format::encodeQueue(*queue));
+    ASSERT_TRUE(again);
+    EXPECT_EQ((*again)[1].jsonBody, (*queue)[1].jsonBody);
+    EXPECT_EQ((*again)[1].timestamp, (*queue)[1].timestamp);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Entries, QueueDecodingTest, ::testing::ValuesIn(decodeCases()),
-                         [](const auto& test) { return std::string(test.param.name); });
 
 // One "_" per code point outside the safe set, however many bytes it takes.
 // A client id that is the token itself (one without an issuer) is a

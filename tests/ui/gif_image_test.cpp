@@ -159,31 +159,5 @@ TEST(GifImageTest, TwelveSecondsOfHdAnimationAreKeptWholeAtOneBytePerPixel) {
   EXPECT_EQ(paletteIndexAt(last, 0, 0), 3);
 }
 
-// Frames with their own 128-colour tables (the last repeats the first): up
-// to 256 colours the frames are kept as bytes, past that as two-byte
-// indices, every colour exact, and a repeated table is not added twice.
-TEST(GifDecoderTest, ManyLocalTablesStayExactBeyondTwoHundredFiftySixColours) {
-  const auto table = [](std::uint8_t shade) {
-    std::vector<GifColorType> colors(128, GifColorType{shade, shade, shade});
-    colors[5] = GifLayout::basicPalette()[shade];
-    return colors;
-  };
-  GifLayout layout{2, 1};
-  for (std::uint8_t shade : {1, 2, 3, 1}) {
-    layout.frames.push_back(solidFrame(0, 0, 2, 1, 5));
-    layout.frames.back().localColors = table(shade);
-  }
-  const auto gif = gif::decode(encodeGif(layout).bytes);
-  ASSERT_TRUE(gif && gif->frames.size() == 4);
-  std::vector<ImageRef> images;
-  std::vector<std::size_t> bytes;
-  for (const auto& frame : gif->frames) {
-    images.push_back(frame.image);
-    bytes.push_back(frame.image->byteCount() - 3 * 128 * 4);  // less the shared palette
-  }
-  EXPECT_EQ(testing::paletteIndices(images), (std::vector<int>{1, 2, 3, 1}));
-  EXPECT_EQ(bytes, (std::vector<std::size_t>{2, 2, 4, 4}));
-}
-
 }  // namespace
 }  // namespace kiv

@@ -43,8 +43,8 @@ class MainLoop final : public MainQueue {
   bool isCurrent() const override;
 
  private:
-  struct Impl;
-  std::shared_ptr<Impl> impl_;
+  struct State;
+  std::shared_ptr<State> state_;
 };
 
 }  // namespace kiv

@@ -14,7 +14,7 @@
 
 namespace kiv {
 
-struct MainLoop::Impl {
+struct MainLoop::State {
   struct Pending {
     OwnerToken owner;
     DelayedTaskHandle handle;
@@ -33,59 +33,59 @@ struct MainLoop::Impl {
   bool stopPending = false;
 };
 
-MainLoop::MainLoop() : impl_(std::make_shared<Impl>()) {}
+MainLoop::MainLoop() : state_(std::make_shared<State>()) {}
 
 MainLoop::~MainLoop() { stop(); }
 
 void MainLoop::run() {
   {
-    std::lock_guard lock(impl_->runMutex);
-    if (std::exchange(impl_->stopPending, false)) return;
-    impl_->running = true;
-    impl_->context.restart();
+    std::lock_guard lock(state_->runMutex);
+    if (std::exchange(state_->stopPending, false)) return;
+    state_->running = true;
+    state_->context.restart();
   }
   // A stop from here on finds the context running, or about to: either way
   // run() returns once it sees it.
-  impl_->runner = std::this_thread::get_id();
-  impl_->context.run();
-  impl_->runner = std::thread::id{};
-  std::lock_guard lock(impl_->runMutex);
-  impl_->running = false;
+  state_->runner = std::this_thread::get_id();
+  state_->context.run();
+  state_->runner = std::thread::id{};
+  std::lock_guard lock(state_->runMutex);
+  state_->running = false;
 }
 
 void MainLoop::stop() {
-  std::lock_guard lock(impl_->runMutex);
-  if (impl_->running) {
-    impl_->context.stop();
+  std::lock_guard lock(state_->runMutex);
+  if (state_->running) {
+    state_->context.stop();
   } else {
-    impl_->stopPending = true;
+    state_->stopPending = true;
   }
 }
 
 void MainLoop::post(Task task) {
-  asio::post(impl_->context, [task = std::move(task)] { task(); });
+  asio::post(state_->context, [task = std::move(task)] { task(); });
 }
 
 DelayedTaskHandle MainLoop::postAfter(double seconds, Task task, OwnerToken owner) {
   DelayedTaskHandle handle(std::make_shared<std::atomic<bool>>(false));
-  auto timer = std::make_shared<asio::steady_timer>(impl_->context);
-  std::list<Impl::Pending>::iterator entry;
+  auto timer = std::make_shared<asio::steady_timer>(state_->context);
+  std::list<State::Pending>::iterator entry;
   {
-    std::lock_guard lock(impl_->mutex);
-    entry = impl_->pending.insert(impl_->pending.end(), Impl::Pending{owner, handle, timer});
+    std::lock_guard lock(state_->mutex);
+    entry = state_->pending.insert(state_->pending.end(), State::Pending{owner, handle, timer});
   }
   // The timer is armed on the loop's own thread: Asio timers are not safe to
   // touch from two threads at once.
-  std::weak_ptr<Impl> weak = impl_;
+  std::weak_ptr<State> weak = state_;
   auto delay = std::chrono::duration_cast<std::chrono::steady_clock::duration>(delayFromSeconds(seconds));
-  asio::post(impl_->context, [weak, timer, delay, handle, entry, task = std::move(task)]() mutable {
+  asio::post(state_->context, [weak, timer, delay, handle, entry, task = std::move(task)]() mutable {
     timer->expires_after(delay);
     timer->async_wait([weak, handle, entry, task = std::move(task)](const std::error_code& error) {
-      auto impl = weak.lock();
-      if (!impl) return;
+      auto state = weak.lock();
+      if (!state) return;
       {
-        std::lock_guard lock(impl->mutex);
-        impl->pending.erase(entry);
+        std::lock_guard lock(state->mutex);
+        state->pending.erase(entry);
       }
       if (!error && !handle.isCancelled()) task();
     });
@@ -94,15 +94,15 @@ DelayedTaskHandle MainLoop::postAfter(double seconds, Task task, OwnerToken owne
 }
 
 void MainLoop::cancelAll(OwnerToken owner) {
-  std::lock_guard lock(impl_->mutex);
-  for (auto& p : impl_->pending) {
+  std::lock_guard lock(state_->mutex);
+  for (auto& p : state_->pending) {
     if (p.owner != owner) continue;
     p.handle.cancel();
     // Fire the timer now so the task (and what it captured) is released.
-    asio::post(impl_->context, [timer = p.timer] { timer->cancel(); });
+    asio::post(state_->context, [timer = p.timer] { timer->cancel(); });
   }
 }
 
-bool MainLoop::isCurrent() const { return impl_->runner.load() == std::this_thread::get_id(); }
+bool MainLoop::isCurrent() const { return state_->runner.load() == std::this_thread::get_id(); }
 
 }  // namespace kiv

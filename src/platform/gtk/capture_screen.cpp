@@ -6,6 +6,7 @@
 
 #include "kiv/platform/gtk/gtk_view_toolkit.hpp"
 #include "kiv/platform/platform.hpp"
+#include "platform/gtk/camera_feed.hpp"
 #include "platform/gtk/capture_screen.hpp"
 #include "platform/gtk/gtk_view.hpp"
 
@@ -51,7 +52,8 @@ struct Look {
   Options options;
   CaptureScreenState state;
   std::shared_ptr<const AnimationClock> clock;
-  GtkWidget* area = nullptr;  // while it exists
+  GtkWidget* area = nullptr;           // while it exists
+  std::unique_ptr<CameraFeed> camera;  // while the area exists, unless animations are frozen
 };
 
 using LookRef = std::shared_ptr<Look>;
@@ -64,7 +66,8 @@ Look& lookOf(gpointer data) { return **static_cast<LookRef*>(data); }
 class Screen final : public std::enable_shared_from_this<Screen> {
  public:
   Screen(Options options, StatusCallback callback, std::shared_ptr<const AnimationClock> clock)
-      : look_(std::make_shared<Look>(Look{std::move(options), {}, std::move(clock)})), callback_(std::move(callback)) {}
+      : look_(std::make_shared<Look>(Look{std::move(options), {}, std::move(clock), nullptr, nullptr})),
+        callback_(std::move(callback)) {}
 
   void setRun(std::shared_ptr<CaptureRun> run) { run_ = std::move(run); }
 
@@ -92,11 +95,13 @@ class Screen final : public std::enable_shared_from_this<Screen> {
         GTK_DRAWING_AREA(area),
         [](GtkDrawingArea*, cairo_t* cr, int width, int height, gpointer data) {
           const Look& look = lookOf(data);
-          drawCaptureScreen(cr, width, height, look.options, look.state, look.clock->now());
+          drawCaptureScreen(cr, width, height, look.options, look.state, look.clock->now(),
+                            look.camera ? look.camera->latest() : nullptr);
         },
         hold(look_),
         [](gpointer data) {
           lookOf(data).area = nullptr;
+          lookOf(data).camera.reset();
           release(data);
         });
     GtkWidget* glyph = gtk_drawing_area_new();
@@ -126,6 +131,8 @@ class Screen final : public std::enable_shared_from_this<Screen> {
     gtk_overlay_add_overlay(GTK_OVERLAY(root), close);
     setContentWidget(controller->view(), root);
     if (!look_->clock->frozen()) {
+      // A screenshot (frozen animations) always shows the test pattern.
+      look_->camera = std::make_unique<CameraFeed>();
       gtk_widget_add_tick_callback(
           area,
           [](GtkWidget* widget, GdkFrameClock*, gpointer) -> gboolean {

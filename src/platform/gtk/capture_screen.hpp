@@ -22,9 +22,11 @@ struct CaptureScreenState {
 inline constexpr double kAppBarHeight = 56;
 inline constexpr double kCloseButtonSide = 40;
 
-// Draws the whole screen but the close button, `seconds` into the capture.
+// Draws the whole screen but the close button, `seconds` into the capture,
+// over the camera's `picture` (mirrored, as a person expects to see
+// themselves) or, without one, a moving test pattern.
 void drawCaptureScreen(cairo_t* cr, int width, int height, const Options& options, const CaptureScreenState& state,
-                       double seconds);
+                       double seconds, cairo_surface_t* picture = nullptr);
 // Draws the close button's glyph (the options' image, or a cross) in its tint.
 void drawCloseGlyph(cairo_t* cr, int width, int height, const Options& options);
 

@@ -57,7 +57,21 @@ void ellipsePath(cairo_t* cr, double cx, double cy, double rx, double ry, double
 // The camera's picture: a person in a room, gently moving, with light
 // sliding across the wall behind. Drawn as it is (natural filter) or as
 // lines of one colour over another (line-drawing filter).
-void drawPicture(cairo_t* cr, int width, int height, const Options::Filter& filter, double t) {
+void drawPicture(cairo_t* cr, int width, int height, const Options::Filter& filter, double t,
+                 cairo_surface_t* picture) {
+  if (picture) {
+    // Scaled to cover the screen, centred, mirrored.
+    const double pw = cairo_image_surface_get_width(picture), ph = cairo_image_surface_get_height(picture);
+    const double scale = std::max(width / pw, height / ph);
+    cairo_save(cr);
+    cairo_translate(cr, width / 2.0, height / 2.0);
+    cairo_scale(cr, -scale, scale);
+    cairo_set_source_surface(cr, picture, -pw / 2, -ph / 2);
+    cairo_pattern_set_filter(cairo_get_source(cr), CAIRO_FILTER_BILINEAR);
+    cairo_paint(cr);
+    cairo_restore(cr);
+    return;
+  }
   const auto* lines = std::get_if<Options::LineDrawingFilter>(&filter);
   const double w = width, h = height;
   const double sway = 6 * std::sin(t * 1.3), bob = 4 * std::sin(t * 0.9);
@@ -229,10 +243,10 @@ void roundedRectangle(cairo_t* cr, double x, double y, double w, double h, doubl
 }  // namespace
 
 void drawCaptureScreen(cairo_t* cr, int width, int height, const Options& options, const CaptureScreenState& state,
-                       double seconds) {
+                       double seconds, cairo_surface_t* picture) {
   using Phase = CaptureScreenState::Phase;
   const Oval oval = ovalFor(width, height);
-  drawPicture(cr, width, height, options.filter, seconds);
+  drawPicture(cr, width, height, options.filter, seconds, picture);
 
   // Outside the oval: the picture blurred (shrunk and blown up again) unless
   // the exterior effects are off, then the surround colour.
@@ -247,7 +261,7 @@ void drawCaptureScreen(cairo_t* cr, int width, int height, const Options& option
     cairo_surface_t* small = cairo_image_surface_create(CAIRO_FORMAT_RGB24, sw, sh);
     cairo_t* scr = cairo_create(small);
     cairo_scale(scr, 1 / kBlurFactor, 1 / kBlurFactor);
-    drawPicture(scr, width, height, options.filter, seconds);
+    drawPicture(scr, width, height, options.filter, seconds, picture);
     cairo_destroy(scr);
     cairo_save(cr);
     cairo_scale(cr, kBlurFactor, kBlurFactor);

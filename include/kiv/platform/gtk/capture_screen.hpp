@@ -9,8 +9,11 @@
 // logo), the camera picture through the line-drawing or natural filter, the
 // oval in the surround colour (the picture outside it blurred unless the
 // exterior effects are off), the prompt in its colours and corners, all text
-// in the options' font, and the progress while processing. The picture is a
-// moving test pattern. The last status stays on screen half a second before
+// in the options' font, and the progress while processing. The picture is
+// the camera's, through GStreamer (the camera portal's PipeWire stream once
+// this app was granted the camera, else the first /dev/video* device), and a
+// moving test pattern without one or with animations frozen (screenshots).
+// The last status stays on screen half a second before
 // the screen goes down. The statuses still come from the inner vendor;
 // pressing close cancels the capture as the person would (the caller hears
 // canceled by the user).

@@ -36,10 +36,10 @@ class GlibMainQueue final : public MainQueue {
   void cancelAll(OwnerToken owner) override;
   bool isCurrent() const override;
 
-  struct Impl;  // opaque; public so that the sources can hold it weakly
+  struct State;  // opaque; public so that the sources can hold it weakly
 
  private:
-  std::shared_ptr<Impl> impl_;
+  std::shared_ptr<State> state_;
 };
 
 }  // namespace kiv::gtk

@@ -4,9 +4,9 @@
 //   bundle.camera = kiv::gtk::makePortalCameraAuthorization(window);
 //
 // With a portal on the session bus: restricted when it reports no camera,
-// otherwise notDetermined, and a request is the portal's prompt (the
-// portal grants an unsandboxed app at once; it asks the person for a
-// sandboxed one and remembers the answer). Without a session bus or a
+// otherwise notDetermined, and a request is the portal's prompt (asked once
+// per sandboxed app and remembered; unsandboxed processes share one answer,
+// and later portals grant them without asking). Without a session bus or a
 // portal (a kiosk), the answers are those of the video devices in
 // `deviceDirectory` (makeLinuxCameraAuthorization).
 //
