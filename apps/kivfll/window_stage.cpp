@@ -26,6 +26,22 @@ constexpr double kOutcomeShotSeconds = 1.0;
 // A frame after that one.
 constexpr double kOverlayShotSeconds = 1.3;
 
+// Outcome::summary() without the terminal's escaping, which lives in the
+// program and not in this module.
+std::string summary(const Outcome& outcome) {
+  switch (outcome.kind) {
+    case Outcome::Kind::success:
+      return "success";
+    case Outcome::Kind::cancelled:
+      return "cancelled";
+    case Outcome::Kind::failure:
+      return "failure " + outcome.type + ": " + outcome.description;
+    case Outcome::Kind::error:
+      break;
+  }
+  return "error " + outcome.type + ": " + outcome.description;
+}
+
 class WindowStage final : public AttemptStage {
  public:
   explicit WindowStage(WindowSettings settings) : settings_(std::move(settings)) {}
@@ -81,7 +97,7 @@ class WindowStage final : public AttemptStage {
 
   void finished(const Outcome& outcome) override {
     const bool ok = outcome.kind == Outcome::Kind::success;
-    gtk_label_set_text(result_, ok ? "✓ Verified. Welcome back." : ("✗ " + outcome.summary()).c_str());
+    gtk_label_set_text(result_, ok ? "✓ Verified. Welcome back." : ("✗ " + summary(outcome)).c_str());
     gtk_widget_add_css_class(GTK_WIDGET(result_), ok ? "success" : "error");
     gtk_widget_set_sensitive(button_, FALSE);
     // After the vendor's screen went down.
@@ -217,7 +233,12 @@ class WindowStage final : public AttemptStage {
   std::vector<std::filesystem::path> written_;
 };
 
-std::expected<std::shared_ptr<AttemptStage>, std::string> openWindowStage(WindowSettings settings) {
+}  // namespace kiv::cli
+
+using kiv::cli::AttemptStage;
+using kiv::cli::WindowStage;
+
+std::expected<std::shared_ptr<AttemptStage>, std::string> kivfll_window_open(kiv::cli::WindowSettings settings) {
   // Software drawing: the same pixels on every machine, and no GPU needed
   // (a virtual X server has none). A host may still choose another renderer.
   setenv("GSK_RENDERER", "cairo", 0);
@@ -229,9 +250,7 @@ std::expected<std::shared_ptr<AttemptStage>, std::string> openWindowStage(Window
   return std::make_shared<WindowStage>(std::move(settings));
 }
 
-std::vector<std::filesystem::path> writtenScreens(const AttemptStage& stage) {
+std::vector<std::filesystem::path> kivfll_window_written(const AttemptStage& stage) {
   const auto* window = dynamic_cast<const WindowStage*>(&stage);
   return window ? window->written() : std::vector<std::filesystem::path>{};
 }
-
-}  // namespace kiv::cli

@@ -34,10 +34,20 @@ struct WindowSettings {
   bool portalCamera = false;
 };
 
-// The stage, or why there is none (no display to open a window on).
+// The stage, or why there is none (no display to open a window on, no
+// window module).
 std::expected<std::shared_ptr<AttemptStage>, std::string> openWindowStage(WindowSettings settings);
 
 // The PNGs written so far, in order.
 std::vector<std::filesystem::path> writtenScreens(const AttemptStage& stage);
 
 }  // namespace kiv::cli
+
+// The same two in the window module (window_stage.cpp, built as
+// kivfll-window.so), which the program loads when a command needs a window
+// (window_module.cpp).
+extern "C" {
+std::expected<std::shared_ptr<kiv::cli::AttemptStage>, std::string> kivfll_window_open(
+    kiv::cli::WindowSettings settings);
+std::vector<std::filesystem::path> kivfll_window_written(const kiv::cli::AttemptStage& stage);
+}

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -49,59 +50,66 @@ int portalCamera() {
 
 }  // namespace
 
-std::unique_ptr<CameraFeed> CameraFeed::open(const std::filesystem::path& deviceDirectory) {
-  if (!gst_init_check(nullptr, nullptr, nullptr)) return nullptr;
-  if (const int fd = portalCamera(); fd >= 0) {
-    // Without a media type WirePlumber links the stream to nothing.
-    if (GstElement* pipeline = makePipeline("pipewiresrc fd=" + std::to_string(fd) +
-                                            " stream-properties=\"props,media.type=Video,"
-                                            "media.category=Capture,media.role=Camera\"")) {
-      g_debug("camera picture: the camera portal's PipeWire stream");
-      return std::unique_ptr<CameraFeed>(new CameraFeed(pipeline, fd));
-    }
-    ::close(fd);
-  }
-  // A host without a portal (a kiosk): the first video device.
-  std::vector<std::filesystem::path> devices;
-  std::error_code error;
-  for (const auto& entry : std::filesystem::directory_iterator(deviceDirectory, error)) {
-    if (entry.path().filename().string().starts_with("video") && entry.is_character_file(error))
-      devices.push_back(entry.path());
-  }
-  std::sort(devices.begin(), devices.end());
-  for (const auto& device : devices) {
-    if (GstElement* pipeline = makePipeline("v4l2src device=" + device.string())) {
-      g_debug("camera picture: %s", device.c_str());
-      return std::unique_ptr<CameraFeed>(new CameraFeed(pipeline, -1));
-    }
-  }
-  return nullptr;
-}
+// What the feed's serial queue owns; the sink, once there, is also read on
+// the main thread.
+struct CameraFeed::Source {
+  GstElement* pipeline = nullptr;
+  int fd = -1;  // the portal's PipeWire connection
+  std::atomic<GstElement*> sink{nullptr};
 
-CameraFeed::CameraFeed(GstElement* pipeline, int fd)
-    : pipeline_(pipeline),
-      sink_(gst_bin_get_by_name(GST_BIN(pipeline), "picture")),
-      fd_(fd),
-      states_(platform()->taskPool->makeSerialQueue("kivfll-gtk camera")) {
-  // pipewiresrc waits for its stream's format on the way to playing, half a
-  // minute when no camera answers: never on the main thread. A failed start
-  // leaves the test pattern.
-  states_->post([pipeline] { gst_element_set_state(pipeline, GST_STATE_PLAYING); });
+  void start(const std::filesystem::path& deviceDirectory) {
+    if (!gst_init_check(nullptr, nullptr, nullptr)) return;
+    if ((fd = portalCamera()) >= 0) {
+      // Without a media type WirePlumber links the stream to nothing.
+      pipeline = makePipeline("pipewiresrc fd=" + std::to_string(fd) +
+                              " stream-properties=\"props,media.type=Video,media.category=Capture,media.role=Camera\"");
+      if (pipeline) g_debug("camera picture: the camera portal's PipeWire stream");
+    }
+    // A host without a portal (a kiosk): the first video device.
+    std::vector<std::filesystem::path> devices;
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(deviceDirectory, error)) {
+      if (entry.path().filename().string().starts_with("video") && entry.is_character_file(error))
+        devices.push_back(entry.path());
+    }
+    std::sort(devices.begin(), devices.end());
+    for (auto device = devices.begin(); !pipeline && device != devices.end(); ++device) {
+      pipeline = makePipeline("v4l2src device=" + device->string());
+      if (pipeline) g_debug("camera picture: %s", device->c_str());
+    }
+    if (!pipeline) return;
+    sink.store(gst_bin_get_by_name(GST_BIN(pipeline), "picture"), std::memory_order_release);
+    gst_element_set_state(pipeline, GST_STATE_PLAYING);
+  }
+
+  void stop() {
+    if (pipeline) {
+      gst_element_set_state(pipeline, GST_STATE_NULL);
+      gst_object_unref(sink.load(std::memory_order_relaxed));
+      gst_object_unref(pipeline);
+    }
+    if (fd >= 0) ::close(fd);
+  }
+};
+
+CameraFeed::CameraFeed(std::filesystem::path deviceDirectory)
+    : source_(std::make_shared<Source>()), states_(platform()->taskPool->makeSerialQueue("kivfll-gtk camera")) {
+  // Asking the portal is a D-Bus call, and pipewiresrc waits for its
+  // stream's format on the way to playing (half a minute when nothing links
+  // it): never on the main thread. Until a picture comes, and when none
+  // does, the screen shows its test pattern.
+  states_->post([source = source_, deviceDirectory = std::move(deviceDirectory)] { source->start(deviceDirectory); });
 }
 
 CameraFeed::~CameraFeed() {
-  // After the start, whenever that ends.
-  states_->post([pipeline = pipeline_, fd = fd_] {
-    gst_element_set_state(pipeline, GST_STATE_NULL);
-    gst_object_unref(pipeline);
-    if (fd >= 0) ::close(fd);
-  });
-  gst_object_unref(sink_);
+  // After the start, whenever that ends; the main thread reads the sink no more.
+  states_->post([source = source_] { source->stop(); });
   if (picture_) cairo_surface_destroy(picture_);
 }
 
 cairo_surface_t* CameraFeed::latest() {
-  GstSample* sample = gst_app_sink_try_pull_sample(GST_APP_SINK(sink_), 0);
+  GstElement* sink = source_->sink.load(std::memory_order_acquire);
+  GstSample* sample = sink ? gst_app_sink_try_pull_sample(GST_APP_SINK(sink), 0) : nullptr;
   if (!sample) return picture_;
   GstVideoInfo info;
   GstVideoFrame frame;

@@ -11,29 +11,25 @@
 
 #include "kiv/platform/task_pool.hpp"
 
-using GstElement = struct _GstElement;
-
 namespace kiv::gtk {
 
 class CameraFeed {
  public:
-  // The camera this process may use, started; null when there is none.
-  static std::unique_ptr<CameraFeed> open(const std::filesystem::path& deviceDirectory = "/dev");
+  // Starts looking for the camera this process may use, off the main thread.
+  explicit CameraFeed(std::filesystem::path deviceDirectory = "/dev");
   ~CameraFeed();
   CameraFeed(const CameraFeed&) = delete;
   CameraFeed& operator=(const CameraFeed&) = delete;
 
   // The newest picture, or the one before while no newer came; null before
-  // the first. Owned by the feed, valid until the next call.
+  // the first and without a camera. Owned by the feed, valid until the next
+  // call.
   cairo_surface_t* latest();
 
  private:
-  CameraFeed(GstElement* pipeline, int fd);
-
-  GstElement* const pipeline_;
-  GstElement* const sink_;
-  const int fd_;                               // the portal's PipeWire connection, or -1
-  const std::shared_ptr<SerialQueue> states_;  // the pipeline's state changes, in order
+  struct Source;
+  const std::shared_ptr<Source> source_;
+  const std::shared_ptr<SerialQueue> states_;  // the source's start and stop, in order
   cairo_surface_t* picture_ = nullptr;
 };
 

@@ -53,7 +53,7 @@ struct Look {
   CaptureScreenState state;
   std::shared_ptr<const AnimationClock> clock;
   GtkWidget* area = nullptr;           // while it exists
-  std::unique_ptr<CameraFeed> camera;  // while the area exists, when there is a camera
+  std::unique_ptr<CameraFeed> camera;  // while the area exists, unless animations are frozen
 };
 
 using LookRef = std::shared_ptr<Look>;
@@ -132,7 +132,7 @@ class Screen final : public std::enable_shared_from_this<Screen> {
     setContentWidget(controller->view(), root);
     if (!look_->clock->frozen()) {
       // A screenshot (frozen animations) always shows the test pattern.
-      look_->camera = CameraFeed::open();
+      look_->camera = std::make_unique<CameraFeed>();
       gtk_widget_add_tick_callback(
           area,
           [](GtkWidget* widget, GdkFrameClock*, gpointer) -> gboolean {
