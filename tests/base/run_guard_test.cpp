@@ -14,17 +14,6 @@ namespace {
 
 class RunGuardTest : public testing::PlatformTest {};
 
-TEST_F(RunGuardTest, OneRunAtATime) {
-  auto& guard = KivSDKStateManager::shared();
-  EXPECT_FALSE(guard.isRunning());
-  EXPECT_TRUE(guard.beginRun());
-  EXPECT_FALSE(guard.beginRun());
-  EXPECT_TRUE(guard.isRunning());
-  EXPECT_TRUE(guard.endRun());
-  EXPECT_TRUE(guard.endRun());  // harmless when idle
-  EXPECT_TRUE(guard.beginRun());
-}
-
 TEST_F(RunGuardTest, ExactlyOneOfManyConcurrentBeginsWins) {
   constexpr int kThreads = 8;
   constexpr int kRounds = 1000;

@@ -95,8 +95,6 @@ TEST(Kivfll, SandboxServesRecordsAndSignsUntilSigterm) {
   c = c == 'A' ? 'B' : 'A';
   const auto invalid = kivfll({"verify", tampered, "--key", key});
   EXPECT_EQ(invalid.exitCode, 1);
-  EXPECT_TRUE(invalid.output.empty());
-  EXPECT_EQ(kivfll({"verify", signedResponse, "--key", "not-a-key"}).exitCode, 2);
 
   sandbox.signal(SIGTERM);
   const auto end = sandbox.wait(kBoundSeconds);

@@ -131,13 +131,6 @@ INSTANTIATE_TEST_SUITE_P(
         Row{"CameraGrantedWhenAsked", "", {"--camera", "ask-grant"}, 0, "", ""}),
     [](const auto& param) { return std::string(param.param.name); });
 
-TEST_F(RunTest, PrewarmedSessionIsReportedAsUsed) {
-  const auto end = run({"--prewarm"});
-  EXPECT_EQ(end.exitCode, 0) << end.errors;
-  EXPECT_EQ(sandbox_->requests({.path = "bff/sessions"}).size(), 1u);
-  EXPECT_EQ(analytics("start_sdk").at(0)["properties"]["requestParams"]["usedPrewarm"], true);
-}
-
 TEST_F(RunTest, EventsQueuedOfflineAreResentByTheNextRun) {
   fault(R"({"endpoint":"analytics","status":503,"times":1000})");
   ASSERT_EQ(run({}).exitCode, 0);

@@ -228,14 +228,11 @@ INSTANTIATE_TEST_SUITE_P(
         OutcomeCase{"MissingSignedResponse", 200,
                     R"({"supplier":{"type":"iproov","token":"t"},"livenessAttemptId":"a"})", "success",
                     "error tokenException the session did not return a signedResponse"},
-        OutcomeCase{"Canceled", 200, kSession, "connected; canceled", "cancelled"},
         // A misbehaving vendor changes nothing once the outcome is decided.
         OutcomeCase{"LateErrorAfterSuccess", 200, kSession, "connected; success; then error network",
                     "success signed-1"},
         OutcomeCase{"StatusAfterCancel", 200, kSession, "failure too_dark; then force canceled",
                     "failure too_dark Too dark signed-1"},
-        OutcomeCase{"StatusesOffTheMainThread", 200, kSession, "deliver vendor; connected; processing 0.5; success",
-                    "success signed-1"},
         OutcomeCase{"ConcludedInsideLaunch", 200, kSession, "sync error captureAlreadyActive",
                     "error captureAlreadyActiveException IproovError"},
         // The screen asked to go before the result: held until it is delivered.

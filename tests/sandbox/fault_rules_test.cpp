@@ -24,16 +24,6 @@ TEST(FaultRule, ARefusedRuleSaysWhy) {
   }
 }
 
-TEST(FaultRule, ReadsBackFromItsOwnJson) {
-  const auto rule =
-      parseFaultRule(R"({"endpoint":"analytics","personId":"p-1","times":2,"delayMs":5,"status":503,"body":"busy"})");
-  ASSERT_TRUE(rule) << rule.error();
-  EXPECT_FALSE(rule->endpoint);
-  EXPECT_TRUE(rule->targets(SandboxEndpoint::crashlytics));
-  EXPECT_FALSE(rule->targets(SandboxEndpoint::sessions));
-  EXPECT_EQ(parseFaultRule(faultRuleJson(*rule)), rule);
-}
-
 TEST(FaultBook, FirstMatchingRuleIsUsedUpByItsCount) {
   FaultBook book;
   book.add(*parseFaultRule(R"({"endpoint":"sessions","personId":"p-422","status":422,"times":1})"));

@@ -4,7 +4,6 @@
 #include <httplib.h>
 
 #include "base/json.hpp"
-#include "service/session_format.hpp"
 
 namespace kiv::sandbox {
 namespace {
@@ -36,15 +35,6 @@ class SandboxServerTest : public ::testing::Test {
     return client().Post(target.c_str(), headers, body, "application/json");
   }
 
-  // A session for `personId`, decoded as the SDK decodes it.
-  SessionResponse session(std::string_view personId) const {
-    auto answer = post(kSessionsTarget, sessionBody(personId));
-    EXPECT_TRUE(answer && answer->status == 200);
-    auto decoded = SessionResponse::decode(json::parse(answer ? answer->body : "{}").value_or(Json::object()));
-    EXPECT_TRUE(decoded);
-    return decoded.value_or(SessionResponse{});
-  }
-
   httplib::Result addFault(const std::string& rule) const {
     return client().Post("/_sandbox/faults", rule, "application/json");
   }
@@ -52,43 +42,6 @@ class SandboxServerTest : public ::testing::Test {
   std::unique_ptr<SandboxServer> sandbox;
   std::string token;
 };
-
-// The signed response's claims are checked by the end-to-end runs.
-TEST_F(SandboxServerTest, SessionHasEveryFieldAndNeedsAToken) {
-  const auto minted = session("p-1");
-  ASSERT_TRUE(minted.id && minted.livenessAttemptId && minted.signedResponse && minted.supplier && minted.user);
-  EXPECT_TRUE(minted.user->userId && minted.supplier->settings && minted.supplier->settings->filter &&
-              minted.remainingAttempts && !minted.supplier->token.value_or("").empty());
-  EXPECT_EQ(std::tuple(minted.clientId.value_or(""), minted.user->personId.value_or(""),
-                       minted.supplier->type.value_or(""), minted.hasFingerprint.value_or(true)),
-            std::tuple("client-7", "p-1", "iproov", false));
-  EXPECT_EQ(minted.sdk, (SessionSdk{"3.2.1", "iOS"}));
-  EXPECT_TRUE(minted.createdAt && minted.expiredAt && *minted.createdAt < *minted.expiredAt);
-
-  EXPECT_NE(session("p-1").id, minted.id);
-  EXPECT_EQ(post(kSessionsTarget, sessionBody("p-1"), false)->status, 401);
-}
-
-TEST_F(SandboxServerTest, FaultsSpoilOnlyTheirTargetForTheirTimesUntilCleared) {
-  EXPECT_EQ(addFault(R"({"endpoint":"sessions","stauts":500})")->status, 400);
-  ASSERT_EQ(addFault(R"({"endpoint":"sessions","personId":"p-422","status":422,"body":"no","times":1})")->status, 201);
-  ASSERT_EQ(addFault(R"({"endpoint":"analytics","status":503})")->status, 201);
-
-  EXPECT_EQ(post(kSessionsTarget, sessionBody("p-1"))->status, 200);
-  const auto spoiled = post(kSessionsTarget, sessionBody("p-422"));
-  EXPECT_EQ(spoiled->status, 422);
-  EXPECT_EQ(spoiled->body, "no");
-  EXPECT_EQ(post(kSessionsTarget, sessionBody("p-422"))->status, 200);  // used up
-  for (const char* path : {"/bff/track-analytics", "/bff/identify-analytics", "/bff/crashlytics"}) {
-    EXPECT_EQ(post(path, "{}")->status, 503) << path;
-  }
-  EXPECT_EQ(client().Delete("/_sandbox/faults")->body, R"({"cleared":1})");
-  for (const char* path : {"/bff/track-analytics", "/bff/identify-analytics", "/bff/crashlytics"}) {
-    const auto answer = post(path, R"({"userId":"p-1","event":"start_sdk"})", false);
-    EXPECT_EQ(answer->status, 200) << path;
-    EXPECT_EQ(answer->body, "{}") << path;
-  }
-}
 
 TEST_F(SandboxServerTest, DropFaultSendsNoAnswerAndIsRecordedAsDropped) {
   ASSERT_TRUE(addFault(R"({"endpoint":"sessions","drop":true,"times":1})"));

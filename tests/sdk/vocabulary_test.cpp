@@ -64,13 +64,6 @@ TEST(Vocabulary, ErrorAndFailureTypesHaveTheirWireValuesInDeclarationOrder) {
                   "timeout user_not_found processing_fault"));
 }
 
-// The C interface passes the environment as a number: anything out of range is refused.
-TEST(Vocabulary, EnvironmentNumbersOutOfRangeAreRefused) {
-  EXPECT_EQ(fromRawValue<KivEnvironment>(1), KivEnvironment::beta);
-  EXPECT_EQ(fromRawValue<KivEnvironment>(3), std::nullopt);
-  EXPECT_EQ(fromRawValue<KivEnvironment>(-1), std::nullopt);
-}
-
 TEST(Vocabulary, RecordsEncodeTheirKeysInOrderAndOmitAbsentFields) {
   EXPECT_EQ(encodeJSON(KivSDKError(KivErrorType::networkException, std::nullopt)),
             R"({"errorType":"networkException"})");

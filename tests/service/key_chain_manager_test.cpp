@@ -49,14 +49,6 @@ TEST_F(KeyChainManagerTest, AStoreFailureThrowsItsStatus) {
   EXPECT_STREQ(KeychainError::unknown(-25308).what(), "KeychainError.unknown(-25308)");
 }
 
-// Which items an account's deletion reaches is the store's contract.
-TEST_F(KeyChainManagerTest, DeleteIsSilent) {
-  keychain.save(kKivSDKService, kMobileTokenKey, asBytes("a"), false);
-  keychain.deleteItem(kMobileTokenKey);
-  EXPECT_EQ(keychain.readData(kKivSDKService, kMobileTokenKey), std::nullopt);
-  keychain.deleteItem(kMobileTokenKey);  // nothing left: still silent
-}
-
 TEST_F(KeyChainManagerTest, ReadingBadBytesGivesReplacementCharacters) {
   keychain.save(kKivSDKService, "raw", Bytes{0xFF, 0x41}, false);
   EXPECT_EQ(keychain.readString(kKivSDKService, "raw"), "\xEF\xBF\xBD\x41");

@@ -59,12 +59,5 @@ TEST(ExtractErrorMessageTest, FindsTheMessageOrKeepsTheText) {
   }
 }
 
-TEST(StripSurroundingQuotesTest, TrimsUnicodeSpaceAndOnePairOfQuotes) {
-  EXPECT_EQ(KivStringUtils::stripSurroundingQuotes("\xE2\x80\x83\t\"\"x\"\"\n\xC2\x85"), "\"x\"");  // EM SPACE, NEL
-  EXPECT_EQ(KivStringUtils::stripSurroundingQuotes("\"\""), "");
-  EXPECT_EQ(KivStringUtils::stripSurroundingQuotes(" \" "), "\"");
-  EXPECT_EQ(KivStringUtils::stripSurroundingQuotes("\"a\xCC\x81\""), "a\xCC\x81");
-}
-
 }  // namespace
 }  // namespace kiv

@@ -18,7 +18,6 @@
 
 #include "kiv/backend.hpp"
 #include "kiv/platform/secure_store.hpp"
-#include "platform/http/scripted_http_session.hpp"
 #include "service/key_chain_manager.hpp"
 #include "support/analytics_configuration.hpp"
 #include "support/child_process.hpp"
@@ -265,18 +264,6 @@ INSTANTIATE_TEST_SUITE_P(Cases, AnswerTest,
                                            AnswerCase{"server500", Answer::http(500, "boom"), true},
                                            AnswerCase{"dropped", Answer::dropConnection(), true}),
                          [](const auto& test) { return std::string(test.param.name); });
-
-TEST_F(BFFAnalyticsTest, NonHttpAnswerCountsAsServerError) {
-  testPlatform().bundle().http = std::make_shared<ScriptedHttpSessionFactory>(
-      [](const HttpRequest& request) { return DataTaskResult{.data = "", .response = NonHttpResponse{request.url}}; });
-  testPlatform().install();
-  auto analytics = configure();
-  analytics->track(sdkResult()).wait();
-  EXPECT_EQ(analytics->queuedEvents().size(), 1u);
-  const auto lines = consoleLines();
-  EXPECT_NE(std::find(lines.begin(), lines.end(), debugQuoted("KIV BFF ANALYTICS - RESPONSE (status: 500)")),
-            lines.end());
-}
 
 TEST_F(BFFAnalyticsTest, QueuedEventsAreResentInOrderAfterANoticeWhenTheNetworkReturns) {
   server.setAnswer(kTrackPath, Answer::http(503));

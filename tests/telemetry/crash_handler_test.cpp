@@ -245,7 +245,6 @@ INSTANTIATE_TEST_SUITE_P(Slots, LeftSlotTest,
                          ::testing::Values(SlotCase{"notYetStored", std::string(kSlotRecord), false, false, 1, false},
                                            SlotCase{"alreadyStored", std::string(kSlotRecord), true, false, 1, false},
                                            SlotCase{"halfWritten", R"({"signal":7,"creat)", false, false, 0, false},
-                                           SlotCase{"empty", "", false, false, 0, false},
                                            SlotCase{"storeWriteFails", std::string(kSlotRecord), false, true, 0, true}),
                          [](const auto& p) { return p.param.label; });
 

@@ -67,14 +67,6 @@ TEST_F(CrashLogsManagerTest, EqualExceptionRecordsAreBothKeptWithTheirOwnIds) {
   EXPECT_TRUE(consoleLines().empty());
 }
 
-TEST_F(CrashLogsManagerTest, DeletingAnUnknownIdPrintsAndLeavesTheItemAlone) {
-  manager.saveCrashLog(signalRecord("x"));
-  const std::string before = itemText(kService);
-  manager.deleteCrashLog("NOT-AN-\"ID\"");
-  EXPECT_EQ(itemText(kService), before);
-  EXPECT_EQ(consoleLines(), std::vector<std::string>{R"("Crash log with ID NOT-AN-\"ID\" not found.")"});
-}
-
 TEST_F(CrashLogsManagerTest, AnUnreadableItemReadsAsNothingAndIsReplacedByTheNextSave) {
   keychain->save(kService, kCrashLogsKey, asBytes("[{\"signal\":"), true);
   EXPECT_EQ(manager.getCrashLogs(), std::nullopt);
