@@ -22,6 +22,7 @@
 #include "base/unicode_text.hpp"
 #include "c_api/c_delegate.hpp"
 #include "c_api/c_ui_customization.hpp"
+#include "c_api/guarded.hpp"
 #include "c_api/host_services.hpp"
 #include "kiv/face_liveness_lite.hpp"
 #include "kiv/platform/crash.hpp"
@@ -168,16 +169,6 @@ std::shared_ptr<MainQueue> mainQueue() {
 }
 
 bool onMainThread() { return mainQueue()->isCurrent(); }
-
-// Runs `body` with every exception turned into a status.
-template <typename Body>
-kiv_status guarded(Body&& body) noexcept {
-  try {
-    return body();
-  } catch (...) {
-    return KIV_ERROR_INTERNAL;
-  }
-}
 
 // A required text: present and well-formed.
 kiv_status checkText(const char* text) {

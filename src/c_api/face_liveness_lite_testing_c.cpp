@@ -9,23 +9,17 @@
 #include <memory>
 #include <optional>
 
+#include "c_api/guarded.hpp"
 #include "kiv/platform/platform.hpp"
 #include "kiv/testing/face_liveness_lite_testing.hpp"
 
 namespace {
 
+using kiv::c_api::guarded;
+
 kiv_status checkText(const char* text) {
   if (text == nullptr) return KIV_ERROR_NULL_ARGUMENT;
   return simdjson::validate_utf8(text, std::strlen(text)) ? KIV_OK : KIV_ERROR_INVALID_UTF8;
-}
-
-template <typename Body>
-kiv_status guarded(Body&& body) noexcept {
-  try {
-    return body();
-  } catch (...) {
-    return KIV_ERROR_INTERNAL;
-  }
 }
 
 }  // namespace

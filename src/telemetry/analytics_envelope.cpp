@@ -57,7 +57,8 @@ std::string timestampText(TimePoint time) {
   const std::time_t whole = std::chrono::system_clock::to_time_t(seconds);
   std::tm parts{};
   gmtime_r(&whole, &parts);
-  std::array<char, 32> text{};
+  // Room for every field at its widest int, so that no compiler sees a cut.
+  std::array<char, 96> text{};
   std::snprintf(text.data(), text.size(), "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", parts.tm_year + 1900, parts.tm_mon + 1,
                 parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec,
                 static_cast<int>((milliseconds - seconds).count()));

@@ -178,8 +178,9 @@ void KivBFFAnalytics::waitForPendingPosts() const {
   pendingChanged_.wait(lock, [this] { return pendingPosts_ == 0; });
 }
 
-std::shared_future<void> KivBFFAnalytics::track(const KivAnalyticsEvent& event, TextParams params,
-                                                std::optional<std::string> requestBody) {
+template <typename Params>
+std::shared_future<void> KivBFFAnalytics::trackDetached(const KivAnalyticsEvent& event, Params params,
+                                                        std::optional<std::string> requestBody) {
   auto [finished, done] = quietFuture();
   runDetached(
       [event, params = std::move(params), requestBody = std::move(requestBody)](const AnalyticsIdentity& identity,
@@ -190,16 +191,14 @@ std::shared_future<void> KivBFFAnalytics::track(const KivAnalyticsEvent& event, 
   return finished;
 }
 
+std::shared_future<void> KivBFFAnalytics::track(const KivAnalyticsEvent& event, TextParams params,
+                                                std::optional<std::string> requestBody) {
+  return trackDetached(event, std::move(params), std::move(requestBody));
+}
+
 std::shared_future<void> KivBFFAnalytics::track(const KivAnalyticsEvent& event, Json params,
                                                 std::optional<std::string> requestBody) {
-  auto [finished, done] = quietFuture();
-  runDetached(
-      [event, params = std::move(params), requestBody = std::move(requestBody)](const AnalyticsIdentity& identity,
-                                                                                const AnalyticsMoment& moment) mutable {
-        return envelope::trackBody(identity, moment, event, std::move(params), requestBody);
-      },
-      KivAnalyticsEndpoint::trackAnalytics, std::move(done));
-  return finished;
+  return trackDetached(event, std::move(params), std::move(requestBody));
 }
 
 std::shared_future<void> KivBFFAnalytics::sendCrashReport(std::string stackTrace,

@@ -135,6 +135,10 @@ class KivBFFAnalytics : public std::enable_shared_from_this<KivBFFAnalytics>,
   // Builds a body on the task pool and sends it, counted as pending.
   template <typename Build>
   void runDetached(Build build, KivAnalyticsEndpoint endpoint, PostCompletion done);
+  // Either track(): the envelope builds a body from text or JSON parameters.
+  template <typename Params>
+  std::shared_future<void> trackDetached(const KivAnalyticsEvent& event, Params params,
+                                         std::optional<std::string> requestBody);
   // post(), handing the body to the offline queue when the network or the
   // backend failed it; `done` gets the other errors.
   void send(Json body, KivAnalyticsEndpoint endpoint, PostCompletion done);
