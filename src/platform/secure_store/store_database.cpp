@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -257,10 +258,20 @@ bool StoreDatabase::openLocked() {
   // Full zeroing (the system library's default) writes every freed page once
   // more, which made each enqueue onto a long analytics queue take half as
   // long again.
-  if (!journalIsWal(db_) || !execute(db_, "PRAGMA synchronous=FULL") || !execute(db_, "PRAGMA secure_delete=FAST") ||
-      !execute(db_, kSchema)) {
-    closeLocked();
-    return false;
+  //
+  // Processes opening a fresh store at once race to switch it to WAL and to
+  // make its table. The loser of that race can be answered BUSY at once,
+  // without the busy handler, so the setup is tried again until the same
+  // timeout the busy handler keeps.
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kStoreBusyTimeoutMilliseconds);
+  while (!journalIsWal(db_) || !execute(db_, "PRAGMA synchronous=FULL") || !execute(db_, "PRAGMA secure_delete=FAST") ||
+         !execute(db_, kSchema)) {
+    const int code = sqlite3_errcode(db_) & 0xff;
+    if ((code != SQLITE_BUSY && code != SQLITE_LOCKED) || std::chrono::steady_clock::now() >= deadline) {
+      closeLocked();
+      return false;
+    }
+    sqlite3_sleep(1);
   }
   return true;
 }
